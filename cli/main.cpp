@@ -1,0 +1,114 @@
+// The tessel tool: a window into the library for users and for checks.
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+#include "command.h"
+
+namespace tessel_cli {
+
+namespace {
+
+std::vector<Command>& Commands() {
+    static std::vector<Command> commands;
+    return commands;
+}
+
+std::vector<std::string> SplitWords(const std::string& name) {
+    std::istringstream in(name);
+    std::vector<std::string> words;
+    for (std::string w; in >> w;) {
+        words.push_back(w);
+    }
+    return words;
+}
+
+void PrintUsage(std::FILE* out) {
+    std::fprintf(out, "usage: tessel COMMAND [ARGS] [--help]\n\ncommands:\n");
+    std::vector<const Command*> sorted;
+    for (const Command& c : Commands()) {
+        sorted.push_back(&c);
+    }
+    std::sort(sorted.begin(), sorted.end(),
+              [](const Command* a, const Command* b) { return a->name < b->name; });
+    for (const Command* c : sorted) {
+        std::fprintf(out, "  %-22s %s\n", c->name.c_str(), c->summary.c_str());
+    }
+}
+
+void PrintHelp(const Command& c) {
+    std::printf("usage: tessel %s %s\n\n%s\n", c.name.c_str(), c.usage.c_str(), c.summary.c_str());
+    if (!c.help.empty()) {
+        std::printf("\n%s\n", c.help.c_str());
+    }
+}
+
+}  // namespace
+
+bool Arguments::Has(const std::string& option) const {
+    return std::find(options.begin(), options.end(), option) != options.end();
+}
+
+void RegisterCommand(Command command) {
+    Commands().push_back(std::move(command));
+}
+
+int Fail(const std::string& message) {
+    std::fprintf(stderr, "tessel: %s\n", message.c_str());
+    return 1;
+}
+
+int UsageError(const std::string& message) {
+    std::fprintf(stderr, "tessel: %s (see --help)\n", message.c_str());
+    return 2;
+}
+
+int Main(int argc, char** argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
+        PrintUsage(words.empty() ? stderr : stdout);
+        return words.empty() ? 2 : 0;
+    }
+    // The longest registered name that the leading words spell.
+    const Command* best = nullptr;
+    std::size_t bestLength = 0;
+    for (const Command& c : Commands()) {
+        const std::vector<std::string> name = SplitWords(c.name);
+        if (name.size() <= words.size() && name.size() > bestLength &&
+            std::equal(name.begin(), name.end(), words.begin())) {
+            best = &c;
+            bestLength = name.size();
+        }
+    }
+    if (best == nullptr) {
+        std::fprintf(stderr, "tessel: unknown command '%s'\n\n", words[0].c_str());
+        PrintUsage(stderr);
+        return 2;
+    }
+    Arguments args;
+    bool onlyPositional = false;
+    for (std::size_t i = bestLength; i < words.size(); ++i) {
+        const std::string& w = words[i];
+        if (!onlyPositional && w == "--") {
+            onlyPositional = true;
+        } else if (!onlyPositional && w.size() > 2 && w.compare(0, 2, "--") == 0) {
+            args.options.push_back(w);
+        } else {
+            args.positional.push_back(w);
+        }
+    }
+    if (args.Has("--help")) {
+        PrintHelp(*best);
+        return 0;
+    }
+    return best->run(args);
+}
+
+}  // namespace tessel_cli
+
+int main(int argc, char** argv) {
+    return tessel_cli::Main(argc, argv);
+}

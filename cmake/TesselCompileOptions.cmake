@@ -1,0 +1,24 @@
+# Compile options shared by every target of the project.
+
+# Warnings are part of the contract: both compilers must build warning-free.
+add_compile_options(-Wall -Wextra)
+
+# Source paths in error origins are relative to the tree, so that line tags and
+# the file names carried by errors do not depend on where the tree was checked out.
+add_compile_options("-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
+
+if(TL_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(TL_TSAN)
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+endif()
+
+find_program(TL_CCACHE ccache)
+if(TL_CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${TL_CCACHE})
+    set(CMAKE_C_COMPILER_LAUNCHER ${TL_CCACHE})
+endif()

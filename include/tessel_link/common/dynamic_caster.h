@@ -1,0 +1,53 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <typeinfo>
+
+#include <tessel_link/export.h>
+
+namespace Common {
+
+// Interface query by type name: a holder of several interfaces answers, for the name of a
+// pointer type `X*`, a pointer to its `X` sub-object, or null.
+class TL_API DynamicCaster {
+public:
+    virtual ~DynamicCaster();
+    virtual void* QueryType(const char* typeName) = 0;
+};
+
+// The table behind QueryType. A type is registered and found under the compiler's printable
+// name of the pointer type, `typeid(X*).name()`: stable for one type within the process,
+// which is all that is needed, since the table never leaves the process.
+class TL_API DynamicCasterImpl : public virtual DynamicCaster {
+public:
+    void* QueryType(const char* typeName) override;
+
+protected:
+    // Does nothing if either argument is null; a second registration under one name
+    // replaces the first.
+    void RegisterType(const char* typeName, void* object);
+
+    template <class T>
+    void RegisterInterface(T* object) {
+        RegisterType(TypeKey<T>(), static_cast<void*>(object));
+    }
+
+public:
+    template <class T>
+    static const char* TypeKey() {
+        return typeid(T*).name();
+    }
+
+private:
+    std::map<std::string, void*, std::less<>> table_;
+};
+
+// Asks a caster for the interface T.
+template <class T>
+T* QueryInterface(DynamicCaster& caster) {
+    return static_cast<T*>(caster.QueryType(DynamicCasterImpl::TypeKey<T>()));
+}
+
+}  // namespace Common

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <tessel_link/common/error_origin.h>
+#include <tessel_link/export.h>
+
+namespace Common {
+
+struct ErrorRecord;
+
+// The one error value of the system: a shared pointer to an immutable chain of records.
+// The head is the failure as the caller should see it; the rest of the chain are its
+// causes, down to the operating system's code. An empty error, and one whose head has
+// code 0, mean success.
+//
+// Building an error never throws: when a record cannot be allocated a static
+// out-of-memory record (code 0xfff2) stands in. Operations that fail with an error throw
+// it by value and callers catch `const Common::Error&`.
+class TL_API Error {
+public:
+    // Reserved codes of module 0.
+    static constexpr std::uint32_t kSystemCode = 0xfff0;       // system record
+    static constexpr std::uint32_t kOutOfMemoryCode = 0xfff2;  // the static record
+
+    Error() noexcept = default;
+
+    // A plain record. Code 0 gives the empty error, whatever else is passed: the same holds
+    // for every constructor and factory below.
+    Error(const ErrorOrigin& origin, std::uint32_t code);
+    // A text record. A wide text that lies inside the loaded message table is held by
+    // pointer; any other text is copied into the record.
+    Error(const ErrorOrigin& origin, std::uint32_t code, const char* text);
+    Error(const ErrorOrigin& origin, std::uint32_t code, const char16_t* text);
+    Error(const ErrorOrigin& origin, std::uint32_t code, const std::u16string& text)
+        : Error(origin, code, text.c_str()) {}
+
+    // The other record kinds. Parameter names are those of the record's GetNames list.
+    static Error Trace(const ErrorOrigin& origin, std::uint32_t code, const char16_t* text,
+                       std::uint64_t level);
+    static Error WithFunction(const ErrorOrigin& origin, std::uint32_t code,
+                              const char16_t* text, const char* function);
+    static Error WithPath(const ErrorOrigin& origin, std::uint32_t code, const char16_t* text,
+                          const char16_t* path);
+    static Error WithFunctionAndPath(const ErrorOrigin& origin, std::uint32_t code,
+                                     const char16_t* text, const char* function,
+                                     const char16_t* path);
+    static Error WithPathAndName(const ErrorOrigin& origin, std::uint32_t code,
+                                 const char16_t* text, const char16_t* path,
+                                 const char16_t* name);
+    static Error WithPathAndHints(const ErrorOrigin& origin, std::uint32_t code,
+                                  const char16_t* path, std::uint64_t hints);
+    static Error DelayLoadPath(const ErrorOrigin& origin, std::uint32_t code,
+                               const char* library);
+    static Error DelayLoadSymbol(const ErrorOrigin& origin, std::uint32_t code,
+                                 const char* library, const char* symbol);
+    static Error DelayLoadOrdinal(const ErrorOrigin& origin, std::uint32_t code,
+                                  const char* library, std::uint64_t ordinal);
+    static Error Errno(const ErrorOrigin& origin, std::uint32_t code, int errnum);
+
+    Error(const Error& other) noexcept;
+    Error(Error&& other) noexcept : head_(other.head_) { other.head_ = nullptr; }
+    Error& operator=(const Error& other) noexcept;
+    Error& operator=(Error&& other) noexcept;
+    ~Error();
+
+    // The head's code, 0 when empty.
+    std::uint32_t Code() const noexcept;
+    bool Succeeded() const noexcept { return Code() == 0; }
+    bool Failed() const noexcept { return Code() != 0; }
+    bool Empty() const noexcept { return head_ == nullptr; }
+
+    // The next record of the chain, as an error of its own.
+    Error Cause() const noexcept;
+
+    // Makes `other` the cause of the head. A cause that the head had is replaced, not
+    // appended to. A head shared with other errors is copied first, so that their view
+    // stays as it was.
+    Error& AddCause(const Error& other) noexcept;
+
+    // Adds a system record as the cause. Windows errors are stored in HRESULT form
+    // ((error & 0xffff) | 0x80070000, or unchanged when 0 or negative), NT status values
+    // with bit 28 set, HRESULTs unchanged.
+    Error& AddWindowsError(int error) noexcept;
+    Error& AddHResult(unsigned hresult) noexcept;
+    Error& AddNTStatus(unsigned status) noexcept;
+
+    // The head record's message text and parameters; empty or null on an empty error.
+    std::u16string Text() const;
+    std::uint64_t GetNumber(const char* name) const noexcept;
+    const char* GetAnsi(const char* name) const noexcept;
+    const char16_t* GetWide(const char* name) const noexcept;
+    // Comma-separated parameter names in serialization order; "" on an empty error.
+    const char* GetNames() const noexcept;
+    ErrorOrigin Origin() const noexcept;
+
+    // The serialized form: a version byte 0x01, then every record of the chain.
+    // The pointer form is allocated with new[] and freed by the caller with delete[];
+    // it returns null (size 0) when memory runs out.
+    unsigned char* Serialize(std::size_t& size) const;
+    std::vector<unsigned char> Serialize() const;
+    // Rebuilds an error from its serialized form. A block that is too short or has the
+    // wrong version gives the empty error; a damaged tail is dropped.
+    static Error Deserialize(const void* data, std::size_t size);
+
+    // Rebuilds this error through its serialized form, so that its records no longer point
+    // at constants of this module.
+    Error& Detach();
+
+    const ErrorRecord* Head() const noexcept { return head_; }
+    // Takes over one reference to `record` (which may be null).
+    static Error Adopt(ErrorRecord* record) noexcept {
+        Error e;
+        e.head_ = record;
+        return e;
+    }
+
+private:
+    ErrorRecord* head_ = nullptr;
+};
+
+// The success value, for assignment.
+TL_API extern const Error ErrorSuccess;
+
+// The build identifier that every record answers for "$module".
+inline constexpr const char kModuleIdentifier[] = "tessel_link_vsa64_42582";
+
+}  // namespace Common

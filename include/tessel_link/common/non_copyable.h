@@ -1,0 +1,16 @@
+#pragma once
+
+namespace Common {
+
+// A base without content for classes whose objects have identity.
+class NonCopyable {
+protected:
+    NonCopyable() = default;
+    ~NonCopyable() = default;
+
+public:
+    NonCopyable(const NonCopyable&) = delete;
+    NonCopyable& operator=(const NonCopyable&) = delete;
+};
+
+}  // namespace Common

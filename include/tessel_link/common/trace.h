@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+
+#include <tessel_link/common/error.h>
+#include <tessel_link/export.h>
+
+namespace Common {
+
+// The process-wide trace point. An entry at or above the threshold (2 at the start) calls
+// its sink, unless suppressed; then, whatever the level, an installed trace object is told.
+// The library installs no sink of its own, so by itself it writes no log.
+using TraceTextSink = void (*)(int level, std::uint32_t a, std::uint32_t b, const char* text);
+using TraceErrorSink = void (*)(int level, const Error& error);
+
+class TL_API TraceObject {
+public:
+    virtual ~TraceObject();
+    virtual void OnText(int level, std::uint32_t a, std::uint32_t b, const char* text) = 0;
+    virtual void Reserved2() {}
+    virtual void Reserved3() {}
+    virtual void Reserved4() {}
+    virtual void OnError(int level, const Error& error) = 0;
+};
+
+TL_API void TraceText(int level, std::uint32_t a, std::uint32_t b, const char* text);
+TL_API void TraceError(int level, const Error& error);
+
+TL_API void SetTraceThreshold(int threshold);
+TL_API int GetTraceThreshold();
+TL_API void SetTraceSuppressed(bool suppressed);
+// Null restores the default sink.
+TL_API void SetTraceTextSink(TraceTextSink sink);
+TL_API void SetTraceErrorSink(TraceErrorSink sink);
+// Null removes the object. Returns the previous one.
+TL_API TraceObject* SetTraceObject(TraceObject* object);
+
+// Traces "Stack logging from '{0}'" and the frames of the calling stack, at level 2.
+TL_API void LogStack(const char* function);
+
+}  // namespace Common

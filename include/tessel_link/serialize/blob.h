@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+namespace Serialization {
+
+// A byte array held by shared ownership, with its size. Copies share the bytes.
+class Blob {
+public:
+    Blob() = default;
+    explicit Blob(std::size_t size)
+        : data_(size != 0 ? std::make_shared<unsigned char[]>(size) : nullptr), size_(size) {}
+    Blob(const void* data, std::size_t size) : Blob(size) {
+        if (size != 0) {
+            std::memcpy(data_.get(), data, size);
+        }
+    }
+
+    unsigned char* Data() { return data_.get(); }
+    const unsigned char* Data() const { return data_.get(); }
+    std::uint64_t Size() const { return size_; }
+    bool Empty() const { return size_ == 0; }
+
+    friend bool operator==(const Blob& a, const Blob& b) {
+        return a.size_ == b.size_ && (a.size_ == 0 || std::memcmp(a.Data(), b.Data(), a.size_) == 0);
+    }
+
+private:
+    std::shared_ptr<unsigned char[]> data_;
+    std::uint64_t size_ = 0;
+};
+
+}  // namespace Serialization

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstdint>
+#include <exception>
+
+#include <tessel_link/export.h>
+#include <tessel_link/serialize/deserializer.h>
+#include <tessel_link/serialize/meta_info.h>
+#include <tessel_link/serialize/serializer.h>
+
+namespace Serialization {
+
+namespace Detail {
+// Logs a failure of finish at level 4.
+TL_API void LogFinishFailure(const Common::Error& error);
+}  // namespace Detail
+
+// Opens an element on entry and closes it on leaving the scope. A Common::Error from the
+// close is logged at level 4 and dropped; any other exception propagates, except while
+// another exception is unwinding, which a failing close never masks.
+template <class End>
+class ElementScope {
+public:
+    ElementScope(End& end, const MetaInfo& meta) : end_(end), meta_(meta) { Begin(); }
+    ElementScope(const ElementScope&) = delete;
+    ElementScope& operator=(const ElementScope&) = delete;
+
+    ~ElementScope() noexcept(false) {
+        if (dismissed_) {
+            return;
+        }
+        if (std::uncaught_exceptions() > unwinding_) {
+            try {
+                Finish();
+            } catch (...) {
+            }
+            return;
+        }
+        try {
+            Finish();
+        } catch (const Common::Error& error) {
+            Detail::LogFinishFailure(error);
+        }
+    }
+
+    // The caller has closed the element by hand.
+    void Dismiss() { dismissed_ = true; }
+    const MetaInfo& Meta() const { return meta_; }
+
+private:
+    void Begin();
+    void Finish();
+
+    End& end_;
+    MetaInfo meta_;
+    int unwinding_ = std::uncaught_exceptions();
+    bool dismissed_ = false;
+};
+
+template <>
+inline void ElementScope<Serializer>::Begin() {
+    end_.BeginWriteMetaInfo(meta_);
+}
+template <>
+inline void ElementScope<Serializer>::Finish() {
+    end_.FinishWriteMetaInfo(meta_);
+}
+template <>
+inline void ElementScope<Deserializer>::Begin() {
+    end_.BeginReadMetaInfo(meta_);
+}
+template <>
+inline void ElementScope<Deserializer>::Finish() {
+    end_.FinishReadMetaInfo(meta_);
+}
+
+using WriteScope = ElementScope<Serializer>;
+using ReadScope = ElementScope<Deserializer>;
+
+// Before a member whose type has version N: if the version in force differs, sets N, puts
+// N into the member's MetaInfo.Version, and restores the old version on leaving. When it
+// equals N, MetaInfo.Version stays 0, so a version is stated only where it changes.
+class SubjectVersionScope {
+public:
+    SubjectVersionScope(Serializer& serializer, MetaInfo& meta, std::uint64_t version)
+        : serializer_(serializer), previous_(serializer.GetSubjectVersion()) {
+        if (previous_ != version) {
+            serializer_.SetSubjectVersion(version);
+            meta.Version = version;
+            changed_ = true;
+        }
+    }
+    SubjectVersionScope(const SubjectVersionScope&) = delete;
+    SubjectVersionScope& operator=(const SubjectVersionScope&) = delete;
+    ~SubjectVersionScope() {
+        if (changed_) {
+            serializer_.SetSubjectVersion(previous_);
+        }
+    }
+
+private:
+    Serializer& serializer_;
+    std::uint64_t previous_;
+    bool changed_ = false;
+};
+
+}  // namespace Serialization

@@ -1,0 +1,22 @@
+#pragma once
+
+// The whole public API of tessel_link.
+
+// Core runtime
+#include <tessel_link/common/assert.h>
+#include <tessel_link/common/dynamic_caster.h>
+#include <tessel_link/common/error.h>
+#include <tessel_link/common/error_origin.h>
+#include <tessel_link/common/guid.h>
+#include <tessel_link/common/messages.h>
+#include <tessel_link/common/non_copyable.h>
+#include <tessel_link/common/random.h>
+#include <tessel_link/common/trace.h>
+#include <tessel_link/common/unicode.h>
+
+// Serialization
+#include <tessel_link/serialize/blob.h>
+#include <tessel_link/serialize/deserializer.h>
+#include <tessel_link/serialize/meta_info.h>
+#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/serialize/serializer.h>

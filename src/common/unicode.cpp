@@ -1,0 +1,126 @@
+#include <tessel_link/common/unicode.h>
+
+namespace Common {
+
+namespace {
+
+void AppendUtf8(std::string& out, char32_t cp) {
+    if (cp < 0x80) {
+        out.push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        out.push_back(static_cast<char>(0xc0 | (cp >> 6)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3f)));
+    } else if (cp < 0x10000) {
+        out.push_back(static_cast<char>(0xe0 | (cp >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3f)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3f)));
+    } else {
+        out.push_back(static_cast<char>(0xf0 | (cp >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3f)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3f)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3f)));
+    }
+}
+
+void AppendUtf16(std::u16string& out, char32_t cp) {
+    if (cp < 0x10000) {
+        out.push_back(static_cast<char16_t>(cp));
+    } else {
+        cp -= 0x10000;
+        out.push_back(static_cast<char16_t>(0xd800 | (cp >> 10)));
+        out.push_back(static_cast<char16_t>(0xdc00 | (cp & 0x3ff)));
+    }
+}
+
+// Decodes one sequence at text[i]; returns the code point and advances i, or returns
+// char32_t(-1) for a malformed sequence and advances i past its first byte.
+char32_t DecodeUtf8(std::string_view text, std::size_t& i) {
+    const auto b0 = static_cast<unsigned char>(text[i]);
+    if (b0 < 0x80) {
+        ++i;
+        return b0;
+    }
+    int extra;
+    char32_t cp;
+    char32_t min;
+    if ((b0 & 0xe0) == 0xc0) {
+        extra = 1, cp = b0 & 0x1f, min = 0x80;
+    } else if ((b0 & 0xf0) == 0xe0) {
+        extra = 2, cp = b0 & 0x0f, min = 0x800;
+    } else if ((b0 & 0xf8) == 0xf0) {
+        extra = 3, cp = b0 & 0x07, min = 0x10000;
+    } else {
+        ++i;
+        return static_cast<char32_t>(-1);
+    }
+    if (text.size() - i <= static_cast<std::size_t>(extra)) {
+        ++i;
+        return static_cast<char32_t>(-1);
+    }
+    for (int k = 1; k <= extra; ++k) {
+        const auto b = static_cast<unsigned char>(text[i + k]);
+        if ((b & 0xc0) != 0x80) {
+            ++i;
+            return static_cast<char32_t>(-1);
+        }
+        cp = (cp << 6) | (b & 0x3f);
+    }
+    if (cp < min || cp > 0x10ffff || (cp >= 0xd800 && cp <= 0xdfff)) {
+        ++i;
+        return static_cast<char32_t>(-1);
+    }
+    i += extra + 1;
+    return cp;
+}
+
+}  // namespace
+
+std::string Utf16ToUtf8(std::u16string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char32_t cp = text[i];
+        if (cp >= 0xd800 && cp <= 0xdbff && i + 1 < text.size() && text[i + 1] >= 0xdc00 &&
+            text[i + 1] <= 0xdfff) {
+            cp = 0x10000 + ((cp - 0xd800) << 10) + (text[i + 1] - 0xdc00);
+            ++i;
+        } else if (cp >= 0xd800 && cp <= 0xdfff) {
+            cp = 0xfffd;
+        }
+        AppendUtf8(out, cp);
+    }
+    return out;
+}
+
+bool Utf8ToUtf16(std::string_view text, std::u16string& out) {
+    out.clear();
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        const char32_t cp = DecodeUtf8(text, i);
+        if (cp == static_cast<char32_t>(-1)) {
+            return false;
+        }
+        AppendUtf16(out, cp);
+    }
+    return true;
+}
+
+std::u16string Utf8ToUtf16Lenient(std::string_view text) {
+    std::u16string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        const char32_t cp = DecodeUtf8(text, i);
+        AppendUtf16(out, cp == static_cast<char32_t>(-1) ? 0xfffd : cp);
+    }
+    return out;
+}
+
+std::u16string WidenLatin1(std::string_view text) {
+    std::u16string out(text.size(), u'\0');
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        out[i] = static_cast<unsigned char>(text[i]);
+    }
+    return out;
+}
+
+}  // namespace Common
