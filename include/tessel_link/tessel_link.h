@@ -16,6 +16,7 @@
 
 // Serialization
 #include <tessel_link/serialize/blob.h>
+#include <tessel_link/serialize/codec.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/meta_info.h>
 #include <tessel_link/serialize/scope_guards.h>
