@@ -16,8 +16,9 @@ TL_API void LogFinishFailure(const Common::Error& error);
 }  // namespace Detail
 
 // Opens an element on entry and closes it on leaving the scope. A Common::Error from the
-// close is logged at level 4 and dropped; any other exception propagates, except while
-// another exception is unwinding, which a failing close never masks.
+// close is logged at level 4 and dropped; any other exception propagates. While another
+// exception is unwinding, a failing close never masks it: its Common::Error is still
+// logged and anything else is dropped.
 template <class End>
 class ElementScope {
 public:
@@ -32,6 +33,8 @@ public:
         if (std::uncaught_exceptions() > unwinding_) {
             try {
                 Finish();
+            } catch (const Common::Error& error) {
+                Detail::LogFinishFailure(error);
             } catch (...) {
             }
             return;
