@@ -4,6 +4,7 @@
 
 // Core runtime
 #include <tessel_link/common/assert.h>
+#include <tessel_link/common/dynamic_buffer.h>
 #include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/error_origin.h>

@@ -1,10 +1,13 @@
 #include <tessel_link/common/error.h>
 
 #include <cstring>
+#include <memory>
 #include <new>
+#include <string_view>
 #include <string>
 #include <vector>
 
+#include <tessel_link/common/dynamic_buffer.h>
 #include <tessel_link/common/unicode.h>
 
 #include "common/error_kinds.h"
@@ -209,78 +212,94 @@ ErrorOrigin Error::Origin() const noexcept {
 
 namespace {
 
-void PutBytes(std::vector<unsigned char>& out, const void* data, std::size_t n) {
-    const auto* p = static_cast<const unsigned char*>(data);
-    out.insert(out.end(), p, p + n);
-}
+// Writes the serialized form into a buffer whose failure is sticky, so that the pieces
+// need no checks of their own; the caller looks at Failed() once at the end.
+class BlockWriter {
+public:
+    explicit BlockWriter(DynamicBuffer& out) : out_(out) {}
 
-void PutU32(std::vector<unsigned char>& out, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i) {
-        out.push_back(static_cast<unsigned char>(v >> (8 * i)));
+    void Byte(unsigned char b) { out_.Write(&b, 1); }
+
+    void U32(std::uint32_t v) {
+        unsigned char bytes[4];
+        for (int i = 0; i < 4; ++i) {
+            bytes[i] = static_cast<unsigned char>(v >> (8 * i));
+        }
+        out_.Write(bytes, sizeof bytes);
     }
-}
 
-void PutU64(std::vector<unsigned char>& out, std::uint64_t v) {
-    for (int i = 0; i < 8; ++i) {
-        out.push_back(static_cast<unsigned char>(v >> (8 * i)));
+    void U64(std::uint64_t v) {
+        unsigned char bytes[8];
+        for (int i = 0; i < 8; ++i) {
+            bytes[i] = static_cast<unsigned char>(v >> (8 * i));
+        }
+        out_.Write(bytes, sizeof bytes);
     }
-}
 
-void PutString(std::vector<unsigned char>& out, const std::string& s) {
-    PutBytes(out, s.c_str(), s.size() + 1);
-}
+    // A narrow string with its terminator.
+    void CString(const char* s) { out_.Write(s, std::strlen(s) + 1); }
+    void CString(std::string_view s) {
+        out_.Write(s.data(), s.size());
+        Byte(0);
+    }
 
-void PutCString(std::vector<unsigned char>& out, const char* s) {
-    PutBytes(out, s, std::strlen(s) + 1);
-}
+    // A UTF-16 string as zero-terminated UTF-8.
+    void Utf8(std::u16string_view s) { CString(Utf16ToUtf8(s)); }
 
-void SerializeRecord(std::vector<unsigned char>& out, const ErrorRecord* r) {
-    PutU32(out, r->Code);
-    PutU64(out, r->LineTag);
+private:
+    DynamicBuffer& out_;
+};
+
+void SerializeRecord(BlockWriter& out, const ErrorRecord* r) {
+    out.U32(r->Code);
+    out.U64(r->LineTag);
     std::u16string text;
     r->Ops->GetText(r, text);
-    PutString(out, Utf16ToUtf8(text));
+    out.Utf8(text);
 
-    const std::string names = r->Ops->GetNames(r);
+    // Parameters in the order of the names list; the value's type is whichever of the
+    // narrow, wide and numeric accessors answers first.
+    const std::string_view names = r->Ops->GetNames(r);
+    std::string name;
     std::size_t start = 0;
     while (start <= names.size()) {
         std::size_t end = names.find(',', start);
-        if (end == std::string::npos) {
+        if (end == std::string_view::npos) {
             end = names.size();
         }
-        const std::string name = names.substr(start, end - start);
+        name.assign(names.substr(start, end - start));
         start = end + 1;
         if (name.empty()) {
             continue;
         }
-        PutString(out, name);
+        out.CString(name);
         if (const char* a = r->Ops->GetAnsi(r, name.c_str())) {
-            out.push_back('A');
-            PutCString(out, a);
+            out.Byte('A');
+            out.CString(a);
         } else if (const char16_t* w = r->Ops->GetWide(r, name.c_str())) {
-            out.push_back('W');
-            PutString(out, Utf16ToUtf8(w));
+            out.Byte('W');
+            out.Utf8(w);
         } else {
-            out.push_back('N');
-            PutU64(out, r->Ops->GetNumber(r, name.c_str()));
+            out.Byte('N');
+            out.U64(r->Ops->GetNumber(r, name.c_str()));
         }
     }
     if (r->File != nullptr) {
-        PutCString(out, "$file");
-        out.push_back('A');
-        PutCString(out, r->File);
+        out.CString("$file");
+        out.Byte('A');
+        out.CString(r->File);
     }
     if (r->Func != nullptr) {
-        PutCString(out, "$func");
-        out.push_back('A');
-        PutCString(out, r->Func);
+        out.CString("$func");
+        out.Byte('A');
+        out.CString(r->Func);
     }
     if (r->Line != 0) {
-        PutCString(out, "$line");
-        out.push_back('N');
-        PutU64(out, r->Line);
+        out.CString("$line");
+        out.Byte('N');
+        out.U64(r->Line);
     }
-    out.push_back(0);
+    out.Byte(0);  // an empty name ends the record
 }
 
 // Reads from a bounded block; every read checks the bounds first.
@@ -379,10 +398,13 @@ ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
                 return nullptr;
             }
         } else if (type == 'W') {
+            // Only the text must be valid UTF-8; a wide value converts with replacement
+            // characters, as the system's own conversion does.
             std::string s;
-            if (!in.CString(s) || !Utf8ToUtf16(s, value.Wide)) {
+            if (!in.CString(s)) {
                 return nullptr;
             }
+            value.Wide = Utf8ToUtf16Lenient(s);
         } else {
             return nullptr;
         }
@@ -410,29 +432,32 @@ ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
 
 }  // namespace
 
-std::vector<unsigned char> Error::Serialize() const {
-    std::vector<unsigned char> out;
-    out.push_back(0x01);
-    for (const ErrorRecord* r = head_; r != nullptr; r = r->Cause) {
-        SerializeRecord(out, r);
-    }
-    return out;
-}
-
 unsigned char* Error::Serialize(std::size_t& size) const {
     size = 0;
+    DynamicBuffer buffer;
     try {
-        const std::vector<unsigned char> bytes = Serialize();
-        auto* block = new (std::nothrow) unsigned char[bytes.size()];
-        if (block == nullptr) {
-            return nullptr;
+        BlockWriter out(buffer);
+        out.Byte(0x01);
+        for (const ErrorRecord* r = head_; r != nullptr; r = r->Cause) {
+            SerializeRecord(out, r);
         }
-        std::memcpy(block, bytes.data(), bytes.size());
-        size = bytes.size();
-        return block;
     } catch (const std::bad_alloc&) {
+        return nullptr;  // a text conversion ran out of memory
+    }
+    if (buffer.Failed()) {
         return nullptr;
     }
+    size = buffer.Size();
+    return buffer.Release();
+}
+
+std::vector<unsigned char> Error::Serialize() const {
+    std::size_t size = 0;
+    const std::unique_ptr<unsigned char[]> block(Serialize(size));
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return std::vector<unsigned char>(block.get(), block.get() + size);
 }
 
 Error Error::Deserialize(const void* data, std::size_t size) {
@@ -467,8 +492,12 @@ Error& Error::Detach() {
     if (Code() == ErrorSuccess.Code()) {
         return *this;
     }
-    const std::vector<unsigned char> bytes = Serialize();
-    *this = Deserialize(bytes.data(), bytes.size());
+    std::size_t size = 0;
+    const std::unique_ptr<unsigned char[]> block(Serialize(size));
+    // Without memory for the block the error stays as it is rather than being lost.
+    if (block != nullptr) {
+        *this = Deserialize(block.get(), size);
+    }
     return *this;
 }
 

@@ -328,38 +328,47 @@ ErrorRecord* MakeFixedRecord(Kind kind, std::uint32_t code, const ErrorOrigin& o
     const KindDesc& desc = kKinds[index];
     const std::size_t slotCount = (desc.Text != TextForm::None ? 1 : 0) + desc.ParamCount;
 
-    // A wide text inside the loaded message table is kept by pointer, unless the table's
-    // address could be mistaken for an offset.
+    // A string inside the loaded message table is kept by pointer, since the table outlives
+    // every record; any other string is copied behind the slots, wide ones first.
     const MessageTableBlock table = Detail::PeekLoadedMessageTable();
-    const auto* tableBegin = reinterpret_cast<const char16_t*>(table.Data);
-    const auto* tableEnd = reinterpret_cast<const char16_t*>(table.Data + table.Size);
+    const auto tableBegin = reinterpret_cast<std::uintptr_t>(table.Data);
+    const auto inTable = [&](const void* p) {
+        const auto address = reinterpret_cast<std::uintptr_t>(p);
+        return tableBegin != 0 && address >= tableBegin && address < tableBegin + table.Size;
+    };
+    const auto copiedSize = [](const FieldValue& f) -> std::size_t {
+        if (f.Type == 'W' && f.Wide != nullptr) {
+            return 2 * (WideLength(f.Wide) + 1);
+        }
+        if (f.Type == 'A' && f.Ansi != nullptr) {
+            return std::strlen(f.Ansi) + 1;
+        }
+        return 0;
+    };
 
-    // First pass: sizes. Wide strings come first behind the slots, then narrow ones.
-    std::size_t size = kHeaderSize + 8 * slotCount;
     bool byPointer[4] = {};
+    std::size_t size = kHeaderSize + 8 * slotCount;
     for (std::size_t i = 0; i < slotCount; ++i) {
         const FieldValue& f = fields[i];
-        if (f.Type == 'W' && f.Wide != nullptr) {
-            byPointer[i] = tableBegin != nullptr && f.Wide >= tableBegin && f.Wide < tableEnd;
-            if (!byPointer[i]) {
-                size += 2 * (WideLength(f.Wide) + 1);
-            }
+        const void* s = f.Type == 'W' ? static_cast<const void*>(f.Wide)
+                                      : static_cast<const void*>(f.Ansi);
+        byPointer[i] = f.Type != 'N' && s != nullptr && inTable(s);
+        if (!byPointer[i]) {
+            size += copiedSize(f);
         }
     }
-    for (std::size_t i = 0; i < slotCount; ++i) {
-        const FieldValue& f = fields[i];
-        if (f.Type == 'A' && f.Ansi != nullptr) {
-            size += std::strlen(f.Ansi) + 1;
+    // A slot value below Size reads as an offset. Should the table itself lie below that,
+    // pointers into it could not be told from offsets: then every string is copied.
+    if (tableBegin != 0 && tableBegin < size) {
+        for (std::size_t i = 0; i < slotCount; ++i) {
+            if (byPointer[i]) {
+                byPointer[i] = false;
+                size += copiedSize(fields[i]);
+            }
         }
     }
     if (size > 0xffffffffu) {
         return OutOfMemoryRecord();
-    }
-    for (std::size_t i = 0; i < slotCount; ++i) {
-        if (byPointer[i] && reinterpret_cast<std::uintptr_t>(fields[i].Wide) < size) {
-            byPointer[i] = false;
-            size += 2 * (WideLength(fields[i].Wide) + 1);
-        }
     }
 
     auto* bytes = new (std::nothrow) unsigned char[size];
@@ -370,29 +379,26 @@ ErrorRecord* MakeFixedRecord(Kind kind, std::uint32_t code, const ErrorOrigin& o
     InitHeader(r, &kFixedOps[index], code, origin, static_cast<std::uint32_t>(size));
     std::uint64_t* slots = Slots(r);
     std::size_t pos = kHeaderSize + 8 * slotCount;
+    const auto place = [&](std::size_t i, const void* s, std::size_t n) {
+        if (byPointer[i]) {
+            slots[i] = reinterpret_cast<std::uintptr_t>(s);
+        } else {
+            std::memcpy(bytes + pos, s, n);
+            slots[i] = pos;
+            pos += n;
+        }
+    };
     for (std::size_t i = 0; i < slotCount; ++i) {
         const FieldValue& f = fields[i];
-        slots[i] = 0;
-        if (f.Type == 'N') {
-            slots[i] = f.Number;
-        } else if (f.Type == 'W' && f.Wide != nullptr) {
-            if (byPointer[i]) {
-                slots[i] = reinterpret_cast<std::uintptr_t>(f.Wide);
-            } else {
-                const std::size_t n = 2 * (WideLength(f.Wide) + 1);
-                std::memcpy(bytes + pos, f.Wide, n);
-                slots[i] = pos;
-                pos += n;
-            }
+        slots[i] = f.Type == 'N' ? f.Number : 0;
+        if (f.Type == 'W' && f.Wide != nullptr) {
+            place(i, f.Wide, copiedSize(f));
         }
     }
     for (std::size_t i = 0; i < slotCount; ++i) {
         const FieldValue& f = fields[i];
         if (f.Type == 'A' && f.Ansi != nullptr) {
-            const std::size_t n = std::strlen(f.Ansi) + 1;
-            std::memcpy(bytes + pos, f.Ansi, n);
-            slots[i] = pos;
-            pos += n;
+            place(i, f.Ansi, copiedSize(f));
         }
     }
     return r;

@@ -1,6 +1,7 @@
 // Texts of system records. There is no system message catalogue on this platform, so the
-// library carries the texts of the Windows and NT codes that it produces itself (the codes
-// that the file layer translates, and a few more). Any other code has an empty text.
+// library carries the texts of the Windows, NT and HRESULT codes that it produces itself
+// (the codes that the file layer translates, and a few more). Any other code has an empty
+// text; its value stays readable as the record's "code" parameter.
 
 #include <cstdint>
 #include <string>
@@ -82,6 +83,16 @@ constexpr CodeText kNtTexts[] = {
     {0xC00000BB, u"The request is not supported.\r\n"},
 };
 
+// HRESULTs that are not a Windows error in HRESULT form.
+constexpr CodeText kHResultTexts[] = {
+    {0x80004001, u"Not implemented\r\n"},
+    {0x80004002, u"No such interface supported\r\n"},
+    {0x80004003, u"Invalid pointer\r\n"},
+    {0x80004004, u"Operation aborted\r\n"},
+    {0x80004005, u"Unspecified error\r\n"},
+    {0x8000FFFF, u"Catastrophic failure\r\n"},
+};
+
 template <std::size_t N>
 const char16_t* Find(const CodeText (&table)[N], std::uint32_t code) {
     for (const CodeText& entry : table) {
@@ -118,8 +129,10 @@ std::u16string SystemMessageText(std::uint32_t value) {
         raw = Find(kNtTexts, value & ~0x10000000u);
     } else if ((value & 0xffff0000u) == 0x80070000u) {
         raw = Find(kWin32Texts, value & 0xffffu);
-    } else {
+    } else if (value <= 0xffffu) {
         raw = Find(kWin32Texts, value);
+    } else {
+        raw = Find(kHResultTexts, value);
     }
     return raw != nullptr ? Clean(raw) : std::u16string();
 }

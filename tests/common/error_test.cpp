@@ -80,6 +80,36 @@ TEST(ErrorSystem, StoredValues) {
     EXPECT_STREQ(a.Cause().Origin().Func, "Common::Error::AddNTStatus");
 }
 
+TEST(ErrorSystem, EveryCodeTheLibraryProducesHasACleanText) {
+    // The Windows errors that the file layer translates, and the others the library raises.
+    const int codes[] = {0,  1,  2,   3,   5,   8,    18,   19,   21,   32,   33,   38,   39,
+                         50, 53, 67,  86,  87,  112,  122,  123,  183,  1005, 1203, 1219, 1223,
+                         1231, 1232, 1326, 1330, 1331, 1450};
+    for (int code : codes) {
+        Error e(TL_ORIGIN("F"), 1);
+        e.AddWindowsError(code);
+        const std::u16string text = e.Cause().Text();
+        EXPECT_FALSE(text.empty()) << code;
+        EXPECT_EQ(text.find(u'\r'), std::u16string::npos) << code;
+        EXPECT_NE(text.back(), u'\n') << code;
+    }
+}
+
+TEST(ErrorSystem, CleaningKeepsTheFullStopOfMultiLineTexts) {
+    // A text with a line feed left inside keeps its final full stop.
+    const std::u16string multi = Common::SystemMessageText(0x800703ed);  // 1005
+    EXPECT_NE(multi.find(u'\n'), std::u16string::npos);
+    EXPECT_EQ(multi.back(), u'.');
+    EXPECT_EQ(Narrow(Common::SystemMessageText(0x80070070)),
+              "There is not enough space on the disk");
+    EXPECT_EQ(Narrow(Common::SystemMessageText(0x80004005)), "Unspecified error");
+    // A raw Windows code stored by AddHResult reads like its HRESULT form.
+    EXPECT_EQ(Common::SystemMessageText(5), Common::SystemMessageText(0x80070005));
+    // Codes without a text of our own stay empty.
+    EXPECT_TRUE(Common::SystemMessageText(0x80070000 | 9999).empty());
+    EXPECT_TRUE(Common::SystemMessageText(0x1DEADBEE).empty());
+}
+
 TEST(ErrorCause, SecondCauseReplacesTheFirstOnUnsharedHead) {
     Error e(TL_ORIGIN("F"), 1);
     const Common::ErrorRecord* head = e.Head();
@@ -174,6 +204,48 @@ TEST(ErrorSerialize, ByteLayoutOfAPlainRecord) {
     EXPECT_EQ(bytes, std::vector<unsigned char>(std::begin(expected), std::end(expected)));
 }
 
+TEST(ErrorSerialize, ByteLayoutOfParametersAndOrigin) {
+    const Error e = Error::WithPath(
+        Common::ErrorOrigin{0x0102030405060708ull, "a.cpp", "N::F", 0x21}, 0x40011,
+        u"\u00e9", u"p\u4e2d");
+    const std::vector<unsigned char> bytes = e.Serialize();
+    std::vector<unsigned char> expected = {0x01, 0x11, 0x00, 0x04, 0x00,
+                                           0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01,
+                                           0xc3, 0xa9, 0x00};
+    const auto put = [&](std::initializer_list<unsigned char> b) {
+        expected.insert(expected.end(), b);
+    };
+    const auto putText = [&](const char* s) {
+        expected.insert(expected.end(), s, s + std::strlen(s) + 1);
+    };
+    putText("path");
+    put({'W', 'p', 0xe4, 0xb8, 0xad, 0x00});
+    putText("$module");
+    put({'A'});
+    putText("tessel_link_vsa64_42582");
+    putText("$file");
+    put({'A'});
+    putText("a.cpp");
+    putText("$func");
+    put({'A'});
+    putText("N::F");
+    putText("$line");
+    put({'N', 0x21, 0, 0, 0, 0, 0, 0, 0});
+    put({0x00});
+    EXPECT_EQ(bytes, expected);
+}
+
+TEST(ErrorSerialize, MessageTableTextTravelsAsText) {
+    const Error e(TL_ORIGIN("F"), 5, Common::GetMessageRow(13));
+    const std::vector<unsigned char> bytes = e.Serialize();
+    const std::string wire(bytes.begin(), bytes.end());
+    EXPECT_NE(wire.find(std::string("Access is denied.", 18)), std::string::npos);
+    Error detached = e;
+    detached.Detach();
+    EXPECT_EQ(detached.Text(), u"Access is denied.");
+    EXPECT_STREQ(detached.Origin().Func, "F");
+}
+
 TEST(ErrorDeserialize, RejectsBadBlocks) {
     std::vector<unsigned char> bytes = SampleChain().Serialize();
     EXPECT_TRUE(Error::Deserialize(bytes.data(), 0).Empty());
@@ -217,6 +289,72 @@ TEST(ErrorDeserialize, InvalidUtf8TextIsMalformed) {
     std::vector<unsigned char> bytes = Error(TL_ORIGIN("F"), 5, u"ab").Serialize();
     bytes[13] = 0xff;
     EXPECT_TRUE(Error::Deserialize(bytes.data(), bytes.size()).Empty());
+}
+
+// A hand-made block of one record with the given parameter bytes.
+std::vector<unsigned char> OneRecord(std::initializer_list<unsigned char> params) {
+    std::vector<unsigned char> b = {0x01, 7, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 't', 0};
+    b.insert(b.end(), params);
+    return b;
+}
+
+TEST(ErrorDeserialize, GenericRecordAnswersByNameAndType) {
+    const std::vector<unsigned char> b = OneRecord({
+        'n', 0, 'N', 5, 0, 0, 0, 0, 0, 0, 0,       // number
+        'a', 0, 'A', 'x', 0,                       // narrow
+        'w', 0, 'W', 0xff, 'y', 0,                 // wide with an invalid byte
+        '$', 'f', 'i', 'l', 'e', 0, 'W', 'z', 0,   // $file not narrow: a parameter
+        '$', 'l', 'i', 'n', 'e', 0, 'N', 9, 0, 0, 0, 0, 0, 0, 0,
+        0});
+    const Error e = Error::Deserialize(b.data(), b.size());
+    ASSERT_EQ(e.Code(), 7u);
+    EXPECT_EQ(e.Text(), u"t");
+    EXPECT_STREQ(e.GetNames(), "n,a,w,$file");
+    EXPECT_EQ(e.GetNumber("n"), 5u);
+    EXPECT_STREQ(e.GetAnsi("a"), "x");
+    EXPECT_EQ(std::u16string(e.GetWide("w")), u"\ufffdy");
+    EXPECT_EQ(std::u16string(e.GetWide("$file")), u"z");
+    EXPECT_EQ(e.Origin().File, nullptr);
+    EXPECT_EQ(e.Origin().Line, 9u);
+    // Asked with the wrong type or an unknown name, a parameter is absent.
+    EXPECT_EQ(e.GetAnsi("n"), nullptr);
+    EXPECT_EQ(e.GetNumber("a"), 0u);
+    EXPECT_EQ(e.GetWide("a"), nullptr);
+    EXPECT_EQ(e.GetNumber("m"), 0u);
+    EXPECT_EQ(e.GetAnsi("$module"), nullptr);
+}
+
+TEST(ErrorDeserialize, CutParametersDropTheRecord) {
+    // A number needs eight bytes; a string its terminator; a name its type byte.
+    const std::vector<std::vector<unsigned char>> cut = {
+        OneRecord({'n', 0, 'N', 5, 0, 0, 0, 0, 0, 0}),
+        OneRecord({'a', 0, 'A', 'x'}),
+        OneRecord({'a', 0}),
+        OneRecord({'a'}),
+        OneRecord({'a', 0, 'A', 'x', 0}),  // no end of record
+    };
+    for (const auto& b : cut) {
+        EXPECT_TRUE(Error::Deserialize(b.data(), b.size()).Empty()) << b.size();
+    }
+}
+
+TEST(ErrorDeserialize, CodeZeroEndsTheChain) {
+    std::vector<unsigned char> b = Error(TL_ORIGIN("F"), 5).Serialize();
+    const std::vector<unsigned char> second = Error(TL_ORIGIN("F"), 6).Serialize();
+    b.insert(b.end(), 12, 0);  // a record header with code 0
+    b.insert(b.end(), second.begin() + 1, second.end());
+    const Error e = Error::Deserialize(b.data(), b.size());
+    EXPECT_EQ(e.Code(), 5u);
+    EXPECT_TRUE(e.Cause().Empty());
+}
+
+TEST(ErrorDeserialize, OriginStringsAreInterned) {
+    const std::vector<unsigned char> b = SampleChain().Serialize();
+    const Error one = Error::Deserialize(b.data(), b.size());
+    const Error two = Error::Deserialize(b.data(), b.size());
+    ASSERT_NE(one.Origin().Func, nullptr);
+    EXPECT_EQ(one.Origin().Func, two.Origin().Func);
+    EXPECT_EQ(one.Origin().File, two.Origin().File);
 }
 
 TEST(ErrorDetach, RebuildsAsGeneric) {
