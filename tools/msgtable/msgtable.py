@@ -78,6 +78,29 @@ def build_block(rows):
     return block + bytes(texts)
 
 
+def check_block(block, rows):
+    """Reads the block back the way the library does, so that a fault of the builder
+    fails the build rather than a lookup."""
+    total, signature = struct.unpack_from("<II", block, 0)
+    if total != len(block):
+        sys.exit(f"message table: size word {total} but the block has {len(block)} bytes")
+    if signature != SIGNATURE or 4 * signature != 8 + 4 * ROW_COUNT:
+        sys.exit(f"message table: signature {signature}, expected {SIGNATURE}")
+    for row in range(ROW_COUNT):
+        entry = 8 + 4 * row
+        (offset,) = struct.unpack_from("<i", block, entry)
+        start = entry + offset
+        if start < 4 * SIGNATURE or start >= len(block) or start % 2:
+            sys.exit(f"message table: row {row} points outside the texts")
+        end = start
+        while block[end:end + 2] != b"\0\0":
+            end += 2
+            if end + 2 > len(block):
+                sys.exit(f"message table: row {row} has no terminator")
+        if block[start:end].decode("utf-16-le") != rows.get(row, ""):
+            sys.exit(f"message table: row {row} reads back wrong")
+
+
 def write_cpp(path, block):
     words = struct.unpack(f"<{len(block) // 4}I", block)
     lines = []
@@ -86,6 +109,13 @@ def write_cpp(path, block):
     with open(path, "w", encoding="ascii") as f:
         f.write("// Generated from data/messages.txt; do not edit.\n")
         f.write("#include <cstddef>\n#include <cstdint>\n\n")
+        f.write("#include <tessel_link/common/messages.h>\n\n")
+        f.write("// The block's shape must be the one the lookup code was compiled for.\n")
+        f.write(f"static_assert(Common::kMessageRowCount == {ROW_COUNT});\n")
+        f.write(f"static_assert(Common::kMessageSignature == {SIGNATURE});\n")
+        f.write(f"static_assert(Common::MessageId(0) == 8);\n")
+        f.write(f"static_assert(Common::MessageId(Common::kMessageRowCount) == "
+                f"4 * Common::kMessageSignature);\n\n")
         f.write("namespace Common::Detail {\n\n")
         f.write("// Stored as little-endian 32-bit words, which keeps the block aligned.\n")
         f.write(f"extern const std::uint32_t kBuiltInMessageBlock[{len(words)}];\n")
@@ -100,7 +130,9 @@ def write_cpp(path, block):
 def main():
     if len(sys.argv) != 4:
         sys.exit(__doc__)
-    block = build_block(read_rows(sys.argv[1]))
+    rows = read_rows(sys.argv[1])
+    block = build_block(rows)
+    check_block(block, rows)
     write_cpp(sys.argv[2], block)
     with open(sys.argv[3], "wb") as f:
         f.write(block)
