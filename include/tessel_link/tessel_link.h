@@ -21,6 +21,7 @@
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/errors.h>
 #include <tessel_link/serialize/meta_info.h>
+#include <tessel_link/serialize/obscurer.h>
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>

@@ -123,8 +123,8 @@ bool DecodeUnits(const Unit* text, std::size_t count, std::vector<unsigned char>
 void Encode(const unsigned char* data, std::size_t size, char* out) {
     std::size_t i = 0;
     for (; i + 3 <= size; i += 3) {
-        const std::uint32_t group = std::uint32_t{data[i]} << 16 | std::uint32_t{data[i + 1]} << 8 |
-                                    data[i + 2];
+        const std::uint32_t group =
+            std::uint32_t{data[i]} << 16 | std::uint32_t{data[i + 1]} << 8 | data[i + 2];
         out[0] = kAlphabet[group >> 18];
         out[1] = kAlphabet[(group >> 12) & 63];
         out[2] = kAlphabet[(group >> 6) & 63];

@@ -14,20 +14,20 @@ constexpr std::uint32_t kRowNoMetaInfo = 621;
 
 const char16_t* TextOf(std::uint32_t code) {
     switch (code) {
-    case kErrorInconsistentMetadata:
-        return Common::GetMessageRow(kRowCannotDeserialize);
-    case kErrorNoMetaInfo:
-        return Common::GetMessageRow(kRowNoMetaInfo);
-    case kErrorNoData:
-        return u"SERIALIZER_ERROR_NO_DATA";
-    case kErrorCreateObject:
-        return Common::GetMessageRow(kRowCreateObject);
-    case kErrorNoFactory:
-        return Common::GetMessageRow(kRowNoFactory);
-    case kErrorInvalidEnumValue:
-        return u"Invalid enum value: ";
-    default:
-        return nullptr;
+        case kErrorInconsistentMetadata:
+            return Common::GetMessageRow(kRowCannotDeserialize);
+        case kErrorNoMetaInfo:
+            return Common::GetMessageRow(kRowNoMetaInfo);
+        case kErrorNoData:
+            return u"SERIALIZER_ERROR_NO_DATA";
+        case kErrorCreateObject:
+            return Common::GetMessageRow(kRowCreateObject);
+        case kErrorNoFactory:
+            return Common::GetMessageRow(kRowNoFactory);
+        case kErrorInvalidEnumValue:
+            return u"Invalid enum value: ";
+        default:
+            return nullptr;
     }
 }
 

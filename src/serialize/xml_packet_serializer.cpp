@@ -102,8 +102,7 @@ Serializer& XMLPacketSerializer::Write(const MetaInfo& meta, const std::uint32_t
 }
 
 Serializer& XMLPacketSerializer::Write(const MetaInfo& meta, const std::u16string& value) {
-    return WriteScalar(meta,
-                       [&] { XmlText::AppendEscaped(buffer_, std::u16string_view(value)); });
+    return WriteScalar(meta, [&] { XmlText::AppendEscaped(buffer_, std::u16string_view(value)); });
 }
 
 Serializer& XMLPacketSerializer::Write(const MetaInfo& meta, const Common::Error& value) {

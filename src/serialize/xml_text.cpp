@@ -43,7 +43,8 @@ public:
         if (c < 0x80) {
             Put(static_cast<char>(c));
         } else if (c < 0x800) {
-            char bytes[2] = {static_cast<char>(0xC0 | (c >> 6)), static_cast<char>(0x80 | (c & 0x3F))};
+            char bytes[2] = {static_cast<char>(0xC0 | (c >> 6)),
+                             static_cast<char>(0x80 | (c & 0x3F))};
             Put(bytes, 2);
         } else if (c < 0x10000) {
             char bytes[3] = {static_cast<char>(0xE0 | (c >> 12)),
@@ -51,10 +52,9 @@ public:
                              static_cast<char>(0x80 | (c & 0x3F))};
             Put(bytes, 3);
         } else {
-            char bytes[4] = {static_cast<char>(0xF0 | (c >> 18)),
-                             static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
-                             static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                             static_cast<char>(0x80 | (c & 0x3F))};
+            char bytes[4] = {
+                static_cast<char>(0xF0 | (c >> 18)), static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
+                static_cast<char>(0x80 | ((c >> 6) & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
             Put(bytes, 4);
         }
     }
@@ -62,7 +62,8 @@ public:
     // "&#N;" in decimal.
     void PutReference(char32_t c) {
         char bytes[16] = {'&', '#'};
-        char* end = std::to_chars(bytes + 2, bytes + sizeof(bytes), static_cast<std::uint32_t>(c)).ptr;
+        char* end =
+            std::to_chars(bytes + 2, bytes + sizeof(bytes), static_cast<std::uint32_t>(c)).ptr;
         *end++ = ';';
         Put(bytes, static_cast<std::size_t>(end - bytes));
     }
@@ -103,8 +104,7 @@ public:
             return static_cast<unsigned char>(*p_++);
         } else {
             const char32_t unit = static_cast<char16_t>(*p_++);
-            if (unit >= 0xD800 && unit <= 0xDBFF && p_ != end_ && *p_ >= 0xDC00 &&
-                *p_ <= 0xDFFF) {
+            if (unit >= 0xD800 && unit <= 0xDBFF && p_ != end_ && *p_ >= 0xDC00 && *p_ <= 0xDFFF) {
                 const char32_t low = static_cast<char16_t>(*p_++);
                 return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
             }
@@ -157,30 +157,30 @@ void WriteEscaped(Sink& sink, std::basic_string_view<Char> text, bool attribute)
             continue;
         }
         switch (c) {
-        case ' ':
-            if (!afterSpace && !points.Done()) {
-                sink.Put(' ');
-                afterSpace = true;
-                continue;
-            }
-            sink.PutLiteral("&#32;");
-            break;
-        case '<':
-            sink.PutLiteral("&lt;");
-            break;
-        case '&':
-            sink.PutLiteral("&amp;");
-            break;
-        case '"':
-            sink.PutLiteral("&quot;");
-            break;
-        default:
-            if (c < ' ' || IsSurrogate(c) || c == 0xFFFE || c == 0xFFFF) {
-                sink.PutReference(c);
-            } else {
-                sink.PutUtf8(c);
-            }
-            break;
+            case ' ':
+                if (!afterSpace && !points.Done()) {
+                    sink.Put(' ');
+                    afterSpace = true;
+                    continue;
+                }
+                sink.PutLiteral("&#32;");
+                break;
+            case '<':
+                sink.PutLiteral("&lt;");
+                break;
+            case '&':
+                sink.PutLiteral("&amp;");
+                break;
+            case '"':
+                sink.PutLiteral("&quot;");
+                break;
+            default:
+                if (c < ' ' || IsSurrogate(c) || c == 0xFFFE || c == 0xFFFF) {
+                    sink.PutReference(c);
+                } else {
+                    sink.PutUtf8(c);
+                }
+                break;
         }
         afterSpace = false;
     }

@@ -29,8 +29,10 @@ TEST(MetaInfoEquality, NameAndTraitsDecideNothingElse) {
 
 TEST(MetaInfoEquality, NullTraitListNeverEqualsAPresentOne) {
     const auto empty = std::make_shared<const MetaInfoTraits>();
-    const auto one = std::make_shared<const MetaInfoTraits>(MetaInfoTraits{{"Obscured", "NilValue", ""}});
-    const auto same = std::make_shared<const MetaInfoTraits>(MetaInfoTraits{{"Obscured", "NilValue", ""}});
+    const auto one =
+        std::make_shared<const MetaInfoTraits>(MetaInfoTraits{{"Obscured", "NilValue", ""}});
+    const auto same =
+        std::make_shared<const MetaInfoTraits>(MetaInfoTraits{{"Obscured", "NilValue", ""}});
     const MetaInfo plain("P");
     EXPECT_FALSE(plain == MetaInfo("P", Serialization::kNoTraits, empty));
     EXPECT_FALSE(plain == MetaInfo("P", empty, Serialization::kNoTraits));

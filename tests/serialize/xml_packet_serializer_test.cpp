@@ -9,8 +9,8 @@
 #include <tessel_link/serialize/codec.h>
 #include <tessel_link/serialize/scope_guards.h>
 
-#include "serialize/base64.h"
 #include "packet_text.h"
+#include "serialize/base64.h"
 
 namespace {
 
@@ -134,9 +134,7 @@ TEST(PacketWriterCategories, RefusedElementLeavesTheNextFinishWithNothingToClose
     XMLPacketSerializer s(2, 5);
     {
         WriteScope outer(s, MetaInfo("Outer"));
-        {
-            WriteScope refused(s, foreign);
-        }
+        { WriteScope refused(s, foreign); }
         s.Write(MetaInfo("After"), std::uint32_t{1});
     }
     EXPECT_EQ(Body(s), "<Outer><After>1</After></Outer>");
@@ -183,8 +181,7 @@ TEST(PacketWriterBinary, Base64InOneLine) {
     std::vector<unsigned char> large(300, 0x5a);
     s.Write(MetaInfo("l"), large);
     const std::string body = Body(s);
-    EXPECT_EQ(body.substr(0, body.find("<l>")),
-              "<b>+w==</b><b>+/8=</b><b>+/8A</b><b>+/8AYWI=</b>");
+    EXPECT_EQ(body.substr(0, body.find("<l>")), "<b>+w==</b><b>+/8=</b><b>+/8A</b><b>+/8AYWI=</b>");
     EXPECT_EQ(body.find('\n'), std::string::npos);
     EXPECT_EQ(body.size() - body.find("<l>"), 3 + 400 + 4u);
 }
