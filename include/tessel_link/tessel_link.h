@@ -15,6 +15,13 @@
 #include <tessel_link/common/trace.h>
 #include <tessel_link/common/unicode.h>
 
+// File layer
+#include <tessel_link/file/file_object.h>
+#include <tessel_link/file/memory_file.h>
+
+// XML documents
+#include <tessel_link/xml/xml_tag.h>
+
 // Serialization
 #include <tessel_link/serialize/blob.h>
 #include <tessel_link/serialize/codec.h>

@@ -1,0 +1,263 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include <tessel_link/export.h>
+
+namespace File {
+class i_file;
+}
+
+namespace Xml {
+
+class XmlTag;
+
+namespace detail {
+
+// Storage of the tree. Everything of a document lives in one arena that the document owns;
+// a tag is three words and its strings are shared or packed behind it.
+
+// A narrow name, interned per document: equal names are one object.
+struct XmlName {
+    std::uint32_t Size;
+    std::uint32_t Mark;  // used while the tree is built
+    std::string_view View() const noexcept {
+        return {reinterpret_cast<const char*>(this + 1), Size};
+    }
+};
+
+// A wide text: its length in UTF-16 units, then the units.
+struct XmlText {
+    std::uint32_t Size;
+    std::u16string_view View() const noexcept {
+        return {reinterpret_cast<const char16_t*>(this + 1), Size};
+    }
+};
+
+inline std::u16string_view TextView(const XmlText* text) noexcept {
+    return text != nullptr ? text->View() : std::u16string_view();
+}
+
+struct XmlAttributeSlot {
+    const XmlName* Name;
+    const XmlText* Value;  // null for an empty value
+};
+
+// The content of a tag that has children or attributes: the counts, then ChildCount child
+// pointers, AttributeCount attributes sorted by name, and ChildCount + 1 texts.
+struct XmlContent {
+    std::uint32_t ChildCount;
+    std::uint32_t AttributeCount;
+    const XmlTag* const* Children() const noexcept {
+        return reinterpret_cast<const XmlTag* const*>(this + 1);
+    }
+    const XmlAttributeSlot* Attributes() const noexcept {
+        return reinterpret_cast<const XmlAttributeSlot*>(Children() + ChildCount);
+    }
+    const XmlText* const* Texts() const noexcept {
+        return reinterpret_cast<const XmlText* const*>(Attributes() + AttributeCount);
+    }
+};
+
+struct XmlStore;
+
+}  // namespace detail
+
+// The child elements of a tag in document order. Iterators are plain pointers to
+// `const XmlTag*`, stable for the life of the document.
+class XmlChildren {
+public:
+    using iterator = const XmlTag* const*;
+    XmlChildren(iterator first, std::size_t count) noexcept : first_(first), count_(count) {}
+    iterator begin() const noexcept { return first_; }
+    iterator end() const noexcept { return first_ + count_; }
+    std::size_t size() const noexcept { return count_; }
+    bool empty() const noexcept { return count_ == 0; }
+    const XmlTag* operator[](std::size_t i) const noexcept { return first_[i]; }
+
+private:
+    iterator first_;
+    std::size_t count_;
+};
+
+// The text pieces of a tag: always one more than its children. Entry 0 stands before the
+// first child, entry i between children i-1 and i, the last behind the last child.
+class XmlTexts {
+public:
+    class iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = std::u16string_view;
+        using difference_type = std::ptrdiff_t;
+        using pointer = void;
+        using reference = std::u16string_view;
+        iterator() = default;
+        iterator(const detail::XmlText* const* many, const detail::XmlText* one,
+                 std::size_t index)
+            : many_(many), one_(one), index_(index) {}
+        std::u16string_view operator*() const {
+            return detail::TextView(many_ != nullptr ? many_[index_] : one_);
+        }
+        iterator& operator++() { ++index_; return *this; }
+        iterator operator++(int) { iterator old = *this; ++index_; return old; }
+        bool operator==(const iterator& o) const { return index_ == o.index_; }
+
+    private:
+        const detail::XmlText* const* many_ = nullptr;
+        const detail::XmlText* one_ = nullptr;
+        std::size_t index_ = 0;
+    };
+
+    // Either an array of `count` texts, or (many == null) the single text `one`.
+    XmlTexts(const detail::XmlText* const* many, const detail::XmlText* one,
+             std::size_t count) noexcept
+        : many_(many), one_(one), count_(count) {}
+    std::size_t size() const noexcept { return count_; }
+    std::u16string_view operator[](std::size_t i) const noexcept {
+        return detail::TextView(many_ != nullptr ? many_[i] : one_);
+    }
+    std::u16string_view front() const noexcept { return (*this)[0]; }
+    std::u16string_view back() const noexcept { return (*this)[count_ - 1]; }
+    iterator begin() const { return iterator(many_, one_, 0); }
+    iterator end() const { return iterator(many_, one_, count_); }
+
+private:
+    const detail::XmlText* const* many_;
+    const detail::XmlText* one_;
+    std::size_t count_;
+};
+
+struct XmlAttribute {
+    std::string_view Name;
+    std::u16string_view Value;
+};
+
+// The attributes of a tag, unique by name and sorted by name as bytes.
+class XmlAttributes {
+public:
+    class iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = XmlAttribute;
+        using difference_type = std::ptrdiff_t;
+        using pointer = void;
+        using reference = XmlAttribute;
+        iterator() = default;
+        explicit iterator(const detail::XmlAttributeSlot* slot) : slot_(slot) {}
+        XmlAttribute operator*() const {
+            return {slot_->Name->View(), detail::TextView(slot_->Value)};
+        }
+        iterator& operator++() { ++slot_; return *this; }
+        iterator operator++(int) { iterator old = *this; ++slot_; return old; }
+        bool operator==(const iterator& o) const { return slot_ == o.slot_; }
+
+    private:
+        const detail::XmlAttributeSlot* slot_ = nullptr;
+    };
+
+    XmlAttributes(const detail::XmlAttributeSlot* first, std::size_t count) noexcept
+        : first_(first), count_(count) {}
+    std::size_t size() const noexcept { return count_; }
+    bool empty() const noexcept { return count_ == 0; }
+    iterator begin() const { return iterator(first_); }
+    iterator end() const { return iterator(first_ + count_); }
+
+    // The value of the attribute `name`, or nothing when the tag has none of that name.
+    std::optional<std::u16string_view> Find(std::string_view name) const noexcept {
+        for (std::size_t i = 0; i < count_; ++i) {
+            if (first_[i].Name->View() == name) {
+                return detail::TextView(first_[i].Value);
+            }
+        }
+        return std::nullopt;
+    }
+    bool Contains(std::string_view name) const noexcept { return Find(name).has_value(); }
+
+private:
+    const detail::XmlAttributeSlot* first_;
+    std::size_t count_;
+};
+
+// One element of a document tree. Tags are made by reading a document and live as long as
+// the document; they are never changed afterwards.
+class XmlTag {
+public:
+    std::string_view Name() const noexcept { return name_->View(); }
+    // Null at the root.
+    const XmlTag* Parent() const noexcept { return parent_; }
+
+    XmlChildren Children() const noexcept {
+        const detail::XmlContent* c = Content();
+        return c != nullptr ? XmlChildren(c->Children(), c->ChildCount) : XmlChildren(nullptr, 0);
+    }
+    XmlAttributes Attributes() const noexcept {
+        const detail::XmlContent* c = Content();
+        return c != nullptr ? XmlAttributes(c->Attributes(), c->AttributeCount)
+                            : XmlAttributes(nullptr, 0);
+    }
+    XmlTexts Text() const noexcept {
+        const detail::XmlContent* c = Content();
+        if (c != nullptr) {
+            return XmlTexts(c->Texts(), nullptr, c->ChildCount + std::size_t{1});
+        }
+        return XmlTexts(nullptr, SingleText(), 1);
+    }
+
+private:
+    friend class XmlTreeBuilder;
+
+    // The content word: 0 for a tag with nothing but an empty text; a text pointer with the
+    // low bit set for a tag with nothing but that text; otherwise an XmlContent pointer.
+    const detail::XmlContent* Content() const noexcept {
+        return (content_ & 1) == 0 ? reinterpret_cast<const detail::XmlContent*>(content_)
+                                   : nullptr;
+    }
+    const detail::XmlText* SingleText() const noexcept {
+        return reinterpret_cast<const detail::XmlText*>(content_ & ~std::uintptr_t{1});
+    }
+
+    const detail::XmlName* name_ = nullptr;
+    const XmlTag* parent_ = nullptr;
+    std::uintptr_t content_ = 0;
+};
+
+// A document: the tree of one read, with the memory that holds it. Empty before a
+// successful read; a failed read may leave the part it had built.
+class TL_API XmlDocument {
+public:
+    XmlDocument() noexcept;
+    XmlDocument(XmlDocument&& other) noexcept;
+    XmlDocument& operator=(XmlDocument&& other) noexcept;
+    ~XmlDocument();
+
+    const XmlTag* Root() const noexcept { return root_; }
+    explicit operator bool() const noexcept { return root_ != nullptr; }
+    // Frees the tree.
+    void Reset() noexcept;
+    // Bytes that the tree holds, for measurement.
+    std::size_t MemoryUsage() const noexcept;
+
+private:
+    friend class XmlTreeBuilder;
+    std::unique_ptr<detail::XmlStore> store_;
+    const XmlTag* root_ = nullptr;
+};
+
+// The deepest nesting of elements that a document may have. Deeper input is refused, so that
+// hostile input cannot exhaust the stack of code that walks the tree.
+inline constexpr std::uint32_t kMaxXmlDepth = 1024;
+
+// Reads a whole document from `file`: XML text in UTF-8, or either binary form (the first
+// bytes decide). Any tree the document held is discarded first. On failure the result is
+// false and `line`/`column` tell where reading stopped (both from 1); nothing else of the
+// failure is reported. `file` is read from its current position, first in a read of four
+// bytes and then in blocks.
+TL_API bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line,
+                         std::uint32_t& column);
+
+}  // namespace Xml

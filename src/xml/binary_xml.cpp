@@ -1,0 +1,200 @@
+#include "xml/binary_xml.h"
+
+#include <memory>
+
+#include <tessel_link/common/assert.h>
+#include <tessel_link/common/unicode.h>
+
+#include "xml/xml_tree_builder.h"
+
+namespace Xml {
+
+namespace {
+// Strings are read in pieces of this size at most, each piece only once the one before it
+// has arrived.
+constexpr std::uint64_t kReadPiece = 65536;
+}  // namespace
+
+xml_reader_interface::~xml_reader_interface() = default;
+xml_reader_core::~xml_reader_core() = default;
+
+std::uint8_t xml_reader_core::ReadByte() {
+    std::uint8_t byte = 0;
+    file_.ReadExact(&byte, 1);
+    return byte;
+}
+
+std::uint32_t xml_reader_core::ReadNumber() {
+    std::uint32_t value = 0;
+    std::uint32_t shift = 0;
+    for (;;) {
+        std::uint8_t byte = 0;
+        if (!file_.ReadExact(&byte, 1)) {
+            return value;
+        }
+        value |= static_cast<std::uint32_t>(byte & 0x7f) << (shift & 31);
+        shift += 7;
+        if ((byte & 0x80) == 0) {
+            return value;
+        }
+    }
+}
+
+std::string xml_reader_core::ReadBytes(std::uint64_t count) {
+    std::string bytes;
+    while (count != 0 && !file_.Failed()) {
+        const std::uint64_t piece = std::min(count, kReadPiece);
+        const std::size_t old = bytes.size();
+        bytes.resize(old + static_cast<std::size_t>(piece));
+        if (!file_.ReadExact(bytes.data() + old, piece)) {
+            bytes.resize(old);
+            break;
+        }
+        count -= piece;
+    }
+    return bytes;
+}
+
+std::u16string xml_reader_core::ReadText(std::uint64_t count) {
+    const std::string bytes = ReadBytes(count);
+    const std::size_t nul = bytes.find('\0');
+    return Common::Utf8ToUtf16Lenient(
+        std::string_view(bytes).substr(0, nul == std::string::npos ? bytes.size() : nul));
+}
+
+const std::string& xml_reader_core::ResolveName(std::uint32_t reference) {
+    const auto known = names_.find(reference);
+    if (known != names_.end()) {
+        return known->second;
+    }
+    const std::uint32_t length = ReadNumber();
+    return names_.emplace(reference, ReadBytes(length)).first->second;
+}
+
+bool xml_reader_core::Enter() {
+    if (depth_ >= kMaxXmlDepth) {
+        tooDeep_ = true;
+        return false;
+    }
+    ++depth_;
+    return true;
+}
+
+bool xml_reader_binary_old::Read() {
+    if (!Enter()) {
+        return true;
+    }
+    sink_.StartTag(ResolveName(ReadNumber()));
+    const std::uint8_t attributes = ReadByte();
+    for (unsigned i = 0; i < attributes; ++i) {
+        const std::string& name = ResolveName(ReadNumber());
+        const std::u16string value = ReadText(ReadNumber());
+        sink_.Attribute(name, value);
+    }
+    const std::uint32_t textCount = ReadNumber();
+    TL_ASSERT_TEXT(textCount != 0, "textCount");
+    sink_.Text(ReadText(ReadNumber()));
+    // A count of 0 wraps as it always has; the loop then runs until the input fails.
+    for (std::uint32_t i = textCount - 1; i != 0 && !file_.Failed() && !TooDeep(); --i) {
+        Read();
+        sink_.Text(ReadText(ReadNumber()));
+    }
+    sink_.EndTag();
+    Leave();
+    return true;
+}
+
+bool xml_reader_binary_new::Read() {
+    if (!Enter()) {
+        return false;
+    }
+    const std::uint32_t reference = ReadNumber();
+    if (reference == 0) {
+        Leave();
+        return false;
+    }
+    sink_.StartTag(ResolveName(reference));
+    for (;;) {
+        const std::uint32_t attribute = ReadNumber();
+        if (attribute == 0) {
+            break;
+        }
+        const std::string& name = ResolveName(attribute);
+        const std::uint32_t textLength = ReadNumber();
+        TL_ASSERT_TEXT((textLength & 1) == 0, "(textLength & 1) == 0");
+        const std::u16string value = textLength < 2 ? std::u16string() : ReadText(textLength / 2);
+        sink_.Attribute(name, value);
+    }
+    ReadTextItem();
+    while (!TooDeep() && Read()) {
+        ReadTextItem();
+    }
+    sink_.EndTag();
+    Leave();
+    return !file_.Failed();
+}
+
+void xml_reader_binary_new::ReadTextItem() {
+    const std::uint32_t item = ReadNumber();
+    const std::uint32_t length = item >> 1;
+    if ((item & 1) != 0) {
+        const std::string raw = ReadBytes(length);
+        sink_.BinaryText(raw);
+    } else {
+        sink_.Text(ReadText(length));
+    }
+}
+
+void binary_reader::StartDocument() {
+    builder_.CloseAll();
+}
+
+void binary_reader::EndDocument() {
+    TL_ASSERT_TEXT(builder_.Depth() == 0, "!tagStack.size()");
+    builder_.CloseAll();
+}
+
+void binary_reader::StartTag(std::string_view name) {
+    builder_.Open(builder_.Intern(name));
+}
+
+void binary_reader::EndTag() {
+    if (builder_.Depth() != 0) {
+        builder_.Close();
+    }
+}
+
+void binary_reader::Attribute(std::string_view name, std::u16string_view value) {
+    TL_ASSERT_TEXT(builder_.Depth() != 0, "tagStack.size()");
+    if (builder_.Depth() != 0) {
+        builder_.AddAttribute(builder_.Intern(name), value);  // a repeated name keeps the first
+    }
+}
+
+void binary_reader::Text(std::u16string_view value) {
+    TL_ASSERT_TEXT(builder_.Depth() != 0, "tagStack.size()");
+    if (builder_.Depth() != 0) {
+        builder_.SetText(value);
+    }
+}
+
+bool ReadBinaryDocument(XmlDocument& document, File::i_file& file) {
+    std::uint8_t header[2] = {0, 0};
+    file.ReadExact(header, 2);  // the revision, and a byte without meaning for a reader
+    XmlTreeBuilder builder(document);
+    binary_reader sink(builder);
+    std::unique_ptr<xml_reader_core> reader;
+    if (header[0] == 1) {
+        reader = std::make_unique<xml_reader_binary_old>(file, sink);
+    } else if (header[0] == 2) {
+        reader = std::make_unique<xml_reader_binary_new>(file, sink);
+    } else {
+        return false;
+    }
+    sink.StartDocument();
+    reader->Read();
+    sink.EndDocument();
+    return !file.Failed() && !reader->TooDeep();
+}
+
+}  // namespace Xml

@@ -1,0 +1,107 @@
+#pragma once
+
+// The two binary forms of a document. They are read, never written, and end in the same
+// tree as XML text.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include <tessel_link/file/file_object.h>
+#include <tessel_link/xml/xml_tag.h>
+
+namespace Xml {
+
+class XmlTreeBuilder;
+
+// Events of a binary document. Every operation does nothing by default.
+class xml_reader_interface {
+public:
+    virtual ~xml_reader_interface();
+    virtual void StartDocument() {}
+    virtual void EndDocument() {}
+    virtual void StartTag(std::string_view /*name*/) {}
+    virtual void EndTag() {}
+    virtual void Attribute(std::string_view /*name*/, std::u16string_view /*value*/) {}
+    virtual void Text(std::u16string_view /*value*/) {}
+    virtual void BinaryText(std::string_view /*bytes*/) {}
+};
+
+// What both binary readers share: the input, the sink and the name dictionary, which spans
+// the whole document and serves tag and attribute names alike. Every read goes through the
+// file object; once it has failed, reads deliver nothing and numbers read as far as they got.
+class xml_reader_core {
+public:
+    xml_reader_core(File::i_file& file, xml_reader_interface& sink) : file_(file), sink_(sink) {}
+    virtual ~xml_reader_core();
+    // Reads one element with its subtree.
+    virtual bool Read() = 0;
+
+    // The nesting bound was hit.
+    bool TooDeep() const noexcept { return tooDeep_; }
+
+protected:
+    std::uint8_t ReadByte();
+    // A number of 7-bit groups, least significant first, gathered in 32 bits.
+    std::uint32_t ReadNumber();
+    // `count` bytes; the buffer grows with what arrives, so a corrupt length cannot demand
+    // more memory than the input holds.
+    std::string ReadBytes(std::uint64_t count);
+    // `count` bytes of UTF-8, up to the first NUL, as UTF-16.
+    std::u16string ReadText(std::uint64_t count);
+    // The name that `reference` stands for; a reference seen for the first time is followed
+    // by the name's length and bytes.
+    const std::string& ResolveName(std::uint32_t reference);
+
+    // Guards the recursion of Read.
+    bool Enter();
+    void Leave() noexcept { --depth_; }
+
+    File::i_file& file_;
+    xml_reader_interface& sink_;
+    std::unordered_map<std::uint32_t, std::string> names_;
+
+private:
+    std::uint32_t depth_ = 0;
+    bool tooDeep_ = false;
+};
+
+// Revision 1: a count byte for attributes and a count of texts per element.
+class xml_reader_binary_old : public xml_reader_core {
+public:
+    using xml_reader_core::xml_reader_core;
+    bool Read() override;
+};
+
+// Revision 2: lists ended by the name reference 0, and text items that may hold raw data.
+class xml_reader_binary_new : public xml_reader_core {
+public:
+    using xml_reader_core::xml_reader_core;
+    // False when the terminator stands where a tag name would.
+    bool Read() override;
+
+private:
+    void ReadTextItem();
+};
+
+// The sink that builds the tree.
+class binary_reader : public xml_reader_interface {
+public:
+    explicit binary_reader(XmlTreeBuilder& builder) : builder_(builder) {}
+    void StartDocument() override;
+    void EndDocument() override;
+    void StartTag(std::string_view name) override;
+    void EndTag() override;
+    void Attribute(std::string_view name, std::u16string_view value) override;
+    void Text(std::u16string_view value) override;
+
+private:
+    XmlTreeBuilder& builder_;
+};
+
+// Reads a binary document whose magic has been consumed: the revision byte, a byte that is
+// skipped, and the root. True when the file object ends without error.
+bool ReadBinaryDocument(XmlDocument& document, File::i_file& file);
+
+}  // namespace Xml

@@ -1,0 +1,616 @@
+#include "xml/xml_lexer.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace Xml {
+
+namespace {
+
+constexpr std::size_t kFirstRead = 4;
+constexpr std::size_t kBlockSize = 32768;
+// Zero bytes kept behind the buffered input, so that a lookahead never leaves the buffer.
+constexpr std::size_t kPadding = 32;
+
+// Byte classes.
+constexpr std::uint8_t kRun = 1;        // part of a text run: 0x21-0x7f without '<' and '&'
+constexpr std::uint8_t kWhite = 2;      // tab, line feed, carriage return, blank
+constexpr std::uint8_t kNameStart = 4;  // A-Z a-z _ :
+constexpr std::uint8_t kNameChar = 8;   // name starts, digits, '-' and '.'
+
+constexpr std::array<std::uint8_t, 256> MakeClasses() {
+    std::array<std::uint8_t, 256> c{};
+    for (int b = 0x21; b < 0x80; ++b) {
+        c[b] |= kRun;
+    }
+    c['<'] &= ~kRun;
+    c['&'] &= ~kRun;
+    for (int b : {9, 10, 13, 32}) {
+        c[b] |= kWhite;
+    }
+    for (int b = 'A'; b <= 'Z'; ++b) {
+        c[b] |= kNameStart | kNameChar;
+        c[b + 32] |= kNameStart | kNameChar;
+    }
+    c['_'] |= kNameStart | kNameChar;
+    c[':'] |= kNameStart | kNameChar;
+    for (int b = '0'; b <= '9'; ++b) {
+        c[b] |= kNameChar;
+    }
+    c['-'] |= kNameChar;
+    c['.'] |= kNameChar;
+    return c;
+}
+
+constexpr std::array<std::uint8_t, 256> kClass = MakeClasses();
+
+inline bool Is(unsigned char b, std::uint8_t cls) {
+    return (kClass[b] & cls) != 0;
+}
+
+inline bool IsContinuation(unsigned char b) {
+    return (b & 0xc0) == 0x80;
+}
+
+// Decodes one multi-byte sequence at `p` (lead byte >= 0x80) under the strict rules: no
+// overlong forms, no surrogates, nothing above U+10FFFF, and neither U+FFFE nor U+FFFF.
+// Returns the bytes used, or 0 when the sequence is invalid. `p` may be read up to four
+// bytes ahead.
+inline int DecodeSequence(const unsigned char* p, char32_t& cp) {
+    const unsigned char b0 = p[0];
+    if (b0 >= 0xc2 && b0 <= 0xdf) {
+        if (!IsContinuation(p[1])) {
+            return 0;
+        }
+        cp = (char32_t(b0 & 0x1f) << 6) | (p[1] & 0x3f);
+        return 2;
+    }
+    if (b0 >= 0xe0 && b0 <= 0xef) {
+        const unsigned char b1 = p[1];
+        const unsigned char low = b0 == 0xe0 ? 0xa0 : 0x80;
+        const unsigned char high = b0 == 0xed ? 0x9f : 0xbf;
+        if (b1 < low || b1 > high || !IsContinuation(p[2])) {
+            return 0;
+        }
+        cp = (char32_t(b0 & 0x0f) << 12) | (char32_t(b1 & 0x3f) << 6) | (p[2] & 0x3f);
+        if (cp >= 0xfffe) {
+            return 0;
+        }
+        return 3;
+    }
+    if (b0 >= 0xf0 && b0 <= 0xf4) {
+        const unsigned char b1 = p[1];
+        const unsigned char low = b0 == 0xf0 ? 0x90 : 0x80;
+        const unsigned char high = b0 == 0xf4 ? 0x8f : 0xbf;
+        if (b1 < low || b1 > high || !IsContinuation(p[2]) || !IsContinuation(p[3])) {
+            return 0;
+        }
+        cp = (char32_t(b0 & 0x07) << 18) | (char32_t(b1 & 0x3f) << 12) |
+             (char32_t(p[2] & 0x3f) << 6) | (p[3] & 0x3f);
+        return 4;
+    }
+    return 0;  // a stray continuation byte, C0, C1 or F5 to FF
+}
+
+inline int SequenceLength(unsigned char lead) {
+    return lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+}
+
+inline char16_t* PutCodePoint(char16_t* out, char32_t cp) {
+    if (cp < 0x10000) {
+        *out++ = static_cast<char16_t>(cp);
+    } else {
+        cp -= 0x10000;
+        *out++ = static_cast<char16_t>(0xd800 | (cp >> 10));
+        *out++ = static_cast<char16_t>(0xdc00 | (cp & 0x3ff));
+    }
+    return out;
+}
+
+}  // namespace
+
+void XmlTextBuffer::Grow(std::size_t extra) {
+    if (extra > std::numeric_limits<std::size_t>::max() / 4 - size_) {
+        throw std::bad_alloc();
+    }
+    const std::size_t capacity = std::max({capacity_ * 2, size_ + extra, std::size_t{256}});
+    std::unique_ptr<char16_t[]> data(new char16_t[capacity]);
+    if (size_ != 0) {
+        std::memcpy(data.get(), data_.get(), size_ * sizeof(char16_t));
+    }
+    data_ = std::move(data);
+    capacity_ = capacity;
+}
+
+XmlLexer::XmlLexer(File::i_file& file) : file_(file) {
+    capacity_ = kFirstRead + kPadding;
+    buffer_.reset(new unsigned char[capacity_]());
+    stepStart_ = cursor_ = end_ = counted_ = nameStart_ = buffer_.get();
+}
+
+void XmlLexer::CountTo(const unsigned char* to) {
+    std::uint32_t line = line_;
+    std::uint32_t column = column_;
+    for (const unsigned char* p = counted_; p < to; ++p) {
+        const unsigned char b = *p;
+        if (b == '\t') {
+            column = (column | 7) + 1;
+        } else if (b == '\n') {
+            ++line;
+            column = 0;
+        } else {
+            ++column;
+        }
+    }
+    line_ = line;
+    column_ = column;
+    counted_ = to;
+}
+
+void XmlLexer::Where(std::uint32_t& line, std::uint32_t& column) {
+    CountTo(stepStart_);
+    line = line_;
+    column = column_ + failureColumns_ + 1;
+}
+
+bool XmlLexer::Refill() {
+    if (endOfInput_) {
+        return false;
+    }
+    // Bytes before the current token are no longer needed: count them, then move the rest
+    // to the front.
+    CountTo(stepStart_);
+    const std::size_t keep = static_cast<std::size_t>(end_ - stepStart_);
+    const std::size_t want = state_ == State::Start ? kFirstRead - keep : kBlockSize;
+    // Offsets from the token start survive the move; the name may belong to an earlier
+    // token, and is then no longer of use.
+    const std::ptrdiff_t cursorOffset = cursor_ - stepStart_;
+    const std::ptrdiff_t nameOffset = nameStart_ - stepStart_;
+    if (keep + want + kPadding > capacity_) {
+        const std::size_t capacity = std::max(capacity_ * 2, keep + want + kPadding);
+        std::unique_ptr<unsigned char[]> bigger(new unsigned char[capacity]);
+        std::memcpy(bigger.get(), stepStart_, keep);
+        buffer_ = std::move(bigger);
+        capacity_ = capacity;
+    } else if (stepStart_ != buffer_.get() && keep != 0) {
+        std::memmove(buffer_.get(), stepStart_, keep);
+    }
+    unsigned char* fresh = buffer_.get();
+    cursor_ = fresh + cursorOffset;
+    nameStart_ = nameOffset >= 0 ? fresh + nameOffset : fresh;
+    stepStart_ = counted_ = fresh;
+
+    std::uint64_t got = 0;
+    file_.Read(fresh + keep, want, got);
+    if (got == 0 || file_.Failed()) {
+        // A failed read ends the input here; the reader sees the file's error afterwards.
+        endOfInput_ = true;
+        fresh[keep] = 0;
+        got = 1;
+    }
+    end_ = fresh + keep + got;
+    std::memset(const_cast<unsigned char*>(end_), 0, kPadding);
+    return true;
+}
+
+void XmlLexer::EnsureSlow(std::size_t count) {
+    while (static_cast<std::size_t>(end_ - cursor_) < count && Refill()) {
+    }
+}
+
+XmlToken XmlLexer::FailOrEnd() {
+    // The sentinel behind the last byte of input ends the document; any other failing
+    // byte, a NUL among them, is an error.
+    if (endOfInput_ && cursor_ + 1 == end_) {
+        cursor_ = end_;
+        ended_ = true;
+        return XmlToken::End;
+    }
+    return XmlToken::Error;
+}
+
+XmlToken XmlLexer::Next() {
+    if (ended_) {
+        return XmlToken::End;
+    }
+    stepStart_ = cursor_;
+    switch (state_) {
+    case State::Start:
+        return StartStep();
+    case State::Content:
+        return ContentStep();
+    case State::InsideTag:
+        return InsideTagStep();
+    case State::DoubleQuoted:
+        return QuotedStep('"');
+    case State::SingleQuoted:
+        return QuotedStep('\'');
+    case State::CData:
+        return CDataStep();
+    default:
+        // Markup states are left within the step that entered them.
+        return XmlToken::Error;
+    }
+}
+
+XmlToken XmlLexer::StartStep() {
+    Ensure(4);
+    state_ = State::Content;
+    if (std::memcmp(cursor_, "BXML", 4) == 0) {
+        cursor_ += 4;
+        return XmlToken::Binary;
+    }
+    if (cursor_[0] == 0xef && cursor_[1] == 0xbb && cursor_[2] == 0xbf) {
+        cursor_ += 3;
+    }
+    return ContentStep();
+}
+
+void XmlLexer::ScanName() {
+    // The cursor stands on a name start.
+    nameStart_ = cursor_;
+    for (;;) {
+        while (Is(*cursor_, kNameChar)) {
+            ++cursor_;
+        }
+        if (cursor_ != end_ || endOfInput_) {
+            break;
+        }
+        Refill();  // the name goes on behind the buffer; nameStart_ moves along
+    }
+    nameSize_ = static_cast<std::size_t>(cursor_ - nameStart_);
+}
+
+XmlToken XmlLexer::PendingBlankFirst() {
+    // The owed blank is delivered as text before the markup, which is read again next.
+    text_.Append(u' ');
+    blanks_ = Blanks::None;
+    return XmlToken::Text;
+}
+
+XmlToken XmlLexer::ContentStep() {
+    for (;;) {
+        Ensure(10);
+        const unsigned char c = *cursor_;
+        if (Is(c, kWhite)) {
+            if (preserve_) {
+                char16_t* out = text_.Reserve(static_cast<std::size_t>(end_ - cursor_) + 1);
+                if (blanks_ == Blanks::Pending) {
+                    *out++ = u' ';
+                }
+                while (Is(*cursor_, kWhite)) {
+                    *out++ = *cursor_++;
+                }
+                text_.Commit(out);
+                blanks_ = Blanks::None;
+                return XmlToken::Text;
+            }
+            while (Is(*cursor_, kWhite)) {
+                ++cursor_;
+            }
+            if (blanks_ == Blanks::None) {
+                blanks_ = Blanks::Pending;
+            }
+            continue;
+        }
+        if (c == '<') {
+            const unsigned char c1 = cursor_[1];
+            if (Is(c1, kNameStart)) {
+                if (blanks_ == Blanks::Pending) {
+                    return PendingBlankFirst();
+                }
+                ++cursor_;
+                ScanName();
+                state_ = State::InsideTag;
+                blanks_ = Blanks::Suppressed;
+                return XmlToken::StartTag;
+            }
+            if (c1 == '/') {
+                if (!Is(cursor_[2], kNameStart)) {
+                    return Fail();
+                }
+                cursor_ += 2;
+                ScanName();
+                state_ = State::InsideTag;
+                blanks_ = Blanks::None;  // a blank owed before an end tag is dropped
+                return XmlToken::EndTag;
+            }
+            if (c1 == '?') {
+                cursor_ += 2;
+                if (!SkipMarkup("?>", 2, false)) {
+                    return FailOrEnd();
+                }
+                continue;
+            }
+            if (std::memcmp(cursor_, "<!--", 4) == 0) {
+                cursor_ += 4;
+                if (!SkipMarkup("-->", 3, false)) {
+                    return FailOrEnd();
+                }
+                continue;
+            }
+            if (std::memcmp(cursor_, "<!DOCTYPE", 9) == 0 && Is(cursor_[9], kWhite)) {
+                cursor_ += 10;
+                if (!SkipMarkup(">", 1, true)) {
+                    return FailOrEnd();
+                }
+                continue;
+            }
+            if (std::memcmp(cursor_, "<![CDATA[", 9) == 0) {
+                if (blanks_ == Blanks::Pending) {
+                    return PendingBlankFirst();
+                }
+                cursor_ += 9;
+                state_ = State::CData;
+                blanks_ = Blanks::None;
+                return CDataStep();
+            }
+            return Fail();
+        }
+        if (c == '&') {
+            return Entity();
+        }
+        if (c < 0x20) {
+            return FailOrEnd();
+        }
+        return TextRun(0);
+    }
+}
+
+XmlToken XmlLexer::TextRun(unsigned char quote) {
+    // A run of bytes that are neither white space, control bytes, '<', '&' nor the closing
+    // quote. It may stop early at the end of the buffer; the next token goes on with it.
+    const unsigned char* runStart = cursor_;
+    char16_t* out = text_.Reserve(static_cast<std::size_t>(end_ - cursor_) + 1);
+    if (blanks_ == Blanks::Pending) {
+        *out++ = u' ';
+    }
+    const unsigned char* p = cursor_;
+    for (;;) {
+        unsigned char b = *p;
+        while (Is(b, kRun) && b != quote) {
+            *out++ = b;
+            b = *++p;
+        }
+        if (b < 0x80) {
+            break;
+        }
+        const int length = SequenceLength(b);
+        if (end_ - p < length && !endOfInput_) {
+            break;  // the sequence straddles the buffer's end
+        }
+        char32_t cp = 0;
+        if (DecodeSequence(p, cp) == 0) {
+            failureColumns_ = static_cast<std::uint32_t>(p - runStart);
+            cursor_ = p;
+            return XmlToken::Error;
+        }
+        out = PutCodePoint(out, cp);
+        p += length;
+    }
+    cursor_ = p;
+    text_.Commit(out);
+    blanks_ = Blanks::None;
+    return XmlToken::Text;
+}
+
+XmlToken XmlLexer::Entity() {
+    // The cursor stands on '&'. References are short; numeric ones may carry many leading
+    // zeros, so the bytes are made available one at a time.
+    auto at = [this](std::size_t i) -> unsigned char {
+        Ensure(i + 1);
+        return cursor_ + i < end_ ? cursor_[i] : 0;
+    };
+    char32_t cp = 0;
+    std::size_t length = 0;
+    Ensure(6);
+    if (std::memcmp(cursor_, "&lt;", 4) == 0) {
+        cp = '<', length = 4;
+    } else if (std::memcmp(cursor_, "&gt;", 4) == 0) {
+        cp = '>', length = 4;
+    } else if (std::memcmp(cursor_, "&amp;", 5) == 0) {
+        cp = '&', length = 5;
+    } else if (std::memcmp(cursor_, "&apos;", 6) == 0) {
+        cp = '\'', length = 6;
+    } else if (std::memcmp(cursor_, "&quot;", 6) == 0) {
+        cp = '"', length = 6;
+    } else if (cursor_[1] == '#') {
+        const bool hex = at(2) == 'x';
+        std::size_t i = hex ? 3 : 2;
+        const std::size_t firstDigit = i;
+        std::uint32_t value = 0;
+        for (;; ++i) {
+            const unsigned char d = at(i);
+            std::uint32_t digit;
+            if (d >= '0' && d <= '9') {
+                digit = d - '0';
+            } else if (hex && d >= 'a' && d <= 'f') {
+                digit = d - 'a' + 10;
+            } else if (hex && d >= 'A' && d <= 'F') {
+                digit = d - 'A' + 10;
+            } else {
+                break;
+            }
+            // Anything at or above 0x110000 is refused; stop growing once there.
+            value = std::min<std::uint32_t>(value * (hex ? 16 : 10) + digit, 0x110000);
+        }
+        if (i == firstDigit || at(i) != ';' || value >= 0x110000) {
+            return Fail();
+        }
+        cp = value;
+        length = i + 1;
+    } else {
+        return Fail();
+    }
+    cursor_ += length;
+    char16_t* out = text_.Reserve(3);
+    if (blanks_ == Blanks::Pending) {
+        *out++ = u' ';
+    }
+    text_.Commit(PutCodePoint(out, cp));
+    blanks_ = Blanks::None;
+    return XmlToken::Text;
+}
+
+bool XmlLexer::SkipMarkup(const char* terminator, std::size_t length, bool refuseBracket) {
+    for (;;) {
+        Ensure(length);
+        const unsigned char b = *cursor_;
+        if (b == static_cast<unsigned char>(terminator[0]) &&
+            std::memcmp(cursor_, terminator, length) == 0) {
+            cursor_ += length;
+            return true;
+        }
+        if ((b < 0x20 && !Is(b, kWhite)) || (refuseBracket && b == '[')) {
+            return false;
+        }
+        ++cursor_;
+    }
+}
+
+XmlToken XmlLexer::InsideTagStep() {
+    for (;;) {
+        Ensure(2);
+        const unsigned char c = *cursor_;
+        if (Is(c, kWhite)) {
+            ++cursor_;
+            continue;
+        }
+        if (Is(c, kNameStart)) {
+            ScanName();
+            return XmlToken::AttributeName;
+        }
+        if (c == '>') {
+            ++cursor_;
+            state_ = State::Content;
+            return XmlToken::TagClose;
+        }
+        if (c == '/' && cursor_[1] == '>') {
+            cursor_ += 2;
+            state_ = State::Content;
+            blanks_ = Blanks::None;
+            return XmlToken::EmptyTagClose;
+        }
+        if (c == '=') {
+            ++cursor_;
+            for (;;) {
+                Ensure(1);
+                if (!Is(*cursor_, kWhite)) {
+                    break;
+                }
+                ++cursor_;
+            }
+            if (*cursor_ == '"') {
+                state_ = State::DoubleQuoted;
+            } else if (*cursor_ == '\'') {
+                state_ = State::SingleQuoted;
+            } else {
+                return FailOrEnd();
+            }
+            ++cursor_;
+            blanks_ = Blanks::Suppressed;
+            return XmlToken::AttributeEquals;
+        }
+        return FailOrEnd();
+    }
+}
+
+XmlToken XmlLexer::QuotedStep(unsigned char quote) {
+    for (;;) {
+        Ensure(6);
+        const unsigned char c = *cursor_;
+        if (c == quote) {
+            // The value ends; a blank still owed is dropped. No token of its own.
+            ++cursor_;
+            state_ = State::InsideTag;
+            blanks_ = Blanks::Suppressed;
+            return InsideTagStep();
+        }
+        if (Is(c, kWhite)) {
+            while (Is(*cursor_, kWhite)) {
+                ++cursor_;
+            }
+            if (blanks_ == Blanks::None) {
+                blanks_ = Blanks::Pending;
+            }
+            continue;
+        }
+        if (c == '&') {
+            return Entity();
+        }
+        if (c == '<') {
+            return Fail();
+        }
+        if (c < 0x20) {
+            return FailOrEnd();
+        }
+        return TextRun(quote);
+    }
+}
+
+XmlToken XmlLexer::CDataStep() {
+    for (;;) {
+        Ensure(3);
+        const unsigned char c = *cursor_;
+        if (c == '\r') {
+            ++cursor_;  // undoes the line ends that writers put into sections
+            continue;
+        }
+        if (c == '\t' || c == '\n') {
+            ++cursor_;
+            text_.Append(c);
+            blanks_ = Blanks::None;
+            return XmlToken::Text;
+        }
+        if (c < 0x20) {
+            return FailOrEnd();
+        }
+        if (c == ']') {
+            if (cursor_[1] == ']' && cursor_[2] == '>') {
+                cursor_ += 3;
+                state_ = State::Content;
+            } else {
+                ++cursor_;
+                text_.Append(u']');
+            }
+            blanks_ = Blanks::None;
+            return XmlToken::Text;
+        }
+        // A run up to the next ']' or control byte.
+        const unsigned char* runStart = cursor_;
+        char16_t* out = text_.Reserve(static_cast<std::size_t>(end_ - cursor_));
+        const unsigned char* p = cursor_;
+        for (;;) {
+            const unsigned char b = *p;
+            if (b < 0x80) {
+                if (b < 0x20 || b == ']') {
+                    break;
+                }
+                *out++ = b;
+                ++p;
+                continue;
+            }
+            const int length = SequenceLength(b);
+            if (end_ - p < length && !endOfInput_) {
+                break;
+            }
+            char32_t cp = 0;
+            if (DecodeSequence(p, cp) == 0) {
+                failureColumns_ = static_cast<std::uint32_t>(p - runStart);
+                cursor_ = p;
+                return XmlToken::Error;
+            }
+            out = PutCodePoint(out, cp);
+            p += length;
+        }
+        cursor_ = p;
+        text_.Commit(out);
+        blanks_ = Blanks::None;
+        return XmlToken::Text;
+    }
+}
+
+}  // namespace Xml

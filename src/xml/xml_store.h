@@ -1,0 +1,66 @@
+#pragma once
+
+// The memory of a document: an arena that only grows, and the table of interned names.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include <tessel_link/xml/xml_tag.h>
+
+namespace Xml::detail {
+
+// Hands out 8-aligned blocks from chunks that grow with the document and are freed together.
+class Arena {
+public:
+    void* Allocate(std::size_t bytes) {
+        bytes = (bytes + 7) & ~std::size_t{7};
+        if (static_cast<std::size_t>(end_ - next_) < bytes) {
+            Grow(bytes);
+        }
+        void* block = next_;
+        next_ += bytes;
+        return block;
+    }
+    // Bytes of all chunks taken from the heap.
+    std::size_t Capacity() const noexcept { return capacity_; }
+
+private:
+    void Grow(std::size_t bytes);
+
+    std::vector<std::unique_ptr<std::uint64_t[]>> chunks_;
+    char* next_ = nullptr;
+    char* end_ = nullptr;
+    std::size_t capacity_ = 0;
+};
+
+// Names are interned so that a tag holds one pointer and equal names compare by address.
+class NameTable {
+public:
+    explicit NameTable(Arena& arena) : arena_(arena) {}
+    const XmlName* Intern(std::string_view name);
+    std::size_t Capacity() const noexcept { return slots_.capacity() * sizeof(Slot); }
+
+private:
+    struct Slot {
+        std::uint64_t Hash;
+        XmlName* Name;
+    };
+    void Rehash();
+
+    Arena& arena_;
+    std::vector<Slot> slots_;
+    std::size_t used_ = 0;
+};
+
+struct XmlStore {
+    Arena arena;
+    NameTable names{arena};
+
+    // A text copied into the arena; null for an empty one.
+    const XmlText* NewText(std::u16string_view text);
+};
+
+}  // namespace Xml::detail

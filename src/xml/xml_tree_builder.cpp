@@ -1,0 +1,117 @@
+#include "xml/xml_tree_builder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace Xml {
+
+XmlDocument::XmlDocument() noexcept = default;
+XmlDocument::XmlDocument(XmlDocument&& other) noexcept
+    : store_(std::move(other.store_)), root_(other.root_) {
+    other.root_ = nullptr;
+}
+XmlDocument& XmlDocument::operator=(XmlDocument&& other) noexcept {
+    store_ = std::move(other.store_);
+    root_ = other.root_;
+    other.root_ = nullptr;
+    return *this;
+}
+XmlDocument::~XmlDocument() = default;
+
+void XmlDocument::Reset() noexcept {
+    store_.reset();
+    root_ = nullptr;
+}
+
+std::size_t XmlDocument::MemoryUsage() const noexcept {
+    return store_ ? sizeof(detail::XmlStore) + store_->arena.Capacity() +
+                        store_->names.Capacity()
+                  : 0;
+}
+
+namespace {
+
+// memcpy that accepts the null pointers of empty vectors.
+void CopyBytes(void* to, const void* from, std::size_t bytes) {
+    if (bytes != 0) {
+        std::memcpy(to, from, bytes);
+    }
+}
+
+detail::XmlStore& FreshStore(XmlDocument& document, std::unique_ptr<detail::XmlStore>& slot) {
+    document.Reset();
+    slot = std::make_unique<detail::XmlStore>();
+    return *slot;
+}
+
+}  // namespace
+
+XmlTreeBuilder::XmlTreeBuilder(XmlDocument& document)
+    : document_(document), store_(FreshStore(document, document.store_)) {}
+
+void XmlTreeBuilder::Open(const detail::XmlName* name) {
+    auto* tag = new (store_.arena.Allocate(sizeof(XmlTag))) XmlTag();
+    tag->name_ = name;
+    if (frames_.empty()) {
+        document_.root_ = tag;
+    } else {
+        tag->parent_ = frames_.back().Tag;
+        children_.push_back(tag);
+        texts_.push_back(nullptr);
+    }
+    frames_.push_back(Frame{tag, ++nextMark_, static_cast<std::uint32_t>(children_.size()),
+                            static_cast<std::uint32_t>(attributes_.size()),
+                            static_cast<std::uint32_t>(texts_.size())});
+    texts_.push_back(nullptr);
+}
+
+bool XmlTreeBuilder::AddAttribute(const detail::XmlName* name, std::u16string_view value) {
+    // Names are interned, so the mark on the name tells whether this tag has it already.
+    auto* entry = const_cast<detail::XmlName*>(name);
+    if (entry->Mark == frames_.back().Mark) {
+        return false;
+    }
+    entry->Mark = frames_.back().Mark;
+    attributes_.push_back({name, store_.NewText(value)});
+    return true;
+}
+
+void XmlTreeBuilder::Close() {
+    const Frame frame = frames_.back();
+    frames_.pop_back();
+    const std::size_t childCount = children_.size() - frame.FirstChild;
+    const std::size_t attributeCount = attributes_.size() - frame.FirstAttribute;
+    const std::size_t textCount = texts_.size() - frame.FirstText;  // childCount + 1
+
+    if (childCount == 0 && attributeCount == 0) {
+        const detail::XmlText* text = texts_.back();
+        frame.Tag->content_ = text != nullptr ? reinterpret_cast<std::uintptr_t>(text) | 1 : 0;
+    } else {
+        detail::XmlAttributeSlot* first = attributes_.data() + frame.FirstAttribute;
+        if (attributeCount > 1) {
+            std::sort(first, first + attributeCount,
+                      [](const detail::XmlAttributeSlot& a, const detail::XmlAttributeSlot& b) {
+                          return a.Name->View() < b.Name->View();
+                      });
+        }
+        const std::size_t bytes = sizeof(detail::XmlContent) + childCount * sizeof(XmlTag*) +
+                                  attributeCount * sizeof(detail::XmlAttributeSlot) +
+                                  textCount * sizeof(detail::XmlText*);
+        auto* content = static_cast<detail::XmlContent*>(store_.arena.Allocate(bytes));
+        content->ChildCount = static_cast<std::uint32_t>(childCount);
+        content->AttributeCount = static_cast<std::uint32_t>(attributeCount);
+        CopyBytes(const_cast<const XmlTag**>(content->Children()),
+                    children_.data() + frame.FirstChild, childCount * sizeof(XmlTag*));
+        CopyBytes(const_cast<detail::XmlAttributeSlot*>(content->Attributes()), first,
+                    attributeCount * sizeof(detail::XmlAttributeSlot));
+        CopyBytes(const_cast<const detail::XmlText**>(content->Texts()),
+                    texts_.data() + frame.FirstText, textCount * sizeof(detail::XmlText*));
+        frame.Tag->content_ = reinterpret_cast<std::uintptr_t>(content);
+    }
+    children_.resize(frame.FirstChild);
+    attributes_.resize(frame.FirstAttribute);
+    texts_.resize(frame.FirstText);
+}
+
+}  // namespace Xml

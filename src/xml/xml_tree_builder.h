@@ -1,0 +1,65 @@
+#pragma once
+
+// Builds the immutable tree of a document from events: open a tag, add attributes, set the
+// text that stands at the current place, close the tag. The text reader and the binary
+// reader both end here.
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include <tessel_link/xml/xml_tag.h>
+
+#include "xml/xml_store.h"
+
+namespace Xml {
+
+class XmlTreeBuilder {
+public:
+    // Discards the tree that `document` holds and builds the new one into it.
+    explicit XmlTreeBuilder(XmlDocument& document);
+    XmlTreeBuilder(const XmlTreeBuilder&) = delete;
+    XmlTreeBuilder& operator=(const XmlTreeBuilder&) = delete;
+    // Closes whatever is still open, so that a partial tree is whole.
+    ~XmlTreeBuilder() { CloseAll(); }
+
+    const detail::XmlName* Intern(std::string_view name) { return store_.names.Intern(name); }
+
+    // Opens a tag as the last child of the open tag, which gets a new empty text behind it;
+    // with no tag open, the new tag replaces the root.
+    void Open(const detail::XmlName* name);
+    // Adds an attribute to the open tag; false, with nothing changed, when the tag already
+    // has one of that name.
+    bool AddAttribute(const detail::XmlName* name, std::u16string_view value);
+    // Replaces the last text entry of the open tag.
+    void SetText(std::u16string_view text) { texts_.back() = store_.NewText(text); }
+    void Close();
+    void CloseAll() {
+        while (!frames_.empty()) {
+            Close();
+        }
+    }
+
+    std::size_t Depth() const noexcept { return frames_.size(); }
+    std::string_view OpenName() const noexcept { return frames_.back().Tag->Name(); }
+
+private:
+    struct Frame {
+        XmlTag* Tag;
+        std::uint32_t Mark;
+        std::uint32_t FirstChild;
+        std::uint32_t FirstAttribute;
+        std::uint32_t FirstText;
+    };
+
+    XmlDocument& document_;
+    detail::XmlStore& store_;
+    std::vector<Frame> frames_;
+    // The pending content of all open tags, innermost last.
+    std::vector<const XmlTag*> children_;
+    std::vector<detail::XmlAttributeSlot> attributes_;
+    std::vector<const detail::XmlText*> texts_;
+    std::uint32_t nextMark_ = 0;
+};
+
+}  // namespace Xml

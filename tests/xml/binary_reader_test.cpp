@@ -1,0 +1,185 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <tessel_link/common/assert.h>
+
+#include "xml_test_support.h"
+
+namespace {
+
+using xml_test::Attribute;
+using xml_test::Read;
+using xml_test::Text;
+
+// Bytes from a list of numbers (each one byte) and strings.
+struct Bytes {
+    std::string data;
+    Bytes& operator<<(int byte) {
+        data.push_back(static_cast<char>(byte));
+        return *this;
+    }
+    Bytes& operator<<(const std::string& text) {
+        data += text;
+        return *this;
+    }
+};
+
+std::string NewForm() {
+    return std::string("BXML\x02\x00", 6);
+}
+std::string OldForm() {
+    return std::string("BXML\x01\x00", 6);
+}
+
+std::vector<std::string>& Fired() {
+    static std::vector<std::string> fired;
+    return fired;
+}
+
+class BinaryReader : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Fired().clear();
+        previous_ = Common::SetAssertionObserver(
+            [](const char* expression, const char*, int) { Fired().push_back(expression); });
+    }
+    void TearDown() override { Common::SetAssertionObserver(previous_); }
+
+private:
+    Common::AssertionObserver previous_ = nullptr;
+};
+
+TEST_F(BinaryReader, NewFormWorkedExample) {
+    Bytes b;
+    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 2 << "1" << 0 << 2 << "t" << 0;
+    const auto r = Read(b.data);
+    ASSERT_TRUE(r.Ok);
+    EXPECT_EQ(r.Root()->Name(), "a");
+    EXPECT_EQ(Attribute(r.Root(), "x"), u"1");
+    EXPECT_EQ(Text(r.Root()), u"t");
+    EXPECT_TRUE(r.Root()->Children().empty());
+}
+
+TEST_F(BinaryReader, NewFormChildrenSharedNamesAndTextItems) {
+    Bytes b;
+    // <r>A<c>1</c>B<c>2</c>C</r>: the second "c" is only its number.
+    b << NewForm() << 1 << 1 << "r" << 0 << 2 << "A"          //
+      << 2 << 1 << "c" << 0 << 2 << "1" << 0 << 2 << "B"      //
+      << 2 << 0 << 2 << "2" << 0 << 2 << "C" << 0;
+    const auto r = Read(b.data);
+    ASSERT_TRUE(r.Ok);
+    ASSERT_EQ(r.Root()->Children().size(), 2u);
+    EXPECT_EQ(r.Root()->Children()[1]->Name(), "c");
+    EXPECT_EQ(Text(r.Root(), 0), u"A");
+    EXPECT_EQ(Text(r.Root(), 1), u"B");
+    EXPECT_EQ(Text(r.Root(), 2), u"C");
+    EXPECT_EQ(Text(r.Root()->Children()[1]), u"2");
+
+    // A text item with the flag set is raw data and adds no text.
+    Bytes raw;
+    raw << NewForm() << 1 << 1 << "r" << 0 << 7 << "xyz" << 0;
+    const auto s = Read(raw.data);
+    ASSERT_TRUE(s.Ok);
+    EXPECT_EQ(Text(s.Root()), u"");
+}
+
+TEST_F(BinaryReader, NewFormOddAttributeLength) {
+    Bytes b;
+    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 3 << "q" << 0 << 0 << 0;
+    const auto r = Read(b.data);
+    ASSERT_TRUE(r.Ok);
+    EXPECT_EQ(Attribute(r.Root(), "x"), u"q");  // 3 / 2 = 1 byte
+    ASSERT_EQ(Fired().size(), 1u);
+    EXPECT_EQ(Fired()[0], "(textLength & 1) == 0");
+}
+
+TEST_F(BinaryReader, OldForm) {
+    Bytes b;
+    // <r k="v">x<c/>y</r>, with name 0 as an ordinary reference.
+    b << OldForm() << 0 << 1 << "r" << 1 << 5 << 1 << "k" << 1 << "v" << 2 << 1 << "x"  //
+      << 6 << 1 << "c" << 0 << 1 << 0 << 1 << "y";
+    const auto r = Read(b.data);
+    ASSERT_TRUE(r.Ok);
+    EXPECT_EQ(r.Root()->Name(), "r");
+    EXPECT_EQ(Attribute(r.Root(), "k"), u"v");
+    ASSERT_EQ(r.Root()->Children().size(), 1u);
+    EXPECT_EQ(r.Root()->Children()[0]->Name(), "c");
+    EXPECT_EQ(Text(r.Root(), 0), u"x");
+    EXPECT_EQ(Text(r.Root(), 1), u"y");
+}
+
+TEST_F(BinaryReader, TextsDecodeLenientlyAndStopAtNul) {
+    Bytes b;
+    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 6 << std::string("p\0q", 3) << 0
+      << 8 << "\xC3\xA9\xFFz" << 0;
+    const auto r = Read(b.data);
+    ASSERT_TRUE(r.Ok);
+    EXPECT_EQ(Attribute(r.Root(), "x"), u"p");
+    EXPECT_EQ(Text(r.Root()), u"\u00e9\ufffdz");
+}
+
+TEST_F(BinaryReader, RepeatedAttributeKeepsTheFirstValue) {
+    Bytes b;
+    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 2 << "1" << 2 << 2 << "2" << 0 << 0
+      << 0;
+    const auto r = Read(b.data);
+    ASSERT_TRUE(r.Ok);
+    EXPECT_EQ(Attribute(r.Root(), "x"), u"1");
+    EXPECT_EQ(r.Root()->Attributes().size(), 1u);
+}
+
+TEST_F(BinaryReader, HeaderAndEndOfInput) {
+    EXPECT_FALSE(Read(std::string("BXML\x03\x00\x01\x01" "a\x00\x00\x00", 12)).Ok);
+    EXPECT_FALSE(Read("BXML").Ok);
+
+    // Cut off inside a string: false, and the part read stays.
+    Bytes cut;
+    cut << NewForm() << 1 << 1 << "r" << 0 << 0 << 2 << 1 << "c" << 0 << 20 << "abc";
+    const auto r = Read(cut.data);
+    EXPECT_FALSE(r.Ok);
+    ASSERT_NE(r.Root(), nullptr);
+    EXPECT_EQ(r.Root()->Name(), "r");
+    EXPECT_EQ(r.Root()->Children().size(), 1u);
+
+    // Bytes behind the root are not looked at.
+    Bytes tail;
+    tail << NewForm() << 1 << 1 << "a" << 0 << 0 << 0 << "garbage";
+    EXPECT_TRUE(Read(tail.data).Ok);
+}
+
+TEST_F(BinaryReader, HostileLengthsAndCountsStayWithinTheInput) {
+    // A text length of almost 2 GiB and a name length of 4 GiB in a tiny input.
+    Bytes text;
+    text << NewForm() << 1 << 1 << "a" << 0 << 0xfe << 0xff << 0xff << 0xff << 0x0f << "x";
+    EXPECT_FALSE(Read(text.data).Ok);
+    Bytes name;
+    name << NewForm() << 1 << 0xff << 0xff << 0xff << 0xff << 0x0f << "a";
+    EXPECT_FALSE(Read(name.data).Ok);
+    // A text count of 0 in the old form: the assertion, then children until the input ends.
+    Bytes zero;
+    zero << OldForm() << 1 << 1 << "a" << 0 << 0 << 0;
+    EXPECT_FALSE(Read(zero.data).Ok);
+    EXPECT_EQ(Fired().front(), "textCount");
+    // A number that never ends.
+    EXPECT_FALSE(Read(NewForm() + std::string(100000, '\xff')).Ok);
+}
+
+TEST_F(BinaryReader, DeepNestingFailsCleanly) {
+    Bytes deep;
+    deep << NewForm() << 1 << 1 << "a" << 0 << 0;
+    for (int i = 0; i < 1000000; ++i) {
+        deep << 1 << 0 << 0;  // child "a", no attributes, empty text
+    }
+    EXPECT_FALSE(Read(deep.data).Ok);
+
+    Bytes old;
+    old << OldForm() << 1 << 1 << "a" << 0 << 2 << 0;
+    for (int i = 0; i < 1000000; ++i) {
+        old << 1 << 0 << 2 << 0;
+    }
+    EXPECT_FALSE(Read(old.data).Ok);
+}
+
+}  // namespace
