@@ -10,8 +10,13 @@
 #include <tessel_link/common/error_origin.h>
 #include <tessel_link/common/guid.h>
 #include <tessel_link/common/messages.h>
+#include <tessel_link/common/mutex.h>
 #include <tessel_link/common/non_copyable.h>
 #include <tessel_link/common/random.h>
+#include <tessel_link/common/recursive_lock.h>
+#include <tessel_link/common/semaphore.h>
+#include <tessel_link/common/thread.h>
+#include <tessel_link/common/tls.h>
 #include <tessel_link/common/trace.h>
 #include <tessel_link/common/unicode.h>
 

@@ -1,6 +1,9 @@
 #include <tessel_link/common/trace.h>
 
 #include <atomic>
+#include <string>
+
+#include "common/stack_text.h"
 
 namespace Common {
 
@@ -64,6 +67,19 @@ void SetTraceErrorSink(TraceErrorSink sink) {
 
 TraceObject* SetTraceObject(TraceObject* object) {
     return g_object.exchange(object);
+}
+
+void LogStack(const char* function) {
+    std::string text = "Stack logging from '";
+    text += function != nullptr ? function : "";
+    text += '\'';
+    TraceText(2, 0, 0, text.c_str());
+    unsigned number = 0;
+    Detail::WalkStackTexts(32, [&](const std::string& frame) {
+        const std::string line = "Stack frame " + std::to_string(number++) + ": '" + frame + "'";
+        TraceText(2, 0, 0, line.c_str());
+        return true;
+    });
 }
 
 }  // namespace Common

@@ -7,9 +7,18 @@ namespace Common {
 // Formats "Assertion failed: %s, file %s, line %d" and reports it.
 TL_API int Assert(const char* expression, const char* file, int line);
 
-// The assertion report. Its outputs are chosen by CORVANE_SAFE_ASSERT (a hexadecimal mask
-// or a list of words, default 0x65) and CORVANE_SAFE_ASSERT_LOGFILE. Returns 0 to ignore,
-// 1 to break; aborts when the mask says so.
+// The assertion report. Its outputs are chosen by CORVANE_SAFE_ASSERT, read on the first
+// report: a hexadecimal mask (with or without "0x") or a list of words separated by blanks,
+// default 0x65 (break, log, abort, stack):
+//   break 0x01   reserved
+//   debug 0x02   the system's debug output (the system log at debug priority)
+//   log   0x04   the log target, CORVANE_SAFE_ASSERT_LOGFILE: "stdout", "stderr" (the
+//                default) or a file to append to
+//   event 0x08   the event hook, if one is set
+//   msgbox 0x10  ask the user; where nobody can be asked this counts as "debug"
+//   abort 0x20   abort the process rather than return
+//   stack 0x40   add a stack trace of up to 32 frames to debug, log and event
+// An unknown word turns assertions off. Returns 0 to ignore, 1 to go on.
 TL_API int Report(const char* expression, const char* file, int line, const char* message);
 
 // Called with the expression of every assertion that is reported (before the mask is
@@ -17,6 +26,12 @@ TL_API int Report(const char* expression, const char* file, int line, const char
 // fired. Null removes the observer. Returns the previous one.
 using AssertionObserver = void (*)(const char* expression, const char* file, int line);
 TL_API AssertionObserver SetAssertionObserver(AssertionObserver observer);
+
+// The event output of the report (bit 0x08): called with 5, 0, 27 and the message, and
+// with the stack trace in one call when bit 0x40 is set too. Null removes the hook.
+// Returns the previous one.
+using AssertionEventHook = void (*)(int a, int b, int c, const char* text);
+TL_API AssertionEventHook SetAssertionEventHook(AssertionEventHook hook);
 
 }  // namespace Common
 
