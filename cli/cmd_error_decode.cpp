@@ -1,0 +1,179 @@
+#include <cinttypes>
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <tessel_link/common/error.h>
+#include <tessel_link/common/unicode.h>
+
+#include "command.h"
+#include "json_text.h"
+
+namespace tessel_cli {
+namespace {
+
+// Hexadecimal digits with blanks anywhere; false for any other character or an odd count.
+bool ParseHex(const std::string& text, std::vector<unsigned char>& bytes) {
+    int high = -1;
+    for (const char c : text) {
+        if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+            continue;
+        }
+        int digit;
+        if (c >= '0' && c <= '9') {
+            digit = c - '0';
+        } else if (c >= 'a' && c <= 'f') {
+            digit = c - 'a' + 10;
+        } else if (c >= 'A' && c <= 'F') {
+            digit = c - 'A' + 10;
+        } else {
+            return false;
+        }
+        if (high < 0) {
+            high = digit;
+        } else {
+            bytes.push_back(static_cast<unsigned char>(high * 16 + digit));
+            high = -1;
+        }
+    }
+    return high < 0;
+}
+
+// A narrow parameter as UTF-8: as it is when it already is UTF-8, else byte by byte.
+std::string NarrowText(const char* text) {
+    std::u16string wide;
+    if (Common::Utf8ToUtf16(text, wide)) {
+        return text;
+    }
+    return Common::Utf16ToUtf8(Common::WidenLatin1(text));
+}
+
+std::vector<std::string> SplitNames(const char* list) {
+    std::vector<std::string> names;
+    std::string name;
+    for (const char* p = list;; ++p) {
+        if (*p == ',' || *p == '\0') {
+            if (!name.empty()) {
+                names.push_back(name);
+            }
+            name.clear();
+            if (*p == '\0') {
+                return names;
+            }
+        } else {
+            name.push_back(*p);
+        }
+    }
+}
+
+// A parameter's value, typed as the serialized form types it: narrow, else wide, else a
+// number. Strings come back as JSON literals, numbers as decimals.
+std::string ParamValue(const Common::Error& record, const std::string& name, bool& isNumber) {
+    isNumber = false;
+    if (const char* a = record.GetAnsi(name.c_str())) {
+        return JsonString(NarrowText(a));
+    }
+    if (const char16_t* w = record.GetWide(name.c_str())) {
+        return JsonString(Common::Utf16ToUtf8(w));
+    }
+    isNumber = true;
+    return std::to_string(record.GetNumber(name.c_str()));
+}
+
+std::string OptionalString(const char* text) {
+    return text != nullptr ? JsonString(NarrowText(text)) : "null";
+}
+
+void PrintJson(const Common::Error& error) {
+    if (error.Empty()) {
+        std::printf("[]\n");
+        return;
+    }
+    std::printf("[\n");
+    for (Common::Error r = error; !r.Empty(); r = r.Cause()) {
+        const Common::ErrorOrigin origin = r.Origin();
+        std::string params;
+        for (const std::string& name : SplitNames(r.GetNames())) {
+            bool isNumber;
+            const std::string value = ParamValue(r, name, isNumber);
+            params += (params.empty() ? "[" : ", [") + JsonString(name) + ", " + value + "]";
+        }
+        std::printf("  {\"code\": %" PRIu32 ", \"linetag\": %" PRIu64
+                    ", \"text\": %s, \"params\": [%s], \"file\": %s, \"func\": %s, \"line\": %" PRIu32
+                    "}%s\n",
+                    r.Code(), origin.LineTag, JsonString(Common::Utf16ToUtf8(r.Text())).c_str(),
+                    params.c_str(), OptionalString(origin.File).c_str(),
+                    OptionalString(origin.Func).c_str(), origin.Line,
+                    r.Cause().Empty() ? "" : ",");
+    }
+    std::printf("]\n");
+}
+
+void PrintText(const Common::Error& error) {
+    if (error.Empty()) {
+        std::printf("empty error (success)\n");
+        return;
+    }
+    int depth = 0;
+    for (Common::Error r = error; !r.Empty(); r = r.Cause(), ++depth) {
+        const Common::ErrorOrigin origin = r.Origin();
+        std::printf("#%d code 0x%08" PRIX32 " linetag 0x%016" PRIX64 "\n", depth, r.Code(),
+                    origin.LineTag);
+        const std::u16string text = r.Text();
+        if (!text.empty()) {
+            std::printf("    text: %s\n", JsonString(Common::Utf16ToUtf8(text)).c_str());
+        }
+        for (const std::string& name : SplitNames(r.GetNames())) {
+            bool isNumber;
+            const std::string value = ParamValue(r, name, isNumber);
+            if (isNumber) {
+                std::printf("    %s: %s (0x%" PRIX64 ")\n", name.c_str(), value.c_str(),
+                            r.GetNumber(name.c_str()));
+            } else {
+                std::printf("    %s: %s\n", name.c_str(), value.c_str());
+            }
+        }
+        if (origin.File != nullptr || origin.Func != nullptr || origin.Line != 0) {
+            std::printf("    at %s:%" PRIu32 " %s\n",
+                        origin.File != nullptr ? NarrowText(origin.File).c_str() : "?", origin.Line,
+                        origin.Func != nullptr ? NarrowText(origin.Func).c_str() : "");
+        }
+    }
+}
+
+int Run(const Arguments& args) {
+    std::string hex;
+    if (args.positional.empty()) {
+        hex.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    }
+    for (const std::string& part : args.positional) {
+        hex += part;
+    }
+    std::vector<unsigned char> bytes;
+    if (!ParseHex(hex, bytes)) {
+        return Fail("HEX must be pairs of hexadecimal digits (blanks are ignored)");
+    }
+    const Common::Error error = Common::Error::Deserialize(bytes.data(), bytes.size());
+    if (args.Has("--json")) {
+        PrintJson(error);
+    } else {
+        PrintText(error);
+    }
+    return 0;
+}
+
+const CommandRegistration kErrorDecode(
+    {"error decode", "HEX [--json]", "Print a serialized error, from head to deepest cause.",
+     "HEX is the serialized form in hexadecimal; blanks are ignored, and without HEX it is\n"
+     "read from standard input. A block that is not an error (too short, another version)\n"
+     "is the empty error; a damaged tail is dropped.\n\n"
+     "--json prints a JSON array with one object per record:\n"
+     "  {\"code\": N, \"linetag\": N, \"text\": \"...\", \"params\": [[name, value], ...],\n"
+     "   \"file\": \"...\" or null, \"func\": \"...\" or null, \"line\": N}\n"
+     "with the parameters in the order of the record's names list.",
+     Run});
+
+}  // namespace
+}  // namespace tessel_cli
