@@ -1,6 +1,7 @@
 #include "serialize/base64.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace Serialization::Base64 {
 
@@ -32,6 +33,36 @@ struct DecodeTable {
 };
 constexpr DecodeTable kDecode;
 
+// The decoding table spread over four tables of 256 entries, each holding the value already
+// shifted to its place in a group of 24 bits, and bit 24 for anything but an alphabet
+// character (white space and "=" included: the careful path deals with them). A group of four
+// characters is then four loads and one test.
+constexpr std::uint32_t kNotAlphabet = 0x01000000;
+struct ShiftedTables {
+    std::uint32_t Value[4][256];
+    constexpr ShiftedTables() : Value() {
+        for (int k = 0; k < 4; ++k) {
+            for (int c = 0; c < 256; ++c) {
+                const unsigned v = c < 128 ? kDecode.Value[c] : kBad;
+                Value[k][c] = v < 64 ? static_cast<std::uint32_t>(v) << (18 - 6 * k) : kNotAlphabet;
+            }
+        }
+    }
+};
+constexpr ShiftedTables kShifted;
+
+// Two output characters for every 12 bits of input.
+struct PairTable {
+    char Pair[4096][2];
+    constexpr PairTable() : Pair() {
+        for (int i = 0; i < 4096; ++i) {
+            Pair[i][0] = kAlphabet[i >> 6];
+            Pair[i][1] = kAlphabet[i & 63];
+        }
+    }
+};
+constexpr PairTable kPairs;
+
 template <class Unit>
 bool DecodeUnits(const Unit* text, std::size_t count, std::vector<unsigned char>& out) {
     out.resize((count + 2) * 3 / 4);
@@ -46,18 +77,20 @@ bool DecodeUnits(const Unit* text, std::size_t count, std::vector<unsigned char>
             while (i + 4 <= count) {
                 const std::uint32_t c0 = text[i], c1 = text[i + 1], c2 = text[i + 2],
                                     c3 = text[i + 3];
-                if ((c0 | c1 | c2 | c3) >= 128) {
+                if constexpr (sizeof(Unit) > 1) {
+                    if ((c0 | c1 | c2 | c3) >= 128) {
+                        break;
+                    }
+                }
+                const std::uint32_t group = kShifted.Value[0][c0] | kShifted.Value[1][c1] |
+                                            kShifted.Value[2][c2] | kShifted.Value[3][c3];
+                if (group >= kNotAlphabet) {
                     break;
                 }
-                const std::uint32_t v0 = kDecode.Value[c0], v1 = kDecode.Value[c1],
-                                    v2 = kDecode.Value[c2], v3 = kDecode.Value[c3];
-                if ((v0 | v1 | v2 | v3) >= 64) {
-                    break;
-                }
-                const std::uint32_t group = v0 << 18 | v1 << 12 | v2 << 6 | v3;
-                dst[0] = static_cast<unsigned char>(group >> 16);
-                dst[1] = static_cast<unsigned char>(group >> 8);
-                dst[2] = static_cast<unsigned char>(group);
+                // One store of four bytes, the last of which the next group overwrites: the
+                // buffer always has a byte to spare behind whole groups.
+                const std::uint32_t bytes = __builtin_bswap32(group << 8);
+                std::memcpy(dst, &bytes, 4);
                 dst += 3;
                 i += 4;
             }
@@ -125,10 +158,8 @@ void Encode(const unsigned char* data, std::size_t size, char* out) {
     for (; i + 3 <= size; i += 3) {
         const std::uint32_t group =
             std::uint32_t{data[i]} << 16 | std::uint32_t{data[i + 1]} << 8 | data[i + 2];
-        out[0] = kAlphabet[group >> 18];
-        out[1] = kAlphabet[(group >> 12) & 63];
-        out[2] = kAlphabet[(group >> 6) & 63];
-        out[3] = kAlphabet[group & 63];
+        std::memcpy(out, kPairs.Pair[group >> 12], 2);
+        std::memcpy(out + 2, kPairs.Pair[group & 0xfff], 2);
         out += 4;
     }
     const std::size_t rest = size - i;

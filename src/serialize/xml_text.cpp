@@ -3,81 +3,45 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 namespace Serialization::XmlText {
 
 namespace {
 
-// Collects output bytes in a local buffer and appends them to the string in blocks, which is
-// much cheaper than growing the string byte by byte.
-class Sink {
-public:
-    explicit Sink(std::string& out) : out_(out) {}
-    Sink(const Sink&) = delete;
-    Sink& operator=(const Sink&) = delete;
-    ~Sink() { Flush(); }
+template <std::size_t N>
+inline char* PutLiteral(char* out, const char (&text)[N]) {
+    std::memcpy(out, text, N - 1);
+    return out + N - 1;
+}
 
-    void Put(char c) {
-        if (used_ == sizeof(buffer_)) {
-            Flush();
-        }
-        buffer_[used_++] = c;
+inline char* PutUtf8(char* out, char32_t c) {
+    if (c < 0x80) {
+        *out++ = static_cast<char>(c);
+    } else if (c < 0x800) {
+        *out++ = static_cast<char>(0xC0 | (c >> 6));
+        *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        *out++ = static_cast<char>(0xE0 | (c >> 12));
+        *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        *out++ = static_cast<char>(0xF0 | (c >> 18));
+        *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (c & 0x3F));
     }
-    void Put(const char* text, std::size_t size) {
-        if (used_ + size > sizeof(buffer_)) {
-            Flush();
-            if (size > sizeof(buffer_)) {
-                out_.append(text, size);
-                return;
-            }
-        }
-        std::memcpy(buffer_ + used_, text, size);
-        used_ += size;
-    }
-    template <std::size_t N>
-    void PutLiteral(const char (&text)[N]) {
-        Put(text, N - 1);
-    }
+    return out;
+}
 
-    void PutUtf8(char32_t c) {
-        if (c < 0x80) {
-            Put(static_cast<char>(c));
-        } else if (c < 0x800) {
-            char bytes[2] = {static_cast<char>(0xC0 | (c >> 6)),
-                             static_cast<char>(0x80 | (c & 0x3F))};
-            Put(bytes, 2);
-        } else if (c < 0x10000) {
-            char bytes[3] = {static_cast<char>(0xE0 | (c >> 12)),
-                             static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                             static_cast<char>(0x80 | (c & 0x3F))};
-            Put(bytes, 3);
-        } else {
-            char bytes[4] = {
-                static_cast<char>(0xF0 | (c >> 18)), static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
-                static_cast<char>(0x80 | ((c >> 6) & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
-            Put(bytes, 4);
-        }
-    }
-
-    // "&#N;" in decimal.
-    void PutReference(char32_t c) {
-        char bytes[16] = {'&', '#'};
-        char* end =
-            std::to_chars(bytes + 2, bytes + sizeof(bytes), static_cast<std::uint32_t>(c)).ptr;
-        *end++ = ';';
-        Put(bytes, static_cast<std::size_t>(end - bytes));
-    }
-
-    void Flush() {
-        out_.append(buffer_, used_);
-        used_ = 0;
-    }
-
-private:
-    std::string& out_;
-    std::size_t used_ = 0;
-    char buffer_[512];
-};
+// "&#N;" in decimal; N is below 65536, so at most eight bytes.
+inline char* PutReference(char* out, char32_t c) {
+    *out++ = '&';
+    *out++ = '#';
+    out = std::to_chars(out, out + 5, static_cast<std::uint32_t>(c)).ptr;
+    *out++ = ';';
+    return out;
+}
 
 constexpr bool IsSurrogate(char32_t c) {
     return c >= 0xD800 && c <= 0xDFFF;
@@ -133,70 +97,108 @@ bool TakesCData(std::basic_string_view<Char> text) {
 }
 
 template <class Char>
-void WriteCData(Sink& sink, std::basic_string_view<Char> text) {
-    sink.PutLiteral("<![CDATA[");
+char* WriteCData(char* out, std::basic_string_view<Char> text) {
+    out = PutLiteral(out, "<![CDATA[");
     for (CodePoints<Char> points(text); !points.Done();) {
         const char32_t c = points.Next();
         if (c == '\n') {
-            sink.PutLiteral("\r\n");
+            out = PutLiteral(out, "\r\n");
         } else {
-            sink.PutUtf8(c);
+            out = PutUtf8(out, c);
         }
     }
-    sink.PutLiteral("]]>");
+    return PutLiteral(out, "]]>");
 }
 
+// Characters below 128 that stand for themselves in element content: printable ASCII
+// except the blank, "<" and "&".
+struct PlainTable {
+    bool Plain[128];
+    constexpr PlainTable() : Plain() {
+        for (int c = 33; c < 127; ++c) {
+            Plain[c] = c != '<' && c != '&';
+        }
+    }
+};
+constexpr PlainTable kPlain;
+
 template <class Char>
-void WriteEscaped(Sink& sink, std::basic_string_view<Char> text, bool attribute) {
+char* WriteCharacters(char* out, std::basic_string_view<Char> text, bool attribute) {
+    using Unit = std::conditional_t<sizeof(Char) == 1, unsigned char, char16_t>;
+    const Unit* p = reinterpret_cast<const Unit*>(text.data());
+    const Unit* const end = p + text.size();
     bool afterSpace = true;
-    for (CodePoints<Char> points(text); !points.Done();) {
-        const char32_t c = points.Next();
-        if (c > ' ' && c < 0x80 && c != '<' && c != '&' && !(attribute && c == '"')) {
-            sink.Put(static_cast<char>(c));
+    while (p != end) {
+        // Runs of plain characters, the bulk of most texts.
+        if (*p < 128 && kPlain.Plain[*p] && !(attribute && *p == '"')) {
+            do {
+                *out++ = static_cast<char>(*p++);
+            } while (p != end && *p < 128 && kPlain.Plain[*p] && !(attribute && *p == '"'));
             afterSpace = false;
             continue;
         }
+        char32_t c = *p++;
+        if constexpr (sizeof(Char) == 2) {
+            if (c >= 0xD800 && c <= 0xDBFF && p != end && *p >= 0xDC00 && *p <= 0xDFFF) {
+                c = 0x10000 + ((c - 0xD800) << 10) + (*p++ - 0xDC00);
+            }
+        }
         switch (c) {
             case ' ':
-                if (!afterSpace && !points.Done()) {
-                    sink.Put(' ');
+                if (!afterSpace && p != end) {
+                    *out++ = ' ';
                     afterSpace = true;
                     continue;
                 }
-                sink.PutLiteral("&#32;");
+                out = PutLiteral(out, "&#32;");
                 break;
             case '<':
-                sink.PutLiteral("&lt;");
+                out = PutLiteral(out, "&lt;");
                 break;
             case '&':
-                sink.PutLiteral("&amp;");
+                out = PutLiteral(out, "&amp;");
                 break;
             case '"':
-                sink.PutLiteral("&quot;");
+                out = PutLiteral(out, "&quot;");
                 break;
             default:
                 if (c < ' ' || IsSurrogate(c) || c == 0xFFFE || c == 0xFFFF) {
-                    sink.PutReference(c);
+                    out = PutReference(out, c);
                 } else {
-                    sink.PutUtf8(c);
+                    out = PutUtf8(out, c);
                 }
                 break;
         }
         afterSpace = false;
     }
+    return out;
+}
+
+template <class Char>
+char* Write(char* out, std::basic_string_view<Char> text, bool attribute) {
+    if (!attribute && TakesCData(text)) {
+        return WriteCData(out, text);
+    }
+    return WriteCharacters(out, text, attribute);
 }
 
 template <class Char>
 void Append(std::string& out, std::basic_string_view<Char> text, bool attribute) {
-    Sink sink(out);
-    if (!attribute && TakesCData(text)) {
-        WriteCData(sink, text);
-    } else {
-        WriteEscaped(sink, text, attribute);
-    }
+    const std::size_t start = out.size();
+    out.resize(start + MaxEscapedSize(text.size()));
+    char* end = Write(out.data() + start, text, attribute);
+    out.resize(static_cast<std::size_t>(end - out.data()));
 }
 
 }  // namespace
+
+char* WriteEscaped(char* out, std::string_view latin1, bool attribute) {
+    return Write(out, latin1, attribute);
+}
+
+char* WriteEscaped(char* out, std::u16string_view utf16, bool attribute) {
+    return Write(out, utf16, attribute);
+}
 
 void AppendEscaped(std::string& out, std::string_view latin1, bool attribute) {
     Append(out, latin1, attribute);

@@ -39,6 +39,18 @@ TEST(PacketWriterFrame, FinishMovesThePacketOut) {
     EXPECT_EQ(Finish(s), "</XML_SERIALIZER>");
 }
 
+TEST(PacketWriterFrame, LargePacketsKeepEveryByte) {
+    XMLPacketSerializer s(2, 0);
+    std::string expected = std::string(packet_test::kBom) + "<XML_SERIALIZER>";
+    for (std::uint32_t i = 0; i < 5000; ++i) {
+        s.Write(MetaInfo("Item"), i);
+        expected += "<Item>" + std::to_string(i) + "</Item>";
+    }
+    expected += "</XML_SERIALIZER>";
+    const Serialization::Blob packet = s.Finish();
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(packet.Data()), packet.Size()), expected);
+}
+
 TEST(PacketWriterElements, WorkedExampleRecord) {
     XMLPacketSerializer s(2, 0);
     {
@@ -194,6 +206,14 @@ TEST(PacketWriterBinary, ErrorAndGuid) {
     Common::Guid guid;
     ASSERT_TRUE(Common::FromString("0123ABCD-4567-89EF-0011-2233445566FF", guid));
     s.Write(MetaInfo("g"), guid);
+
+    for (int i = 0; i < 50; ++i) {
+        Common::Guid random;
+        ASSERT_TRUE(Common::Create(random));
+        XMLPacketSerializer one(2, 0);
+        one.Write(MetaInfo(), random);
+        EXPECT_EQ(Body(one), Common::ToString(random));
+    }
 
     const std::vector<unsigned char> image = error.Serialize();
     std::string expected = "<e>";

@@ -19,13 +19,18 @@ public:
         }
     }
 
+    // Takes over bytes that are already held by shared ownership.
+    Blob(std::shared_ptr<unsigned char[]> data, std::uint64_t size)
+        : data_(size != 0 ? std::move(data) : nullptr), size_(data_ != nullptr ? size : 0) {}
+
     unsigned char* Data() { return data_.get(); }
     const unsigned char* Data() const { return data_.get(); }
     std::uint64_t Size() const { return size_; }
     bool Empty() const { return size_ == 0; }
 
     friend bool operator==(const Blob& a, const Blob& b) {
-        return a.size_ == b.size_ && (a.size_ == 0 || std::memcmp(a.Data(), b.Data(), a.size_) == 0);
+        return a.size_ == b.size_ &&
+               (a.size_ == 0 || std::memcmp(a.Data(), b.Data(), a.size_) == 0);
     }
 
 private:

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <tessel_link/export.h>
@@ -26,6 +29,8 @@ public:
     // nothing in the output; `category` is the category the packet is written for, 0 for all.
     XMLPacketSerializer(std::uint32_t formatRevision, std::uint32_t category);
     ~XMLPacketSerializer() override;
+    XMLPacketSerializer(const XMLPacketSerializer&) = delete;
+    XMLPacketSerializer& operator=(const XMLPacketSerializer&) = delete;
 
     Serializer& Write(const MetaInfo& meta, const Blob& value) override;
     Serializer& Write(const MetaInfo& meta, const std::vector<unsigned char>& value) override;
@@ -57,14 +62,57 @@ public:
     std::uint32_t Category() const { return category_; }
 
 private:
+    // The packet so far, in one block that grows in place, so that a large packet is not
+    // copied as it grows and Finish can hand the block over as it is.
+    class Buffer {
+    public:
+        Buffer() = default;
+        Buffer(const Buffer&) = delete;
+        Buffer& operator=(const Buffer&) = delete;
+        ~Buffer();
+        // Room for `size` more bytes; returns where they go. Commit then sets the new end.
+        char* Reserve(std::size_t size) {
+            if (capacity_ - size_ < size) {
+                Grow(size);
+            }
+            return data_ + size_;
+        }
+        void Commit(char* end) { size_ = static_cast<std::size_t>(end - data_); }
+        void Append(const char* text, std::size_t size) {
+            char* out = Reserve(size);
+            if (size != 0) {
+                std::memcpy(out, text, size);
+            }
+            size_ += size;
+        }
+        void Append(std::string_view text) { Append(text.data(), text.size()); }
+        void Append(char c) {
+            *Reserve(1) = c;
+            ++size_;
+        }
+        const char* Data() const { return data_; }
+        std::size_t Size() const { return size_; }
+        // Hands the block out and leaves the buffer empty.
+        std::shared_ptr<unsigned char[]> Release();
+        void Clear() { size_ = 0; }
+
+    private:
+        void Grow(std::size_t needed);
+        char* data_ = nullptr;
+        std::size_t size_ = 0;
+        std::size_t capacity_ = 0;
+    };
+
     bool Refuses(const MetaInfo& meta) const;
-    template <class Append>
-    Serializer& WriteScalar(const MetaInfo& meta, Append&& append);
+    void Open(const MetaInfo& meta);
+    void Close(const MetaInfo& meta);
+    template <class AppendValue>
+    Serializer& WriteScalar(const MetaInfo& meta, AppendValue&& append);
     void AppendUnsigned(std::uint64_t value);
     void AppendSigned(std::int64_t value);
     void AppendTraits(const MetaInfoTraitsPtr& traits);
 
-    std::string buffer_;
+    Buffer buffer_;
     std::deque<std::string> tagStack_;
     std::uint32_t formatRevision_;
     std::uint32_t category_;

@@ -1,0 +1,11 @@
+# Peers of the packet benchmarks: libxml2's text writer and OpenSSL's base64 and Blowfish.
+find_package(LibXml2 REQUIRED)
+find_package(OpenSSL REQUIRED)
+if(TARGET bench_packet_writer)
+    target_link_libraries(bench_packet_writer PRIVATE LibXml2::LibXml2)
+endif()
+foreach(target bench_base64 bench_obscure)
+    if(TARGET ${target})
+        target_link_libraries(${target} PRIVATE OpenSSL::Crypto)
+    endif()
+endforeach()
