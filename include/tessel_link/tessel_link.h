@@ -22,7 +22,9 @@
 
 // File layer
 #include <tessel_link/file/file_object.h>
+#include <tessel_link/file/file_identifier.h>
 #include <tessel_link/file/memory_file.h>
+#include <tessel_link/file/system_file.h>
 
 // XML documents
 #include <tessel_link/xml/xml_tag.h>

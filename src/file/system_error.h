@@ -1,0 +1,31 @@
+#pragma once
+
+// Failed system calls of the file layer become errors through one translation: the portable
+// file-layer code that the system's reason stands for heads the error, and the system's own
+// code follows as its cause.
+
+#include <cstdint>
+#include <optional>
+
+#include <tessel_link/common/error.h>
+
+#include "file/file_errors.h"
+#include "platform/file_system.h"
+
+namespace File {
+
+// The file-layer code for a Windows error code (an HRESULT of facility Win32 is reduced to
+// its code first), or nothing when the code has no specific meaning here.
+std::optional<FileErrorCode> TranslateSystemCode(std::uint32_t code) noexcept;
+
+// A function record naming the failed `function`, with the translated code or, when there
+// is none, `fallback`. The cause is the system record of the Windows code and, beneath it,
+// the platform's own code when it has one (errno on POSIX).
+Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* function,
+                              const Platform::SystemError& failure, FileErrorCode fallback);
+// The same with the path the call was about.
+Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* function,
+                              const char16_t* path, const Platform::SystemError& failure,
+                              FileErrorCode fallback);
+
+}  // namespace File
