@@ -1,0 +1,13 @@
+# Runs `tessel xml dump` and checks its exit status, standard output and standard error.
+# Variables: TOOL, FILE, ARGS (a list), STATUS, STDOUT and STDERR (exact texts, optional).
+execute_process(COMMAND ${TOOL} xml dump ${FILE} ${ARGS}
+                RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT status EQUAL STATUS)
+    message(FATAL_ERROR "status ${status}, expected ${STATUS}; stderr: ${err}")
+endif()
+if(DEFINED STDOUT AND NOT out STREQUAL STDOUT)
+    message(FATAL_ERROR "stdout:\n${out}\nexpected:\n${STDOUT}")
+endif()
+if(DEFINED STDERR AND NOT err STREQUAL STDERR)
+    message(FATAL_ERROR "stderr:\n${err}\nexpected:\n${STDERR}")
+endif()
