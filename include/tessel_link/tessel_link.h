@@ -39,3 +39,17 @@
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
+
+// Binding: requests and the call cycle
+#include <tessel_link/binding/call.h>
+#include <tessel_link/binding/method_descriptor.h>
+#include <tessel_link/binding/request.h>
+#include <tessel_link/binding/request_base.h>
+#include <tessel_link/binding/request_channel.h>
+#include <tessel_link/binding/request_impl.h>
+
+// Facade: the entry points, components and their interfaces
+#include <tessel_link/facade/compatibility_manager.h>
+#include <tessel_link/facade/component.h>
+#include <tessel_link/facade/entry_points.h>
+#include <tessel_link/facade/test_manager.h>

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <tessel_link/binding/method_descriptor.h>
+#include <tessel_link/binding/request.h>
+#include <tessel_link/export.h>
+
+namespace Binding::Detail {
+
+// What all requests share: the method's identity, the channel's properties, the element
+// frame of request and reply. The arguments belong to RequestImpl.
+class TL_API RequestBase : public Request, public RequestSerializer {
+public:
+    explicit RequestBase(MethodDescriptor method);
+    ~RequestBase() override;
+
+    void SetProperty(const std::string& key, const std::u16string& value) override;
+    std::uint64_t GetCategory() const override;
+    std::uint32_t GetComponentID() const override;
+    std::uint32_t GetMethodNumber() const override;
+    std::unique_ptr<Serialization::Deserializer> CreateDeserializer(
+        std::uint32_t subjectVersion) const override;
+    RequestProperties GetProperties() const override;
+    std::uint64_t GetInterfaceVersion() const override;
+    void WriteRequest(Serialization::Serializer& serializer) const override;
+    void ReadReply(Serialization::Deserializer& deserializer) override;
+
+    const MethodDescriptor& Method() const { return method_; }
+
+private:
+    std::string ElementName(const char* direction) const;
+
+    MethodDescriptor method_;
+    RequestProperties properties_;
+};
+
+// Obscures a secret argument for the wire.
+TL_API std::u16string ObscureArgument(const std::u16string& text);
+
+// Reports an obscured argument of a type that cannot be obscured (a programming error of
+// the interface definitions).
+TL_API void ReportNotObscurable();
+
+}  // namespace Binding::Detail

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+
+#include <tessel_link/binding/request.h>
+#include <tessel_link/common/error.h>
+#include <tessel_link/export.h>
+
+namespace JobManagement {
+class JobHandler;
+}
+
+namespace Binding {
+
+// One request under way, made by the host's channel.
+class TL_API RequestJob {
+public:
+    virtual ~RequestJob() = default;
+    // Blocks until the call is complete. On success the channel has called ReadReply and
+    // the out arguments stand in the caller's variables. Proxy calls pass no handler.
+    virtual Common::Error Run(JobManagement::JobHandler* handler) = 0;
+    // Starts the job without waiting and tells the handler of its end; and ends it.
+    // Only the event proxy uses these.
+    virtual Common::Error Start(JobManagement::JobHandler* handler) = 0;
+    virtual Common::Error Stop() = 0;
+};
+
+// The host's transport. Every proxy shares the channel it was created with; a channel
+// must accept concurrent Send calls.
+//
+// Send takes the request over and fills `job`, null on entry, with the job of the call, or
+// returns why the call could not be started. After the job's Run has returned the channel
+// must not touch the request any more: its out arguments point into the caller's frame.
+class TL_API RequestChannel {
+public:
+    virtual ~RequestChannel() = default;
+    virtual Common::Error Send(std::unique_ptr<Request> request,
+                               std::unique_ptr<RequestJob>& job) = 0;
+};
+
+}  // namespace Binding

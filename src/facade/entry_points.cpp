@@ -1,0 +1,33 @@
+#include <tessel_link/facade/entry_points.h>
+
+#include "facade/component_proxy_factory.h"
+
+namespace ComponentManagement {
+Component::~Component() = default;
+}
+
+extern "C" {
+
+std::uint32_t CreateProxy(std::uint32_t componentId, const Core::ChannelPointer* channel,
+                          Core::ComponentSlot* component) {
+    // A null channel is refused before the lookup, so that it is reported even for an
+    // unknown ID. A missing output slot has nowhere to put a proxy and is refused alike.
+    if (channel == nullptr || *channel == nullptr || component == nullptr) {
+        return Core::NullChannel;
+    }
+    const Core::ComponentProxyCreator creator =
+        Core::ComponentProxyFactory::Instance().Find(componentId);
+    if (creator == nullptr) {
+        return Core::UnknownComponent;
+    }
+    // The host's old object (if any) goes only after the new one exists.
+    Core::ComponentSlot created;
+    creator(*channel, created);
+    *component = std::move(created);
+    return Core::ProxyCreated;
+}
+
+void CheckInXIDLTypes(Core::XidlTypeRegistrar* /*registrar*/) {
+    // No XIDL type has a POR adapter in this build, so there is nothing to check in.
+}
+}

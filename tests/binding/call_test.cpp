@@ -1,0 +1,95 @@
+#include <tessel_link/binding/call.h>
+#include <tessel_link/binding/request_impl.h>
+
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "facade/components/test_manager.h"
+#include "fakes/scripted_channel.h"
+
+namespace {
+
+using Fakes::Element;
+using Fakes::ValueNode;
+
+Common::Error Failure(std::uint32_t code) {
+    return Common::Error(TL_ORIGIN("Probe"), code);
+}
+
+Fakes::Node GetDataReply(Common::Error result, const char* data) {
+    return Element("reply_TestManager_GetData", {ValueNode("result", std::move(result)),
+                                                 ValueNode("result", std::string(data))});
+}
+
+TEST(ExecuteCall, SendFailureIsTheResultAndSkipsRun) {
+    Fakes::ScriptedChannel channel;
+    channel.SendResult = Failure(0xb90001);
+    std::string result;
+    auto request = TestManagement::MakeRequest_GetData("h", 1, result);
+
+    const Common::Error error = Binding::ExecuteCall(channel, request);
+    EXPECT_EQ(error.Code(), 0xb90001u);
+    EXPECT_EQ(channel.Sends, 1);
+    EXPECT_EQ(channel.Runs, 0);
+    EXPECT_EQ(request, nullptr);
+}
+
+TEST(ExecuteCall, RunsTheJobWithoutHandlerAndReturnsItsOutcome) {
+    Fakes::ScriptedChannel channel;
+    channel.RunResult = Failure(0xb90002);
+    std::string result;
+    auto request = TestManagement::MakeRequest_GetData("h", 1, result);
+
+    EXPECT_EQ(Binding::ExecuteCall(channel, request).Code(), 0xb90002u);
+    EXPECT_EQ(channel.Runs, 1);
+    EXPECT_FALSE(channel.RunGotHandler);
+    EXPECT_EQ(channel.JobsDestroyed, 1);
+    EXPECT_EQ(request, nullptr);
+}
+
+TEST(ProxyCall, OutArgumentArrivesThroughTheChannel) {
+    auto channel = std::make_shared<Fakes::ScriptedChannel>();
+    channel->Reply = GetDataReply(Common::ErrorSuccess, "payload");
+    TestManagement::TestManager_Proxy proxy(channel);
+
+    std::string result = "before";
+    EXPECT_TRUE(proxy.GetData("backup-01", 64, result).Succeeded());
+    EXPECT_EQ(result, "payload");
+    EXPECT_EQ(channel->ComponentID, 188u);
+    EXPECT_EQ(channel->MethodNumber, 3u);
+    EXPECT_EQ(channel->Written.Children.at(0).Name, "request_TestManager_GetData");
+}
+
+TEST(ProxyCall, FailuresLeaveOutArgumentsAlone) {
+    auto channel = std::make_shared<Fakes::ScriptedChannel>();
+    TestManagement::TestManager_Proxy proxy(channel);
+    std::string result = "before";
+
+    // The service failed: its reply carries the failure and a value that must not be used.
+    channel->Reply = GetDataReply(Failure(0xb90003), "payload");
+    channel->RunResult = Failure(0xb90003);
+    EXPECT_EQ(proxy.GetData("h", 1, result).Code(), 0xb90003u);
+    EXPECT_EQ(result, "before");
+
+    // The channel could not start the call.
+    channel->SendResult = Failure(0xb90004);
+    EXPECT_EQ(proxy.GetData("h", 1, result).Code(), 0xb90004u);
+    EXPECT_EQ(result, "before");
+}
+
+TEST(ProxyCall, ErrorWhileBuildingTheRequestIsReturnedWithoutCallingTheChannel) {
+    Fakes::ScriptedChannel channel;
+    const Common::Error error = Binding::Detail::CallRemote(
+        channel, []() -> std::unique_ptr<Binding::Request> { throw Failure(0xb90005); });
+    EXPECT_EQ(error.Code(), 0xb90005u);
+    EXPECT_EQ(channel.Sends, 0);
+
+    EXPECT_THROW(
+        Binding::Detail::CallRemote(
+            channel, []() -> std::unique_ptr<Binding::Request> { throw std::runtime_error("x"); }),
+        std::runtime_error);
+}
+
+}  // namespace

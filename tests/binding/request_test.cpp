@@ -1,0 +1,232 @@
+#include <tessel_link/binding/request_impl.h>
+#include <tessel_link/common/assert.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "facade/components/test_manager.h"
+#include "fakes/recording_ends.h"
+
+namespace {
+
+using Binding::ArgumentKind;
+using Binding::Detail::CreateRequest;
+using Fakes::Element;
+using Fakes::Node;
+using Fakes::ValueNode;
+
+Binding::MethodDescriptor Method(const char* name) {
+    Binding::MethodDescriptor method;
+    method.ComponentID = 900;
+    method.MethodNumber = 7;
+    method.ComponentName = "ProbeManager";
+    method.MethodName = name;
+    method.InterfaceVersion = 12;
+    method.IntroducedVersion = 3;
+    method.Category = Binding::kAllCategories;
+    return method;
+}
+
+Node Written(const Binding::Request& request) {
+    Fakes::RecordingSerializer serializer;
+    request.WriteRequest(serializer);
+    EXPECT_EQ(serializer.Root.Children.size(), 1u);
+    return serializer.Root.Children.empty() ? Node{} : serializer.Root.Children[0];
+}
+
+Node Reply(const char* method, Common::Error result, std::vector<Node> values) {
+    values.insert(values.begin(), ValueNode("result", std::move(result)));
+    return Element(std::string("reply_ProbeManager_") + method, std::move(values));
+}
+
+Common::Error Failure() {
+    return Common::Error(TL_ORIGIN("Probe"), 0x9c0005);
+}
+
+// One non-constant reference argument of every kind, and a constant one.
+struct KindsCall {
+    std::string k0 = "v0", k1 = "v1", k2 = "v2", k3 = "v3", k5 = "v5", k6 = "v6", k8 = "v8";
+    std::string constant = "c";
+
+    std::unique_ptr<Binding::Request> Make() {
+        using Sig = void(std::string&, std::string&, std::string&, std::string&, std::string&,
+                         std::string&, std::string&, const std::string&);
+        return CreateRequest<Sig>(Method("Kinds"), {k0, "k0", ArgumentKind{0}},
+                                  {k1, "k1", ArgumentKind{1}}, {k2, "k2", ArgumentKind{2}},
+                                  {k3, "k3", ArgumentKind{3}}, {k5, "k5", ArgumentKind{5}},
+                                  {k6, "k6", ArgumentKind{6}}, {k8, "k8", ArgumentKind{8}},
+                                  {constant, "constant", ArgumentKind{0}});
+    }
+
+    std::vector<Node> AllNew() const {
+        std::vector<Node> values;
+        for (const char* name : {"k0", "k1", "k2", "k3", "k5", "k6", "k8", "constant"}) {
+            values.push_back(ValueNode(name, std::string("new")));
+        }
+        return values;
+    }
+};
+
+TEST(RequestWrite, ElementNamesTheInterfaceAndMethodAndHoldsTheSentArguments) {
+    std::string result = "untouched";
+    const auto request = TestManagement::MakeRequest_GetData("host-1", 4096, result);
+    const Node element = Written(*request);
+    EXPECT_EQ(element.Name, "request_TestManager_GetData");
+    EXPECT_EQ(element.ChildNames(), (std::vector<std::string>{"hostname", "size"}));
+    EXPECT_EQ(*element.ValueOf<std::string>("hostname"), "host-1");
+    EXPECT_EQ(*element.ValueOf<std::uint32_t>("size"), 4096u);
+
+    const Node empty = Written(*TestManagement::MakeRequest_Test());
+    EXPECT_EQ(empty.Name, "request_TestManager_Test");
+    EXPECT_TRUE(empty.Children.empty());
+}
+
+TEST(RequestWrite, KindDecidesWhatIsSent) {
+    KindsCall call;
+    const Node element = Written(*call.Make());
+    // Out (2, 6) and anything above 7 stay out of the packet; 5 is "in", obscured, and
+    // cannot be obscured here, so it is reported and left out too.
+    EXPECT_EQ(element.ChildNames(), (std::vector<std::string>{"k0", "k1", "k3", "constant"}));
+}
+
+TEST(RequestWrite, ArgumentsAreCopiedWhenTheRequestIsBuilt) {
+    std::string host = "first";
+    std::string result;
+    const auto request = TestManagement::MakeRequest_GetData(host, 1, result);
+    host = "second";
+    EXPECT_EQ(*Written(*request).ValueOf<std::string>("hostname"), "first");
+    EXPECT_EQ(*Written(*request).ValueOf<std::string>("hostname"), "first");
+}
+
+const char* lastAssertion = nullptr;
+void RecordAssertion(const char* expression, const char*, int) {
+    lastAssertion = expression;
+}
+
+TEST(RequestWrite, ObscuredArgumentIsNeverSentInClear) {
+    const auto previous = Common::SetAssertionObserver(&RecordAssertion);
+    lastAssertion = nullptr;
+
+    // A type that cannot be obscured: the assertion fires and nothing is written.
+    std::uint32_t number = 5;
+    const std::u16string secret = u"s3cret";
+    const auto request = CreateRequest<void(std::uint32_t, const std::u16string&)>(
+        Method("Secret"), {number, "number", ArgumentKind::Obscured},
+        {secret, "password", ArgumentKind::Obscured});
+
+    Fakes::RecordingSerializer serializer;
+    try {
+        request->WriteRequest(serializer);
+    } catch (const Common::Error&) {
+        // Refusing to write is fine; writing the clear text is not.
+    }
+    Common::SetAssertionObserver(previous);
+
+    ASSERT_NE(lastAssertion, nullptr);
+    EXPECT_STREQ(lastAssertion, "!\"Value is not encryptable but encyption was requested\"");
+    const Node& element = serializer.Root.Children.at(0);
+    EXPECT_EQ(element.Child("number"), nullptr);
+    if (const auto* written = element.ValueOf<std::u16string>("password")) {
+        EXPECT_NE(*written, secret);
+        EXPECT_EQ(*written, Binding::Detail::ObscureArgument(secret));
+    }
+}
+
+TEST(RequestRead, KindAndConstnessDecideWhatIsReadBack) {
+    KindsCall call;
+    const auto request = call.Make();
+    Fakes::ScriptedDeserializer reply(Reply("Kinds", Common::ErrorSuccess, call.AllNew()));
+    request->ReadReply(reply);
+
+    EXPECT_EQ(call.k0, "new");
+    EXPECT_EQ(call.k1, "v1");  // in: never read back, though the reply holds it
+    EXPECT_EQ(call.k2, "new");
+    EXPECT_EQ(call.k3, "new");
+    EXPECT_EQ(call.k5, "v5");  // in, obscured
+    EXPECT_EQ(call.k6, "new");
+    const auto read = [&reply](const char* name) {
+        return std::find(reply.Reads.begin(), reply.Reads.end(), name) != reply.Reads.end();
+    };
+    EXPECT_FALSE(read("k1"));
+    EXPECT_FALSE(read("k5"));
+    EXPECT_FALSE(read("constant"));
+}
+
+TEST(RequestRead, FailingResultLeavesOutArgumentsAlone) {
+    KindsCall call;
+    const auto request = call.Make();
+    Fakes::ScriptedDeserializer reply(Reply("Kinds", Failure(), call.AllNew()));
+    request->ReadReply(reply);
+    EXPECT_EQ(call.k0, "v0");
+    EXPECT_EQ(call.k2, "v2");
+    EXPECT_EQ(reply.Reads, (std::vector<std::string>{"result"}));
+}
+
+TEST(RequestRead, MissingOrUnreadableOutArgumentIsTolerated) {
+    KindsCall call;
+    const auto request = call.Make();
+    // k0 is absent, k2 has the wrong type, k3 is fine.
+    Fakes::ScriptedDeserializer reply(
+        Reply("Kinds", Common::ErrorSuccess,
+              {ValueNode("k2", std::uint32_t{1}), ValueNode("k3", std::string("new"))}));
+    EXPECT_NO_THROW(request->ReadReply(reply));
+    EXPECT_EQ(call.k0, "v0");
+    EXPECT_EQ(call.k2, "v2");
+    EXPECT_EQ(call.k3, "new");
+}
+
+TEST(RequestRead, MissingReplyElementOrResultIsThrown) {
+    KindsCall call;
+    const auto request = call.Make();
+    Fakes::ScriptedDeserializer wrongElement(
+        Element("reply_ProbeManager_Other", {ValueNode("result", Common::Error())}));
+    EXPECT_THROW(request->ReadReply(wrongElement), Common::Error);
+
+    Fakes::ScriptedDeserializer noResult(
+        Element("reply_ProbeManager_Kinds", {ValueNode("k0", std::string("new"))}));
+    EXPECT_THROW(request->ReadReply(noResult), Common::Error);
+    EXPECT_EQ(call.k0, "v0");
+}
+
+TEST(RequestRead, MapOutArgumentRoundTrips) {
+    std::map<std::string, std::u16string> resume{{"a", u"1"}};
+    const auto request = TestManagement::MakeRequest_ResumeCancel(resume);
+
+    Node written = Written(*request);
+    ASSERT_NE(written.Child("resume"), nullptr);
+    EXPECT_EQ(written.Child("resume")->ChildNames(), (std::vector<std::string>{"map"}));
+
+    // Answer with the written map plus one entry.
+    Node map = written.Child("resume")->Children.at(0);
+    map.Children.push_back(Element(
+        "item", {ValueNode("first", std::string("b")), ValueNode("second", std::u16string(u"2"))}));
+    Fakes::ScriptedDeserializer reply(
+        Element("reply_TestManager_ResumeCancel",
+                {ValueNode("result", Common::Error()), Element("resume", {map})}));
+    request->ReadReply(reply);
+    EXPECT_EQ(resume, (std::map<std::string, std::u16string>{{"a", u"1"}, {"b", u"2"}}));
+}
+
+TEST(RequestIdentity, DescriptorPropertiesAndCaster) {
+    std::string result;
+    const auto request = TestManagement::MakeRequest_GetData("h", 1, result);
+    EXPECT_EQ(request->GetComponentID(), 188u);
+    EXPECT_EQ(request->GetMethodNumber(), 3u);
+    EXPECT_EQ(request->GetInterfaceVersion(), 1u);
+    EXPECT_EQ(request->GetCategory(), ~std::uint64_t{0});
+
+    EXPECT_TRUE(request->GetProperties().empty());
+    request->SetProperty("route", u"a");
+    request->SetProperty("route", u"b");
+    EXPECT_EQ(request->GetProperties(), (Binding::RequestProperties{{"route", u"b"}}));
+
+    auto* base = Common::QueryInterface<Binding::Detail::RequestBase>(*request);
+    ASSERT_NE(base, nullptr);
+    EXPECT_EQ(base->Method().MethodName, "GetData");
+}
+
+}  // namespace

@@ -1,0 +1,76 @@
+#pragma once
+
+// A host channel for tests: it records what it is sent, writes each request through a
+// recording serializer and answers with a scripted reply.
+
+#include <tessel_link/binding/request_channel.h>
+#include <tessel_link/common/error.h>
+
+#include <memory>
+#include <optional>
+
+#include "fakes/recording_ends.h"
+
+namespace Fakes {
+
+class ScriptedChannel : public Binding::RequestChannel {
+public:
+    // What Send returns; a failure means no job is made.
+    Common::Error SendResult;
+    // What Run returns after it wrote the request and, with a reply, read it.
+    Common::Error RunResult;
+    std::optional<Node> Reply;
+
+    int Sends = 0;
+    int Runs = 0;
+    int JobsDestroyed = 0;
+    bool RunGotHandler = false;
+    Node Written;
+    std::uint32_t ComponentID = 0;
+    std::uint32_t MethodNumber = 0;
+
+    Common::Error Send(std::unique_ptr<Binding::Request> request,
+                       std::unique_ptr<Binding::RequestJob>& job) override {
+        ++Sends;
+        if (SendResult.Failed()) {
+            return SendResult;
+        }
+        ComponentID = request->GetComponentID();
+        MethodNumber = request->GetMethodNumber();
+        job = std::make_unique<Job>(*this, std::move(request));
+        return Common::ErrorSuccess;
+    }
+
+private:
+    class Job : public Binding::RequestJob {
+    public:
+        Job(ScriptedChannel& channel, std::unique_ptr<Binding::Request> request)
+            : channel_(channel), request_(std::move(request)) {}
+        ~Job() override { ++channel_.JobsDestroyed; }
+
+        Common::Error Run(JobManagement::JobHandler* handler) override {
+            ++channel_.Runs;
+            channel_.RunGotHandler = handler != nullptr;
+            RecordingSerializer serializer;
+            request_->WriteRequest(serializer);
+            channel_.Written = serializer.Root;
+            if (channel_.Reply) {
+                ScriptedDeserializer reply(*channel_.Reply);
+                try {
+                    request_->ReadReply(reply);
+                } catch (const Common::Error& error) {
+                    return error;
+                }
+            }
+            return channel_.RunResult;
+        }
+        Common::Error Start(JobManagement::JobHandler*) override { return FakeFailure("Start"); }
+        Common::Error Stop() override { return FakeFailure("Stop"); }
+
+    private:
+        ScriptedChannel& channel_;
+        std::unique_ptr<Binding::Request> request_;
+    };
+};
+
+}  // namespace Fakes
