@@ -1,5 +1,7 @@
 #include "demo_channel.h"
 
+#include <tessel_link/serialize/xml_packet_serializer.h>
+
 #include <ostream>
 #include <string>
 
@@ -10,10 +12,11 @@ namespace Demo {
 namespace {
 
 const std::string kRequestPrefix = "request_";
+constexpr std::uint32_t kFormatRevision = 2;
 
 // The stand-in service: TestManager's GetData returns a text about the data asked for;
 // every other call simply succeeds.
-ListedReply Answer(const PrintingSerializer& request) {
+ListedReply Answer(const ArgumentCapture& request) {
     const std::string& element = request.TopElement();
     const std::string method =
         element.rfind(kRequestPrefix, 0) == 0 ? element.substr(kRequestPrefix.size()) : element;
@@ -33,11 +36,11 @@ public:
 
     Common::Error Run(JobManagement::JobHandler*) override {
         try {
-            PrintingSerializer packet;
-            request_->WriteRequest(packet);
-            out_ << "  the request, as the channel writes it:\n" << Indent(packet.Text());
+            out_ << "  the request packet:\n" << Indent(Packet(*request_));
 
-            ListedReply reply = Answer(packet);
+            ArgumentCapture arguments;
+            request_->WriteRequest(arguments);
+            ListedReply reply = Answer(arguments);
             out_ << "  the service's reply:\n" << Indent(reply.Text());
             request_->ReadReply(reply);
             return Common::ErrorSuccess;
@@ -50,15 +53,31 @@ public:
     Common::Error Stop() override { return NotHere("Stop"); }
 
 private:
+    // The packet as the channel would send it, a UTF-8 document without its byte order mark.
+    static std::string Packet(const Binding::Request& request) {
+        Serialization::XMLPacketSerializer serializer(
+            kFormatRevision, static_cast<std::uint32_t>(request.GetCategory()));
+        request.WriteRequest(serializer);
+        std::vector<unsigned char> bytes;
+        serializer.Finish(bytes);
+        std::string text(bytes.begin(), bytes.end());
+        const std::string bom = "\xEF\xBB\xBF";
+        return text.rfind(bom, 0) == 0 ? text.substr(bom.size()) : text;
+    }
+
+    // Every line of `text` indented, each ending in a line break.
     static std::string Indent(const std::string& text) {
-        std::string out = "    ";
-        for (const char c : text) {
-            out += c;
-            if (c == '\n') {
-                out += "    ";
+        std::string out;
+        std::size_t start = 0;
+        while (start < text.size()) {
+            std::size_t end = text.find('\n', start);
+            if (end == std::string::npos) {
+                end = text.size();
             }
+            out += "    " + text.substr(start, end - start) + "\n";
+            start = end + 1;
         }
-        return out.substr(0, out.size() - 4);
+        return out;
     }
 
     static Common::Error NotHere(const char* what) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The demo host's own serializer ends: one that prints what a request writes, and one that
+// The demo host's own serializer ends: one that takes a request's arguments, and one that
 // answers a request from a short list of named values.
 
 #include <tessel_link/common/error.h>
@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <map>
-#include <sstream>
 #include <string>
 #include <type_traits>
 #include <variant>
@@ -17,47 +16,72 @@
 
 namespace Demo {
 
-// Writes every element and value as an indented line, "name: type value".
-class PrintingSerializer : public Serialization::Serializer {
+// Takes the arguments of a request as the stand-in service needs them: every value as
+// text, by name. (A service on the other side would read them from the packet.)
+class ArgumentCapture : public Serialization::Serializer {
 public:
-    std::string Text() const { return out_.str(); }
-    // The narrow strings and numbers written, by name, for the demo service to answer from.
     const std::map<std::string, std::string>& Values() const { return values_; }
     // The name of the first element written: the request's element.
     const std::string& TopElement() const { return top_; }
 
-    Serializer& Write(const Serialization::MetaInfo& meta,
-                      const Serialization::Blob& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta,
-                      const std::vector<unsigned char>& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::uint16_t& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::int16_t& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::string& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::int64_t& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::int32_t& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::uint64_t& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const double& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::uint32_t& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const std::u16string& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, const Common::Error& value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, Common::Guid value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, std::uint8_t value) override;
-    Serializer& Write(const Serialization::MetaInfo& meta, bool value) override;
+#define DEMO_WRITE(Type)                                                          \
+    Serializer& Write(const Serialization::MetaInfo& meta, Type value) override { \
+        values_[meta.Name] = AsText(value);                                       \
+        return *this;                                                             \
+    }
+    DEMO_WRITE(const Serialization::Blob&)
+    DEMO_WRITE(const std::vector<unsigned char>&)
+    DEMO_WRITE(const std::uint16_t&)
+    DEMO_WRITE(const std::int16_t&)
+    DEMO_WRITE(const std::string&)
+    DEMO_WRITE(const std::int64_t&)
+    DEMO_WRITE(const std::int32_t&)
+    DEMO_WRITE(const std::uint64_t&)
+    DEMO_WRITE(const double&)
+    DEMO_WRITE(const std::uint32_t&)
+    DEMO_WRITE(const std::u16string&)
+    DEMO_WRITE(const Common::Error&)
+    DEMO_WRITE(Common::Guid)
+    DEMO_WRITE(std::uint8_t)
+    DEMO_WRITE(bool)
+#undef DEMO_WRITE
 
-    void Finish(std::vector<unsigned char>& bytes) override;
-    Serialization::Blob Finish() override;
-    Serialization::MetaInfo CurrentMetaInfo() override;
-    void BeginWriteMetaInfo(const Serialization::MetaInfo& meta) override;
-    void FinishWriteMetaInfo(const Serialization::MetaInfo& meta) override;
-    void SetSubjectVersion(std::uint64_t version) override { version_ = version; }
-    std::uint64_t GetSubjectVersion() override { return version_; }
+    void Finish(std::vector<unsigned char>& bytes) override {
+        bytes.clear();
+    }
+    Serialization::Blob Finish() override {
+        return {};
+    }
+    Serialization::MetaInfo CurrentMetaInfo() override {
+        return {};
+    }
+    void BeginWriteMetaInfo(const Serialization::MetaInfo& meta) override {
+        if (top_.empty()) {
+            top_ = meta.Name;
+        }
+    }
+    void FinishWriteMetaInfo(const Serialization::MetaInfo&) override {}
+    void SetSubjectVersion(std::uint64_t version) override {
+        version_ = version;
+    }
+    std::uint64_t GetSubjectVersion() override {
+        return version_;
+    }
 
 private:
-    Serializer& Line(const Serialization::MetaInfo& meta, const char* type,
-                     const std::string& text);
+    static std::string AsText(const std::string& value) {
+        return value;
+    }
+    static std::string AsText(const std::u16string& value);
+    template <class T>
+    static std::string AsText(const T& value) {
+        if constexpr (std::is_arithmetic_v<T>) {
+            return std::to_string(value);
+        } else {
+            return "?";
+        }
+    }
 
-    std::ostringstream out_;
-    std::vector<std::string> open_;
     std::map<std::string, std::string> values_;
     std::string top_;
     std::uint64_t version_ = 0;

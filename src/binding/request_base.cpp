@@ -3,6 +3,7 @@
 #include <tessel_link/common/messages.h>
 #include <tessel_link/serialize/codec.h>
 #include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/serialize/xml_packet_serializer.h>
 
 #include "binding/binding_errors.h"
 
@@ -11,6 +12,11 @@ namespace Binding {
 RequestSerializer::~RequestSerializer() = default;
 
 namespace Detail {
+
+namespace {
+// The packet format a request writes for itself.
+constexpr std::uint32_t kPacketFormatRevision = 2;
+}  // namespace
 
 RequestBase::RequestBase(MethodDescriptor method) : method_(std::move(method)) {
     RegisterInterface<RequestBase>(this);
@@ -64,14 +70,16 @@ void RequestBase::ReadReply(Serialization::Deserializer& deserializer) {
 
 std::unique_ptr<Serialization::Deserializer> RequestBase::CreateDeserializer(
     std::uint32_t /*subjectVersion*/) const {
-    // A loop-back deserializer needs the XML packet writer and reader, which this build
-    // does not have yet.
+    // The packet is written for the request's own category, so that elements that belong to
+    // another category are left out of it.
+    Serialization::XMLPacketSerializer serializer(kPacketFormatRevision,
+                                                  static_cast<std::uint32_t>(method_.Category));
+    WriteRequest(serializer);
+    std::vector<unsigned char> data;
+    serializer.Finish(data);
+    TL_ASSERT(data.size());
+    // Reading the packet back needs the XML packet reader, which this build does not have.
     throw NotAvailableYet(TL_ORIGIN("Binding::Detail::RequestBase::CreateDeserializer"));
-}
-
-std::u16string ObscureArgument(const std::u16string& /*text*/) {
-    // Refuse rather than send a secret in clear while no obscurer is built in.
-    throw NotAvailableYet(TL_ORIGIN("Binding::Detail::ObscureArgument"));
 }
 
 void ReportNotObscurable() {

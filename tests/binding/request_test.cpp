@@ -1,5 +1,8 @@
 #include <tessel_link/binding/request_impl.h>
 #include <tessel_link/common/assert.h>
+#include <tessel_link/common/unicode.h>
+#include <tessel_link/serialize/obscurer.h>
+#include <tessel_link/serialize/xml_packet_serializer.h>
 
 #include <algorithm>
 #include <cstring>
@@ -111,29 +114,46 @@ TEST(RequestWrite, ObscuredArgumentIsNeverSentInClear) {
     const auto previous = Common::SetAssertionObserver(&RecordAssertion);
     lastAssertion = nullptr;
 
-    // A type that cannot be obscured: the assertion fires and nothing is written.
     std::uint32_t number = 5;
     const std::u16string secret = u"s3cret";
     const auto request = CreateRequest<void(std::uint32_t, const std::u16string&)>(
         Method("Secret"), {number, "number", ArgumentKind::Obscured},
         {secret, "password", ArgumentKind::Obscured});
-
-    Fakes::RecordingSerializer serializer;
-    try {
-        request->WriteRequest(serializer);
-    } catch (const Common::Error&) {
-        // Refusing to write is fine; writing the clear text is not.
-    }
+    const Node element = Written(*request);
     Common::SetAssertionObserver(previous);
 
+    // A type that cannot be obscured: the assertion fires and nothing is written.
     ASSERT_NE(lastAssertion, nullptr);
     EXPECT_STREQ(lastAssertion, "!\"Value is not encryptable but encyption was requested\"");
-    const Node& element = serializer.Root.Children.at(0);
     EXPECT_EQ(element.Child("number"), nullptr);
-    if (const auto* written = element.ValueOf<std::u16string>("password")) {
-        EXPECT_NE(*written, secret);
-        EXPECT_EQ(*written, Binding::Detail::ObscureArgument(secret));
-    }
+
+    const auto* written = element.ValueOf<std::u16string>("password");
+    ASSERT_NE(written, nullptr);
+    EXPECT_NE(*written, secret);
+    EXPECT_EQ(Serialization::Unobscure(*written), secret);
+}
+
+TEST(RequestWrite, PacketHoldsTheElementWithSentArgumentsOnly) {
+    std::string result = "not sent";
+    const std::u16string secret = u"s3cret";
+    const auto request =
+        CreateRequest<void(const std::string&, const std::u16string&, std::string&)>(
+            Method("Logon"), {"host-1", "host", ArgumentKind::Default},
+            {secret, "password", ArgumentKind::Obscured}, {result, "result", ArgumentKind::Out});
+
+    Serialization::XMLPacketSerializer serializer(2, 0xffffffffu);
+    request->WriteRequest(serializer);
+    std::vector<unsigned char> bytes;
+    serializer.Finish(bytes);
+    const std::string packet(bytes.begin(), bytes.end());
+
+    const std::string obscured = Common::Utf16ToUtf8(Serialization::Obscure(secret));
+    EXPECT_NE(packet.find("<request_ProbeManager_Logon><host>host-1</host><password>" + obscured +
+                          "</password></request_ProbeManager_Logon>"),
+              std::string::npos)
+        << packet;
+    EXPECT_EQ(packet.find("s3cret"), std::string::npos);
+    EXPECT_EQ(packet.find("result"), std::string::npos);
 }
 
 TEST(RequestRead, KindAndConstnessDecideWhatIsReadBack) {

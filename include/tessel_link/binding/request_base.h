@@ -37,9 +37,6 @@ private:
     RequestProperties properties_;
 };
 
-// Obscures a secret argument for the wire.
-TL_API std::u16string ObscureArgument(const std::u16string& text);
-
 // Reports an obscured argument of a type that cannot be obscured (a programming error of
 // the interface definitions).
 TL_API void ReportNotObscurable();

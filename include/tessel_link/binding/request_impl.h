@@ -11,6 +11,7 @@
 #include <tessel_link/binding/request_base.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/serialize/codec.h>
+#include <tessel_link/serialize/obscurer.h>
 
 namespace Binding::Detail {
 
@@ -64,7 +65,7 @@ void WriteArgument(Serialization::Serializer& serializer, const T& value, const 
     if (!IsObscured(kind)) {
         Serialization::WriteMember(serializer, meta, value);
     } else if constexpr (std::is_same_v<T, std::u16string>) {
-        Serialization::WriteMember(serializer, meta, ObscureArgument(value));
+        Serialization::WriteMember(serializer, meta, Serialization::Obscure(value));
     } else {
         ReportNotObscurable();
     }
