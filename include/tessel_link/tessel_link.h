@@ -38,6 +38,7 @@
 #include <tessel_link/serialize/obscurer.h>
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
+#include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
 // Binding: requests and the call cycle

@@ -1,0 +1,301 @@
+#include <tessel_link/serialize/xml_packet_deserializer.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include <tessel_link/common/assert.h>
+#include <tessel_link/file/memory_file.h>
+#include <tessel_link/serialize/errors.h>
+#include <tessel_link/serialize/scope_guards.h>
+
+#include "serialize/base64.h"
+
+namespace Serialization {
+
+namespace {
+
+// The low byte of every UTF-16 unit, up to the first NUL: the inverse of the Latin-1
+// widening with which narrow strings are written (wider characters lose their high byte).
+std::string Narrow(std::u16string_view text) {
+    std::string narrow;
+    narrow.reserve(text.size());
+    for (char16_t unit : text) {
+        const char c = static_cast<char>(unit & 0xff);
+        if (c == '\0') {
+            break;
+        }
+        narrow += c;
+    }
+    return narrow;
+}
+
+// Numbers are read as the C library reads them: leading white space and a sign are taken,
+// trailing junk is ignored, text that is no number gives 0, and out-of-range values are
+// clamped by the library and then cut to the width of the value.
+std::uint64_t ParseUnsigned(std::u16string_view text) {
+    return std::strtoull(Narrow(text).c_str(), nullptr, 10);
+}
+
+std::int64_t ParseSigned(std::u16string_view text) {
+    return std::strtoll(Narrow(text).c_str(), nullptr, 10);
+}
+
+[[noreturn]] void ThrowNoData(const Common::ErrorOrigin& origin) {
+    throw SerializerError(origin, kErrorNoData);
+}
+
+std::vector<unsigned char> DecodeBinary(std::u16string_view text) {
+    std::vector<unsigned char> bytes;
+    if (!Base64::Decode(text, bytes)) {
+        ThrowNoData(TL_ORIGIN("Serialization::XMLPacketDeserializer::Read"));
+    }
+    return bytes;
+}
+
+}  // namespace
+
+XMLPacketDeserializer::XMLPacketDeserializer(const void* data, std::size_t size,
+                                             std::uint32_t subjectVersion) {
+    try {
+        File::buf_ifile<char> file(static_cast<const char*>(data), data != nullptr ? size : 0);
+        std::uint32_t line = 0;
+        std::uint32_t column = 0;
+        const bool result = Xml::ReadDocument(document_, file, line, column);
+        if (!result) {
+            TL_ASSERT_TEXT(result, "result && \"Cannot read xml document from string.\"");
+            document_.Reset();
+            return;
+        }
+        rootTag_ = document_.Root();
+        if (rootTag_ == nullptr) {
+            TL_ASSERT_TEXT(rootTag_ != nullptr, "RootTag");
+            return;
+        }
+        currentTag_ = rootTag_;
+        Enter(rootTag_);
+        versionStack_.push_back(subjectVersion);
+    } catch (...) {
+        // Out of memory while reading: the object stays without a tree, as for a packet that
+        // does not parse.
+        document_.Reset();
+        rootTag_ = nullptr;
+        currentTag_ = nullptr;
+        tagStack_.clear();
+        versionStack_.clear();
+    }
+}
+
+XMLPacketDeserializer::~XMLPacketDeserializer() = default;
+
+void XMLPacketDeserializer::Enter(const Xml::XmlTag* tag) {
+    const Xml::XmlChildren children = tag->Children();
+    tagStack_.push_back({children.begin(), children.begin(), children.end()});
+}
+
+const Xml::XmlTag* XMLPacketDeserializer::Child(const MetaInfo& meta) {
+    if (tagStack_.empty()) {
+        TL_ASSERT_TEXT(false, "!\"XMLPacketDeserializer: No meta.\"");
+        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::Child"),
+                              kErrorNoMetaInfo);
+    }
+    Cursor& cursor = tagStack_.back();
+    if (cursor.Next == cursor.End) {
+        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::Child"),
+                              kErrorInconsistentMetadata);
+    }
+    // The cursor moves on whether or not the child fits: an unknown element is stepped over.
+    const Xml::XmlTag* child = *cursor.Next++;
+    if (child->Name() == meta.Name) {
+        return child;
+    }
+    if (meta.Ordered == 0) {
+        for (auto it = cursor.First; it != cursor.End; ++it) {
+            if ((*it)->Name() == meta.Name) {
+                return *it;
+            }
+        }
+    }
+    throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::Child"),
+                          kErrorInconsistentMetadata);
+}
+
+void XMLPacketDeserializer::BeginReadMetaInfo(const MetaInfo& meta) {
+    if (meta.Name.empty()) {
+        return;
+    }
+    currentTag_ = Child(meta);
+    UpdateMetainfoVersion();
+    Enter(currentTag_);
+}
+
+void XMLPacketDeserializer::UpdateMetainfoVersion() {
+    if (versionStack_.empty()) {
+        throw SerializerError(
+            TL_ORIGIN("Serialization::XMLPacketDeserializer::UpdateMetainfoVersion"),
+            kErrorInconsistentMetadata);
+    }
+    // A version stated on the element holds for it and its subtree; a missing one, or 0,
+    // inherits the parent's.
+    std::uint64_t version = 0;
+    if (const auto stated = currentTag_->Attributes().Find("version")) {
+        version = ParseUnsigned(*stated);
+    }
+    versionStack_.push_back(version != 0 ? version : versionStack_.back());
+}
+
+void XMLPacketDeserializer::FinishReadMetaInfo(const MetaInfo& meta) {
+    if (meta.Name.empty()) {
+        return;
+    }
+    if (currentTag_ == nullptr) {
+        TL_ASSERT_TEXT(false, "!\"XMLPacketDeserializer: No tags.\"");
+        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::FinishReadMetaInfo"),
+                              kErrorNoMetaInfo);
+    }
+    if (!(MetaInfo(std::string(currentTag_->Name())) == meta)) {
+        TL_ASSERT_TEXT(false, "!\"XMLPacketDeserializer: Inconsistent meta.\"");
+        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::FinishReadMetaInfo"),
+                              kErrorInconsistentMetadata);
+    }
+    currentTag_ = currentTag_->Parent();
+    if (tagStack_.empty()) {
+        TL_ASSERT_TEXT(false, "!\"XMLPacketDeserializer: Stack is empty somehow.\"");
+        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::FinishReadMetaInfo"),
+                              kErrorInconsistentMetadata);
+    }
+    tagStack_.pop_back();
+    if (currentTag_ == nullptr) {
+        TL_ASSERT_TEXT(false, "CurrentTag");
+        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::FinishReadMetaInfo"),
+                              kErrorInconsistentMetadata);
+    }
+    ReleaseMetainfoVersion();
+}
+
+void XMLPacketDeserializer::ReleaseMetainfoVersion() {
+    if (versionStack_.empty()) {
+        throw SerializerError(
+            TL_ORIGIN("Serialization::XMLPacketDeserializer::ReleaseMetainfoVersion"),
+            kErrorInconsistentMetadata);
+    }
+    versionStack_.pop_back();
+}
+
+MetaInfo XMLPacketDeserializer::NextMetaInfo() {
+    if (tagStack_.empty()) {
+        return MetaInfo();
+    }
+    const Cursor& cursor = tagStack_.back();
+    if (cursor.Next == cursor.End || *cursor.Next == nullptr) {
+        return MetaInfo();
+    }
+    return MetaInfo(std::string((*cursor.Next)->Name()));
+}
+
+std::uint64_t XMLPacketDeserializer::GetSubjectVersion() {
+    if (versionStack_.empty()) {
+        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::GetSubjectVersion"),
+                              kErrorInconsistentMetadata);
+    }
+    return versionStack_.back();
+}
+
+// Every value is the first text of its element: what stands before the element's first
+// child, possibly empty. A missing element fails in Child; an empty one converts "".
+template <class Convert>
+Deserializer& XMLPacketDeserializer::ReadValue(const MetaInfo& meta, Convert&& convert) {
+    if (currentTag_ == nullptr) {
+        ThrowNoData(TL_ORIGIN("Serialization::XMLPacketDeserializer::Read"));
+    }
+    ReadScope element(*this, meta);
+    convert(currentTag_->Text().front());
+    return *this;
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, Blob& value) {
+    return ReadValue(meta, [&](std::u16string_view text) {
+        const std::vector<unsigned char> bytes = DecodeBinary(text);
+        value = Blob(bytes.data(), bytes.size());
+    });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::vector<unsigned char>& value) {
+    return ReadValue(meta, [&](std::u16string_view text) { value = DecodeBinary(text); });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::uint16_t& value) {
+    return ReadValue(meta, [&](std::u16string_view text) {
+        value = static_cast<std::uint16_t>(ParseUnsigned(text));
+    });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::int16_t& value) {
+    return ReadValue(meta, [&](std::u16string_view text) {
+        value = static_cast<std::int16_t>(ParseSigned(text));
+    });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::string& value) {
+    return ReadValue(meta, [&](std::u16string_view text) { value = Narrow(text); });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::int64_t& value) {
+    return ReadValue(meta, [&](std::u16string_view text) { value = ParseSigned(text); });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::int32_t& value) {
+    return ReadValue(meta, [&](std::u16string_view text) {
+        value = static_cast<std::int32_t>(ParseSigned(text));
+    });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::uint64_t& value) {
+    return ReadValue(meta, [&](std::u16string_view text) { value = ParseUnsigned(text); });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, double& value) {
+    // A text that is no number, the empty text among them, leaves the value as it was.
+    return ReadValue(
+        meta, [&](std::u16string_view text) { std::sscanf(Narrow(text).c_str(), "%lf", &value); });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::uint32_t& value) {
+    return ReadValue(meta, [&](std::u16string_view text) {
+        value = static_cast<std::uint32_t>(ParseUnsigned(text));
+    });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::u16string& value) {
+    return ReadValue(meta, [&](std::u16string_view text) { value.assign(text); });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, Common::Error& value) {
+    return ReadValue(meta, [&](std::u16string_view text) {
+        const std::vector<unsigned char> bytes = DecodeBinary(text);
+        value = Common::Error::Deserialize(bytes.data(), bytes.size());
+    });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, Common::Guid& value) {
+    // A text that is no GUID leaves the value as it was, without an error.
+    return ReadValue(
+        meta, [&](std::u16string_view text) { Common::FromString(Narrow(text).c_str(), value); });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, std::uint8_t& value) {
+    return ReadValue(meta, [&](std::u16string_view text) {
+        value = static_cast<std::uint8_t>(ParseUnsigned(text));
+    });
+}
+
+Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, bool& value) {
+    return ReadValue(meta, [&](std::u16string_view text) { value = ParseUnsigned(text) != 0; });
+}
+
+std::unique_ptr<Deserializer> CreateXMLPacketDeserializer(const void* data, std::size_t size,
+                                                          std::uint32_t subjectVersion) {
+    return std::make_unique<XMLPacketDeserializer>(data, size, subjectVersion);
+}
+
+}  // namespace Serialization
