@@ -3,6 +3,7 @@
 #include <tessel_link/common/messages.h>
 #include <tessel_link/serialize/codec.h>
 #include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
 #include "binding/binding_errors.h"
@@ -69,7 +70,7 @@ void RequestBase::ReadReply(Serialization::Deserializer& deserializer) {
 }
 
 std::unique_ptr<Serialization::Deserializer> RequestBase::CreateDeserializer(
-    std::uint32_t /*subjectVersion*/) const {
+    std::uint32_t subjectVersion) const {
     // The packet is written for the request's own category, so that elements that belong to
     // another category are left out of it.
     Serialization::XMLPacketSerializer serializer(kPacketFormatRevision,
@@ -78,8 +79,9 @@ std::unique_ptr<Serialization::Deserializer> RequestBase::CreateDeserializer(
     std::vector<unsigned char> data;
     serializer.Finish(data);
     TL_ASSERT(data.size());
-    // Reading the packet back needs the XML packet reader, which this build does not have.
-    throw NotAvailableYet(TL_ORIGIN("Binding::Detail::RequestBase::CreateDeserializer"));
+    // The reader copies what it needs while it is built, so the bytes may go with this scope.
+    return std::make_unique<Serialization::XMLPacketDeserializer>(data.data(), data.size(),
+                                                                  subjectVersion);
 }
 
 void ReportNotObscurable() {
