@@ -12,6 +12,11 @@ if(TL_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(TL_BUILD_FUZZ)
+    # Coverage for the fuzzers must reach into the library, not stop at the target's own file.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(TL_TSAN)
     add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
     add_link_options(-fsanitize=thread)

@@ -553,7 +553,8 @@ XmlToken XmlLexer::QuotedStep(unsigned char quote) {
 
 XmlToken XmlLexer::CDataStep() {
     for (;;) {
-        Ensure(3);
+        // "]]>" needs three bytes; a whole UTF-8 sequence at the start of a run needs four.
+        Ensure(4);
         const unsigned char c = *cursor_;
         if (c == '\r') {
             ++cursor_;  // undoes the line ends that writers put into sections

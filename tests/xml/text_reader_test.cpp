@@ -192,6 +192,17 @@ TEST(TextReaderInput, LongTokensCrossBlockBoundaries) {
     }
 }
 
+TEST(TextReaderInput, CDataSequencesCrossBlockBoundaries) {
+    // A four-byte character placed on every offset around the end of the first block.
+    for (std::size_t pad = 32740; pad < 32770; ++pad) {
+        const std::string doc = "<r><![CDATA[" + std::string(pad - 12, 'x') +
+                                "\xF0\x9F\x98\x80]]]]></r>";
+        const auto r = Read(doc);
+        ASSERT_TRUE(r.Ok) << pad;
+        EXPECT_EQ(Text(r.Root()).substr(pad - 12), u"\U0001F600]]") << pad;
+    }
+}
+
 TEST(TextReaderInput, ReadsFromTheCurrentPositionOfTheFile) {
     const std::string bytes = "junk<a>t</a>";
     File::buf_ifile<char> file(bytes.data(), bytes.size());
