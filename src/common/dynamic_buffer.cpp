@@ -18,15 +18,13 @@ void DynamicBuffer::Fail() noexcept {
     failed_ = true;
 }
 
-bool DynamicBuffer::Reserve(std::size_t needed) noexcept {
-    if (needed <= capacity_) {
+bool DynamicBuffer::Reserve(std::size_t capacity) noexcept {
+    if (failed_) {
+        return false;
+    }
+    if (capacity <= capacity_) {
         return true;
     }
-    std::size_t grown = capacity_ + capacity_ / 2;
-    if (grown < capacity_) {  // overflow
-        grown = std::numeric_limits<std::size_t>::max();
-    }
-    const std::size_t capacity = grown > needed ? grown : needed;
     auto* data = new (std::nothrow) unsigned char[capacity];
     if (data == nullptr) {
         Fail();
@@ -39,6 +37,17 @@ bool DynamicBuffer::Reserve(std::size_t needed) noexcept {
     data_ = data;
     capacity_ = capacity;
     return true;
+}
+
+bool DynamicBuffer::Grow(std::size_t needed) noexcept {
+    if (needed <= capacity_) {
+        return true;
+    }
+    std::size_t grown = capacity_ + capacity_ / 2;
+    if (grown < capacity_) {  // overflow
+        grown = std::numeric_limits<std::size_t>::max();
+    }
+    return Reserve(grown > needed ? grown : needed);
 }
 
 bool DynamicBuffer::Write(const void* data, std::size_t length) noexcept {
@@ -54,7 +63,7 @@ bool DynamicBuffer::WriteAt(std::size_t offset, const void* data, std::size_t le
         return false;
     }
     const std::size_t end = offset + length;
-    if (!Reserve(end)) {
+    if (!Grow(end)) {
         return false;
     }
     if (offset > size_) {

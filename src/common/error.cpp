@@ -243,8 +243,49 @@ public:
         Byte(0);
     }
 
-    // A UTF-16 string as zero-terminated UTF-8.
-    void Utf8(std::u16string_view s) { CString(Utf16ToUtf8(s)); }
+    // A UTF-16 string as zero-terminated UTF-8, encoded straight into the buffer; a lone
+    // surrogate becomes U+FFFD.
+    void Utf8(const char16_t* s) {
+        unsigned char chunk[256];
+        std::size_t n = 0;
+        for (;; ++s) {
+            char32_t c = *s;
+            if (c == 0) {
+                break;
+            }
+            if (c >= 0xd800 && c <= 0xdbff && s[1] >= 0xdc00 && s[1] <= 0xdfff) {
+                c = 0x10000 + ((c - 0xd800) << 10) + (s[1] - 0xdc00);
+                ++s;
+            } else if (c >= 0xd800 && c <= 0xdfff) {
+                c = 0xfffd;
+            }
+            if (n + 4 > sizeof chunk) {  // room for the longest sequence
+                out_.Write(chunk, n);
+                n = 0;
+            }
+            if (c < 0x80) {
+                chunk[n++] = static_cast<unsigned char>(c);
+            } else if (c < 0x800) {
+                chunk[n++] = static_cast<unsigned char>(0xc0 | (c >> 6));
+                chunk[n++] = static_cast<unsigned char>(0x80 | (c & 0x3f));
+            } else if (c < 0x10000) {
+                chunk[n++] = static_cast<unsigned char>(0xe0 | (c >> 12));
+                chunk[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3f));
+                chunk[n++] = static_cast<unsigned char>(0x80 | (c & 0x3f));
+            } else {
+                chunk[n++] = static_cast<unsigned char>(0xf0 | (c >> 18));
+                chunk[n++] = static_cast<unsigned char>(0x80 | ((c >> 12) & 0x3f));
+                chunk[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3f));
+                chunk[n++] = static_cast<unsigned char>(0x80 | (c & 0x3f));
+            }
+        }
+        if (n == sizeof chunk) {
+            out_.Write(chunk, n);
+            n = 0;
+        }
+        chunk[n++] = 0;
+        out_.Write(chunk, n);
+    }
 
 private:
     DynamicBuffer& out_;
@@ -253,9 +294,13 @@ private:
 void SerializeRecord(BlockWriter& out, const ErrorRecord* r) {
     out.U32(r->Code);
     out.U64(r->LineTag);
-    std::u16string text;
-    r->Ops->GetText(r, text);
-    out.Utf8(text);
+    if (const char16_t* stored = StoredWideText(r)) {
+        out.Utf8(stored);
+    } else {
+        std::u16string text;
+        r->Ops->GetText(r, text);
+        out.Utf8(text.c_str());
+    }
 
     // Parameters in the order of the names list; the value's type is whichever of the
     // narrow, wide and numeric accessors answers first.
@@ -384,6 +429,11 @@ ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
         if (name.empty()) {
             break;
         }
+        // Names travel as one comma-separated list: a name with a comma in it could not
+        // be told from two, so it can only be damage.
+        if (name.find(',') != std::string::npos) {
+            return nullptr;
+        }
         unsigned char type = 0;
         if (!in.Byte(type)) {
             return nullptr;
@@ -435,6 +485,7 @@ ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
 unsigned char* Error::Serialize(std::size_t& size) const {
     size = 0;
     DynamicBuffer buffer;
+    buffer.Reserve(256);  // most chains fit, so the block is rarely moved
     try {
         BlockWriter out(buffer);
         out.Byte(0x01);

@@ -71,6 +71,11 @@ ErrorRecord* MakeGenericRecord(std::uint32_t code, std::uint64_t lineTag, const 
 // removed when no line feed remains.
 std::u16string SystemMessageText(std::uint32_t value);
 
+// The record's text when the record stores it as a wide string (the text kinds and the
+// generic record), so that it can be read without a copy; null for the other kinds, whose
+// text comes from GetText.
+const char16_t* StoredWideText(const ErrorRecord* record) noexcept;
+
 // Interns an origin string for the life of the process; null when memory runs out.
 const char* InternOriginString(const char* text) noexcept;
 

@@ -1,6 +1,7 @@
 // The kinds of error record: their layout, their operations, and how they are built.
 
 #include <cstring>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <set>
@@ -306,6 +307,24 @@ void InitHeader(ErrorRecord* r, const RecordOps* ops, std::uint32_t code,
 }
 
 }  // namespace
+
+const char16_t* StoredWideText(const ErrorRecord* r) noexcept {
+    if (r->Ops == &kGenericOps) {
+        return reinterpret_cast<const char16_t*>(reinterpret_cast<const unsigned char*>(r) +
+                                                 GenericTextOffset(Generic(r)->Count));
+    }
+    if (r->Ops >= std::begin(kFixedOps) && r->Ops < std::end(kFixedOps)) {
+        const KindDesc& kind = DescOf(r);
+        if (kind.Text == TextForm::None) {
+            return u"";
+        }
+        if (kind.Text == TextForm::Wide) {
+            const void* s = SlotString(r, 0);
+            return s != nullptr ? static_cast<const char16_t*>(s) : u"";
+        }
+    }
+    return nullptr;
+}
 
 ErrorRecord* OutOfMemoryRecord() noexcept {
     return AddRef(&g_outOfMemory.Record);

@@ -190,6 +190,24 @@ TEST(ErrorSerialize, RoundTripKeepsEverythingAndBecomesGeneric) {
     EXPECT_EQ(copy.Serialize(), bytes);
 }
 
+TEST(ErrorSerialize, LongTextsOfEveryEncodedLength) {
+    // Texts are encoded in pieces; cover every way a sequence can meet a piece's end.
+    for (const std::u16string unit : {u"a", u"\u00e9", u"\u4e2d", u"\U0001F600"}) {
+        std::u16string text;
+        for (int length = 0; length < 140; ++length) {
+            text += unit;
+            const Error e(TL_ORIGIN("F"), 1, text.c_str());
+            const std::vector<unsigned char> bytes = e.Serialize();
+            EXPECT_EQ(Error::Deserialize(bytes.data(), bytes.size()).Text(), text)
+                << text.size();
+        }
+    }
+    // A lone surrogate becomes U+FFFD on the wire.
+    const Error lone(TL_ORIGIN("F"), 1, u"x\xd800y");
+    const std::vector<unsigned char> bytes = lone.Serialize();
+    EXPECT_EQ(Error::Deserialize(bytes.data(), bytes.size()).Text(), u"x\ufffdy");
+}
+
 TEST(ErrorSerialize, ByteLayoutOfAPlainRecord) {
     const Error e(Common::ErrorOrigin{0x1122334455667788ull, nullptr, nullptr, 0}, 0x9c0004);
     const std::vector<unsigned char> bytes = e.Serialize();
@@ -332,6 +350,7 @@ TEST(ErrorDeserialize, CutParametersDropTheRecord) {
         OneRecord({'a', 0}),
         OneRecord({'a'}),
         OneRecord({'a', 0, 'A', 'x', 0}),  // no end of record
+        OneRecord({'a', ',', 'b', 0, 'A', 'x', 0, 0}),  // a name that reads as two
     };
     for (const auto& b : cut) {
         EXPECT_TRUE(Error::Deserialize(b.data(), b.size()).Empty()) << b.size();

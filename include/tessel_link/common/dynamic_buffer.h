@@ -24,6 +24,10 @@ public:
     // beyond the size grows the buffer; a gap before `offset` is filled with zeros.
     bool WriteAt(std::size_t offset, const void* data, std::size_t length) noexcept;
 
+    // Makes room for `capacity` bytes in all, so that writes up to it do not move the
+    // bytes; false (and the buffer failed) when memory runs out.
+    bool Reserve(std::size_t capacity) noexcept;
+
     std::size_t Size() const noexcept { return size_; }
     std::size_t Capacity() const noexcept { return capacity_; }
     const unsigned char* Data() const noexcept { return data_; }
@@ -34,7 +38,7 @@ public:
     unsigned char* Release() noexcept;
 
 private:
-    bool Reserve(std::size_t needed) noexcept;
+    bool Grow(std::size_t needed) noexcept;
     void Fail() noexcept;
 
     unsigned char* data_ = nullptr;
