@@ -80,6 +80,16 @@ TEST_F(PacketReader, UnreadablePacketFailsOnFirstUse) {
     EXPECT_EQ(Thrown([&] { empty.Read(MetaInfo("a"), value); }), 0x9c0004u);
 }
 
+TEST_F(PacketReader, HostileNestingIsRefusedCleanly) {
+    std::string deep;
+    for (int i = 0; i < 100000; ++i) {
+        deep += "<a>";
+    }
+    XMLPacketDeserializer d(deep.data(), deep.size(), 0);
+    std::uint32_t value = 0;
+    EXPECT_EQ(Thrown([&] { d.Read(MetaInfo("a"), value); }), 0x9c0004u);
+}
+
 TEST_F(PacketReader, AnyRootNameIsRead) {
     const std::string text = "<Other><a>5</a></Other>";
     XMLPacketDeserializer d(text.data(), text.size(), 0);
