@@ -23,6 +23,7 @@ constexpr CodeText kWin32Texts[] = {
     {1, u"Incorrect function.\r\n"},
     {2, u"The system cannot find the file specified.\r\n"},
     {3, u"The system cannot find the path specified.\r\n"},
+    {4, u"The system cannot open the file.\r\n"},
     {5, u"Access is denied.\r\n"},
     {6, u"The handle is invalid.\r\n"},
     {8, u"Not enough memory resources are available to process this command.\r\n"},
@@ -43,8 +44,11 @@ constexpr CodeText kWin32Texts[] = {
     {122, u"The data area passed to a system call is too small.\r\n"},
     {123, u"The filename, directory name, or volume label syntax is incorrect.\r\n"},
     {183, u"Cannot create a file when that file already exists.\r\n"},
+    {206, u"The filename or extension is too long.\r\n"},
+    {223, u"The file size exceeds the limit allowed and cannot be saved.\r\n"},
     {1005, u"The volume does not contain a recognized file system.\r\nPlease make sure that all "
            u"required file system drivers are loaded and that the volume is not corrupted.\r\n"},
+    {1117, u"The request could not be performed because of an I/O device error.\r\n"},
     {1203, u"The network path was either typed incorrectly, does not exist, or the network "
            u"provider is not currently available. Please try retyping the path or contact your "
            u"network administrator.\r\n"},

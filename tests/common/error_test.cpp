@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "common/error_record.h"
+#include "platform/posix_errors.h"
 
 namespace {
 
@@ -92,6 +93,17 @@ TEST(ErrorSystem, EveryCodeTheLibraryProducesHasACleanText) {
         EXPECT_FALSE(text.empty()) << code;
         EXPECT_EQ(text.find(u'\r'), std::u16string::npos) << code;
         EXPECT_NE(text.back(), u'\n') << code;
+    }
+}
+
+TEST(ErrorSystem, EveryTranslatedErrnoHasAText) {
+    // System failures on this platform reach errors through the errno translation.
+    for (int errnum = 1; errnum < 134; ++errnum) {
+        const std::uint32_t code = Platform::WindowsErrorFromErrno(errnum);
+        if (code != 0) {
+            EXPECT_FALSE(Common::SystemMessageText(0x80070000u | code).empty())
+                << "errno " << errnum << " gives " << code;
+        }
     }
 }
 

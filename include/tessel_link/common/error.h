@@ -102,8 +102,10 @@ public:
     // it returns null (size 0) when memory runs out.
     unsigned char* Serialize(std::size_t& size) const;
     std::vector<unsigned char> Serialize() const;
-    // Rebuilds an error from its serialized form. A block that is too short or has the
-    // wrong version gives the empty error; a damaged tail is dropped.
+    // Rebuilds an error from its serialized form; every record becomes a generic one. A
+    // block that is too short or has the wrong version gives the empty error. Reading stops
+    // at a record with code 0 or at the first damaged record (a cut value, an unknown type
+    // byte, a text that is not UTF-8, a name with a comma), keeping the records before it.
     static Error Deserialize(const void* data, std::size_t size);
 
     // Rebuilds this error through its serialized form, so that its records no longer point
