@@ -54,3 +54,24 @@
 #include <tessel_link/facade/component.h>
 #include <tessel_link/facade/entry_points.h>
 #include <tessel_link/facade/test_manager.h>
+
+// POR, the value tree
+#include <tessel_link/por/assign.h>
+#include <tessel_link/por/binary_operation.h>
+#include <tessel_link/por/compare.h>
+#include <tessel_link/por/construction.h>
+#include <tessel_link/por/diff_names.h>
+#include <tessel_link/por/errors.h>
+#include <tessel_link/por/in_memory_factory.h>
+#include <tessel_link/por/item_processor.h>
+#include <tessel_link/por/kinds.h>
+#include <tessel_link/por/modification.h>
+#include <tessel_link/por/print.h>
+#include <tessel_link/por/root_holder.h>
+#include <tessel_link/por/static_instance.h>
+#include <tessel_link/por/trait_names.h>
+#include <tessel_link/por/unit_name.h>
+#include <tessel_link/por/util.h>
+#include <tessel_link/por/view.h>
+#include <tessel_link/por/visitors.h>
+#include <tessel_link/por/walkers.h>

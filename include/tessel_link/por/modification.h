@@ -1,0 +1,93 @@
+#pragma once
+
+// The write layer of the unit model: values and the content of existing arrays and
+// composites may change; no new property can be added. Every class derives from its
+// namesake in Por::View.
+
+#include <cstdint>
+
+#include <tessel_link/por/view.h>
+
+namespace Por::Modification {
+
+using Por::ItemProcessor;
+
+class TL_API UnitModifier {
+public:
+    virtual ~UnitModifier() = default;
+
+#define TL_POR_SLOT(Kind, Value, Index) \
+    using Kind##Arg = Value&;           \
+    virtual void On##Kind(Value& value) = 0;
+    TL_POR_FOR_EACH_KIND(TL_POR_SLOT)
+#undef TL_POR_SLOT
+};
+
+using Visitor = UnitModifier;
+
+class TL_API Unit : public View::Unit {
+public:
+    using View::Unit::Accept;
+    virtual void Accept(UnitModifier& visitor) = 0;
+};
+
+class TL_API NilValue : public View::NilValue {};
+
+template <class T>
+class TL_API ScalarValue : public View::ScalarValue<T> {
+public:
+    virtual void Set(T value) = 0;
+};
+
+template <class T>
+class TL_API ComplexValue : public View::ComplexValue<T> {
+public:
+    // Setting a value onto itself changes nothing.
+    virtual void Set(const T& value) = 0;
+};
+
+class TL_API ArrayValue : public View::ArrayValue {
+public:
+    using View::ArrayValue::At;
+    using View::ArrayValue::Back;
+    using View::ArrayValue::ForEach;
+    using View::ArrayValue::Front;
+
+    virtual void Back(ItemProcessor<Unit>& processor) = 0;
+    virtual void Front(ItemProcessor<Unit>& processor) = 0;
+    virtual void At(std::uint64_t index, ItemProcessor<Unit>& processor) = 0;
+    virtual bool ForEach(ItemProcessor<Unit>& processor) = 0;
+    virtual void Clear() = 0;
+    // The Copy operations store a deep copy of the unit handed in, made of in-memory units,
+    // and destroy the original. InsertCopy accepts index == Size().
+    virtual void InsertCopy(std::uint64_t index, UnitPtr unit) = 0;
+    virtual void RemoveAt(std::uint64_t index) = 0;
+    virtual void PushBackCopy(UnitPtr unit) = 0;
+    virtual void PushFrontCopy(UnitPtr unit) = 0;
+    // Do nothing on an empty array.
+    virtual void PopBack() = 0;
+    virtual void PopFront() = 0;
+};
+
+class TL_API Property : public View::Property {
+public:
+    using View::Property::GetUnit;
+    virtual Unit& GetUnit() = 0;
+};
+
+class TL_API CompositeValue : public View::CompositeValue {
+public:
+    using View::CompositeValue::Find;
+    using View::CompositeValue::ForEach;
+
+    virtual bool ForEach(ItemProcessor<Property>& processor) = 0;
+    virtual bool Find(const UnitName& name, ItemProcessor<Property>& processor) = 0;
+};
+
+class TL_API Traits : public View::Traits {
+public:
+    // Removes every trait of the name; returns how many there were.
+    virtual std::uint32_t Remove(const UnitName& name) = 0;
+};
+
+}  // namespace Por::Modification

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include <tessel_link/export.h>
+
+namespace Por {
+
+// The name of a property or trait: narrow text (UTF-8 when it came from wide text), held
+// either by pointer to a string literal or as an owned copy, with a 64-bit hash of its bytes.
+// Names compare byte-wise as unsigned bytes up to the terminating zero, case-sensitively;
+// the hash never takes part in a comparison.
+class TL_API UnitName {
+public:
+    // The empty name.
+    UnitName() noexcept : text_(""), hash_(0) {}
+
+    // Keeps a pointer to the literal. The hash covers the terminating zero byte too.
+    template <std::size_t N>
+    static UnitName Literal(const char (&literal)[N]) noexcept {
+        UnitName name;
+        name.text_ = literal;
+        name.hash_ = HashBytes(literal, N);
+        return name;
+    }
+
+    // Owned copies.
+    UnitName(const char* text) : UnitName(std::string(text != nullptr ? text : "")) {}
+    UnitName(std::string_view text) : UnitName(std::string(text)) {}
+    UnitName(std::string text);
+    // Stored as UTF-8.
+    explicit UnitName(std::u16string_view text);
+
+    UnitName(const UnitName& other);
+    UnitName(UnitName&& other) noexcept;
+    UnitName& operator=(const UnitName& other);
+    UnitName& operator=(UnitName&& other) noexcept;
+    ~UnitName() = default;
+
+    const char* c_str() const noexcept { return text_; }
+    std::string_view Text() const noexcept { return std::string_view(text_); }
+    bool Empty() const noexcept { return text_[0] == '\0'; }
+    std::uint64_t Hash() const noexcept { return hash_; }
+    std::u16string ToWide() const;
+
+    // The fold of every byte into a seed starting at 0:
+    // h ^= b + 0x9e3779b9 + (h << 6) + (h >> 2).
+    static std::uint64_t HashBytes(const char* bytes, std::size_t count) noexcept;
+
+    // -1, 0 or 1 by unsigned bytes.
+    static int Compare(const char* a, const char* b) noexcept {
+        if (a == b) {  // names copied from one literal share their text
+            return 0;
+        }
+        const int r = std::strcmp(a, b);
+        return r < 0 ? -1 : (r > 0 ? 1 : 0);
+    }
+
+    friend bool operator==(const UnitName& a, const UnitName& b) noexcept {
+        return a.text_ == b.text_ || std::strcmp(a.text_, b.text_) == 0;
+    }
+    friend std::strong_ordering operator<=>(const UnitName& a, const UnitName& b) noexcept {
+        return Compare(a.text_, b.text_) <=> 0;
+    }
+
+private:
+    bool IsOwned() const noexcept { return text_ == owned_.c_str(); }
+
+    // The text pointer first: it is what comparisons read.
+    const char* text_;
+    std::uint64_t hash_;
+    std::string owned_;
+};
+
+}  // namespace Por
+
+template <>
+struct std::hash<Por::UnitName> {
+    std::size_t operator()(const Por::UnitName& name) const noexcept {
+        return static_cast<std::size_t>(name.Hash());
+    }
+};

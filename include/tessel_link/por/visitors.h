@@ -1,0 +1,144 @@
+#pragma once
+
+// Ready-made visitor bases and the adaptor that turns one overloaded handler into a visitor.
+
+#include <tessel_link/por/construction.h>
+#include <tessel_link/por/errors.h>
+
+namespace Por {
+
+// The type index of a value interface of any layer: ValueKind<View::ArrayValue>::Index == 15.
+template <class Value>
+struct ValueKind;
+
+#define TL_POR_VALUE_KIND(Kind, Value, Idx)              \
+    template <>                                            \
+    struct ValueKind<View::Value> {                        \
+        static constexpr unsigned Index = (Idx);         \
+    };                                                     \
+    template <>                                            \
+    struct ValueKind<Modification::Value> {                \
+        static constexpr unsigned Index = (Idx);         \
+    };                                                     \
+    template <>                                            \
+    struct ValueKind<Construction::Value> {                \
+        static constexpr unsigned Index = (Idx);         \
+    };
+TL_POR_FOR_EACH_KIND(TL_POR_VALUE_KIND)
+#undef TL_POR_VALUE_KIND
+
+template <class Value>
+inline constexpr unsigned ValueKindOf = ValueKind<std::remove_cvref_t<Value>>::Index;
+
+namespace Detail {
+
+// All slots do nothing: readers override the kinds they care for and skip the rest.
+template <class Visitor>
+class BasicNullVisitor : public Visitor {
+public:
+#define TL_POR_SLOT(Kind, Value, Index) \
+    void On##Kind(typename Visitor::Kind##Arg) override {}
+    TL_POR_FOR_EACH_KIND(TL_POR_SLOT)
+#undef TL_POR_SLOT
+};
+
+// Every slot raises the type mismatch error for the expected kind and the kind met.
+template <class Visitor>
+class BasicTypeMismatchThrowingVisitor : public Visitor {
+public:
+    explicit BasicTypeMismatchThrowingVisitor(unsigned expectedType) : expected_(expectedType) {}
+
+#define TL_POR_SLOT(Kind, Value, Idx) \
+    void On##Kind(typename Visitor::Kind##Arg) override { Mismatch(Idx); }
+    TL_POR_FOR_EACH_KIND(TL_POR_SLOT)
+#undef TL_POR_SLOT
+
+    unsigned ExpectedType() const { return expected_; }
+
+protected:
+    [[noreturn]] void Mismatch(unsigned actualType) const {
+        throw Util::Detail::MakeTypeMismatchError(expected_, actualType);
+    }
+
+private:
+    unsigned expected_;
+};
+
+// Forwards every slot to one handler object, overloaded (or generic) over the value types.
+template <class Handler, class Visitor = View::UnitReader>
+class UnitVisitorAdaptor final : public Visitor {
+public:
+    explicit UnitVisitorAdaptor(Handler& handler) : handler_(handler) {}
+
+#define TL_POR_SLOT(Kind, Value, Index) \
+    void On##Kind(typename Visitor::Kind##Arg value) override { handler_(value); }
+    TL_POR_FOR_EACH_KIND(TL_POR_SLOT)
+#undef TL_POR_SLOT
+
+private:
+    Handler& handler_;
+};
+
+}  // namespace Detail
+
+// Visits a unit with a handler: handler(value) is called with the value interface.
+template <class Handler>
+void VisitValue(const View::Unit& unit, Handler&& handler) {
+    Detail::UnitVisitorAdaptor<std::remove_reference_t<Handler>, View::UnitReader> v(handler);
+    unit.Accept(v);
+}
+template <class Handler>
+void VisitValue(Modification::Unit& unit, Handler&& handler) {
+    Detail::UnitVisitorAdaptor<std::remove_reference_t<Handler>, Modification::UnitModifier> v(
+        handler);
+    unit.Accept(v);
+}
+template <class Handler>
+void VisitValue(Construction::Unit& unit, Handler&& handler) {
+    Detail::UnitVisitorAdaptor<std::remove_reference_t<Handler>, Construction::UnitBuilder> v(
+        handler);
+    unit.Accept(v);
+}
+
+namespace View {
+using NullVisitor = Detail::BasicNullVisitor<UnitReader>;
+using TypeMismatchThrowingVisitor = Detail::BasicTypeMismatchThrowingVisitor<UnitReader>;
+
+// Walks the elements of an array unit; any other kind raises the type mismatch.
+class TL_API ForEachArrayElementVisitor : public TypeMismatchThrowingVisitor {
+public:
+    explicit ForEachArrayElementVisitor(ItemProcessor<const Unit>& processor)
+        : TypeMismatchThrowingVisitor(ArrayType), processor_(processor) {}
+    void OnArray(const ArrayValue& value) override { stopped_ = value.ForEach(processor_); }
+    bool Stopped() const { return stopped_; }
+
+private:
+    ItemProcessor<const Unit>& processor_;
+    bool stopped_ = false;
+};
+}  // namespace View
+
+namespace Modification {
+using NullVisitor = Detail::BasicNullVisitor<UnitModifier>;
+using TypeMismatchThrowingVisitor = Detail::BasicTypeMismatchThrowingVisitor<UnitModifier>;
+}  // namespace Modification
+
+namespace Construction {
+using NullVisitor = Detail::BasicNullVisitor<UnitBuilder>;
+using TypeMismatchThrowingVisitor = Detail::BasicTypeMismatchThrowingVisitor<UnitBuilder>;
+
+// Bases for visitors that need one kind: every other kind raises the type mismatch.
+class TL_API CompositeVisitor : public TypeMismatchThrowingVisitor {
+public:
+    CompositeVisitor() : TypeMismatchThrowingVisitor(CompositeType) {}
+    void OnComposite(CompositeValue& value) override = 0;
+};
+
+class TL_API ArrayVisitor : public TypeMismatchThrowingVisitor {
+public:
+    ArrayVisitor() : TypeMismatchThrowingVisitor(ArrayType) {}
+    void OnArray(ArrayValue& value) override = 0;
+};
+}  // namespace Construction
+
+}  // namespace Por

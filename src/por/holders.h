@@ -1,0 +1,272 @@
+#pragma once
+
+// The in-memory implementation of the unit model: value holders, traits and properties, and
+// the unit object that puts a value holder and its traits side by side.
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <tessel_link/por/construction.h>
+#include <tessel_link/por/util.h>
+
+namespace Por {
+
+namespace Detail {
+
+// Calls the visitor slot of a kind with a holder.
+template <unsigned Index>
+struct SlotCaller;
+#define TL_POR_SLOT_CALLER(Kind, Value, Idx)       \
+    template <>                                    \
+    struct SlotCaller<Idx> {                       \
+        template <class Visitor, class Holder>     \
+        static void Call(Visitor& v, Holder& h) {  \
+            v.On##Kind(h);                         \
+        }                                          \
+    };
+TL_POR_FOR_EACH_KIND(TL_POR_SLOT_CALLER)
+#undef TL_POR_SLOT_CALLER
+
+// Keeps the destruction of a deep tree from exhausting the stack. The destructors of the
+// container holders open a scope; below a certain nesting they hand their children to a
+// per-thread list instead of destroying them, and the outermost scope destroys that list,
+// item by item, when it closes.
+class DestructionScope {
+public:
+    DestructionScope() noexcept;
+    ~DestructionScope();
+    DestructionScope(const DestructionScope&) = delete;
+    DestructionScope& operator=(const DestructionScope&) = delete;
+
+    bool Defers() const noexcept { return defers_; }
+    void Defer(UnitPtr unit);
+    void Defer(PropertyPtr property);
+    void Defer(TraitPtr trait);
+
+private:
+    bool defers_;
+};
+
+}  // namespace Detail
+
+class NilValueHolder final : public Construction::NilValue {
+public:
+    static constexpr unsigned kTypeIndex = NilType;
+};
+
+template <class T>
+class ScalarValueHolder final : public Construction::ScalarValue<T> {
+public:
+    static constexpr unsigned kTypeIndex = Util::Detail::StoredKind<T>::Index;
+
+    explicit ScalarValueHolder(T value) noexcept : value_(value) {}
+    T Get() const override { return value_; }
+    void Set(T value) override { value_ = value; }
+
+private:
+    T value_;
+};
+
+template <class T>
+class ComplexValueHolder final : public Construction::ComplexValue<T> {
+public:
+    static constexpr unsigned kTypeIndex = Util::Detail::StoredKind<T>::Index;
+
+    explicit ComplexValueHolder(const T& value) : value_(value) {}
+    explicit ComplexValueHolder(T&& value) noexcept : value_(std::move(value)) {}
+    const T& Get() const override { return value_; }
+    void Set(const T& value) override {
+        if (&value != &value_) {
+            value_ = value;
+        }
+    }
+
+private:
+    T value_;
+};
+
+class ArrayValueHolder final : public Construction::ArrayValue {
+public:
+    static constexpr unsigned kTypeIndex = ArrayType;
+
+    ArrayValueHolder() = default;
+    ~ArrayValueHolder() override;
+
+    bool IsEmpty() const override { return elements_.empty(); }
+    std::uint64_t Size() const override { return elements_.size(); }
+
+    void Front(ItemProcessor<const View::Unit>& processor) const override;
+    void Back(ItemProcessor<const View::Unit>& processor) const override;
+    void At(std::uint64_t index, ItemProcessor<const View::Unit>& processor) const override;
+    bool ForEach(ItemProcessor<const View::Unit>& processor) const override;
+
+    void Back(ItemProcessor<Modification::Unit>& processor) override;
+    void Front(ItemProcessor<Modification::Unit>& processor) override;
+    void At(std::uint64_t index, ItemProcessor<Modification::Unit>& processor) override;
+    bool ForEach(ItemProcessor<Modification::Unit>& processor) override;
+    void Clear() override;
+    void InsertCopy(std::uint64_t index, UnitPtr unit) override;
+    void RemoveAt(std::uint64_t index) override;
+    void PushBackCopy(UnitPtr unit) override;
+    void PushFrontCopy(UnitPtr unit) override;
+    void PopBack() override;
+    void PopFront() override;
+
+    void Back(ItemProcessor<Construction::Unit>& processor) override;
+    void Front(ItemProcessor<Construction::Unit>& processor) override;
+    void At(std::uint64_t index, ItemProcessor<Construction::Unit>& processor) override;
+    bool ForEach(ItemProcessor<Construction::Unit>& processor) override;
+    void Insert(std::uint64_t index, UnitPtr unit) override;
+    void PushBack(UnitPtr unit) override;
+    void PushFront(UnitPtr unit) override;
+
+private:
+    template <class Item>
+    bool Each(ItemProcessor<Item>& processor) const;
+    void Place(std::uint64_t index, UnitPtr unit);
+
+    std::vector<UnitPtr> elements_;
+};
+
+class CompositeValueHolder final : public Construction::CompositeValue {
+public:
+    static constexpr unsigned kTypeIndex = CompositeType;
+
+    CompositeValueHolder() = default;
+    ~CompositeValueHolder() override;
+
+    bool ForEach(ItemProcessor<const View::Property>& processor) const override;
+    bool Find(const UnitName& name, ItemProcessor<const View::Property>& processor) const override;
+    std::shared_ptr<IteratorState<const View::Property>> GetIterator() const override;
+
+    bool ForEach(ItemProcessor<Modification::Property>& processor) override;
+    bool Find(const UnitName& name, ItemProcessor<Modification::Property>& processor) override;
+
+    bool ForEach(ItemProcessor<Construction::Property>& processor) override;
+    bool Find(const UnitName& name, ItemProcessor<Construction::Property>& processor) override;
+    std::shared_ptr<IteratorState<Construction::Property>> GetIterator() override;
+    void Set(PropertyPtr property) override;
+    void Remove(const UnitName& name) override;
+
+private:
+    // The first property whose name is not less than `name`.
+    std::vector<PropertyPtr>::const_iterator LowerBound(const UnitName& name) const;
+    Construction::Property* Lookup(const UnitName& name) const;
+    template <class Item>
+    bool Each(ItemProcessor<Item>& processor) const;
+
+    std::vector<PropertyPtr> properties_;
+};
+
+// The traits of one unit, sorted by name and then by unit order; no two equal.
+class TraitsHolderImpl final : public Construction::Traits {
+public:
+    TraitsHolderImpl() = default;
+    ~TraitsHolderImpl() override;
+
+    bool ForEachByName(const UnitName& name, ItemProcessor<const View::Trait>& processor) const override;
+    bool ForEach(ItemProcessor<const View::Trait>& processor) const override;
+    std::uint32_t Remove(const UnitName& name) override;
+    void Add(TraitPtr trait) override;
+
+private:
+    std::vector<TraitPtr> traits_;
+};
+
+// The traits of every in-memory unit that has none: one shared, empty set.
+class NoTraits final : public View::Traits {
+public:
+    bool ForEachByName(const UnitName&, ItemProcessor<const View::Trait>&) const override {
+        return false;
+    }
+    bool ForEach(ItemProcessor<const View::Trait>&) const override { return false; }
+
+    static const NoTraits& Instance() {
+        static const NoTraits instance;
+        return instance;
+    }
+};
+
+// True for the shared empty set: the walks skip such units' traits without a call.
+inline bool HasNoTraits(const View::Traits& traits) {
+    return &traits == &NoTraits::Instance();
+}
+
+// The traits of a unit: a single pointer, null until the first trait, so that the many units
+// without traits pay no more.
+class TraitsHolder {
+public:
+    const View::Traits& Get() const {
+        return impl_ ? static_cast<const View::Traits&>(*impl_) : NoTraits::Instance();
+    }
+    Construction::Traits& GetOrCreate() {
+        if (!impl_) {
+            impl_ = std::make_unique<TraitsHolderImpl>();
+        }
+        return *impl_;
+    }
+
+private:
+    std::unique_ptr<TraitsHolderImpl> impl_;
+};
+
+class PropertyHolder final : public Construction::Property {
+public:
+    // A null unit raises "POR: Null units are forbidden.".
+    PropertyHolder(const UnitName& name, UnitPtr unit);
+
+    const UnitName& GetName() const override { return name_; }
+    const View::Unit& GetUnit() const override { return *unit_; }
+    Construction::Unit& GetUnit() override { return *unit_; }
+
+private:
+    // The unit and the name's text pointer lie right behind the vtable pointer, so that a
+    // walk reads one cache line per property.
+    UnitPtr unit_;
+    UnitName name_;
+};
+
+class TraitHolder final : public View::Trait {
+public:
+    // A null unit raises "POR: Null units are forbidden.".
+    TraitHolder(const UnitName& name, UnitPtr unit);
+
+    const UnitName& GetName() const override { return name_; }
+    const View::Unit& GetUnit() const override { return *unit_; }
+
+private:
+    UnitPtr unit_;
+    UnitName name_;
+};
+
+// The unit: a value holder and the traits, side by side.
+template <class Holder>
+class Object final : public Construction::Unit {
+public:
+    template <class... Args>
+    explicit Object(Args&&... args) : value_(std::forward<Args>(args)...) {}
+
+    void Accept(View::UnitReader& visitor) const override {
+        Detail::SlotCaller<Holder::kTypeIndex>::Call(visitor, value_);
+    }
+    void Accept(Modification::UnitModifier& visitor) override {
+        Detail::SlotCaller<Holder::kTypeIndex>::Call(visitor, value_);
+    }
+    void Accept(Construction::UnitBuilder& visitor) override {
+        Detail::SlotCaller<Holder::kTypeIndex>::Call(visitor, value_);
+    }
+    const View::Traits& GetTraits() const override { return traits_.Get(); }
+    Construction::Traits& GetTraits() override { return traits_.GetOrCreate(); }
+
+    Holder& Value() noexcept { return value_; }
+    const Holder& Value() const noexcept { return value_; }
+
+private:
+    // The traits pointer before the value, next to the vtable pointer: every walk reads it.
+    TraitsHolder traits_;
+    Holder value_;
+};
+
+}  // namespace Por

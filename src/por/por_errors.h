@@ -1,0 +1,49 @@
+#pragma once
+
+// Error construction shared by the POR sources.
+
+#include <cstdint>
+#include <initializer_list>
+#include <string_view>
+
+#include <tessel_link/common/error.h>
+#include <tessel_link/common/error_origin.h>
+
+namespace Por::Detail {
+
+// Message table rows of the texts raised here.
+inline constexpr std::uint32_t kRowAssignProperties = 354;
+inline constexpr std::uint32_t kRowAssignTraits = 355;
+inline constexpr std::uint32_t kRowAssignTypes = 356;
+inline constexpr std::uint32_t kRowNullUnits = 379;
+inline constexpr std::uint32_t kRowOutOfRange = 380;
+inline constexpr std::uint32_t kRowPropertyTypeMismatch = 402;
+inline constexpr std::uint32_t kRowTypeMismatch = 403;
+
+// An error with the text of a row and no parameters.
+Common::Error MakeRowError(const Common::ErrorOrigin& origin, std::uint32_t code,
+                           std::uint32_t row);
+
+// An error with the text of a row whose placeholders {0}, {1}, ... are filled by the host from
+// the record's parameters "0", "1", ... (wide strings, in that order).
+Common::Error MakeRowErrorWithArguments(const Common::ErrorOrigin& origin, std::uint32_t code,
+                                        std::uint32_t row,
+                                        std::initializer_list<std::u16string_view> arguments);
+
+// Raises "POR: Out of range." for a unit that lies deeper than kMaxTreeDepth below the unit a
+// recursive operation started on.
+[[noreturn]] void ThrowTooDeep(const char* function);
+
+inline void CheckDepth(unsigned depth, const char* function);
+
+}  // namespace Por::Detail
+
+#include <tessel_link/por/compare.h>
+
+namespace Por::Detail {
+inline void CheckDepth(unsigned depth, const char* function) {
+    if (depth > Util::kMaxTreeDepth) {
+        ThrowTooDeep(function);
+    }
+}
+}  // namespace Por::Detail
