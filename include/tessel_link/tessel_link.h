@@ -22,6 +22,7 @@
 
 // File layer
 #include <tessel_link/file/file_object.h>
+#include <tessel_link/file/dir_object.h>
 #include <tessel_link/file/file_identifier.h>
 #include <tessel_link/file/memory_file.h>
 #include <tessel_link/file/system_file.h>
