@@ -9,9 +9,9 @@
 #include <benchmark/benchmark.h>
 #include <expat.h>
 #include <libxml/parser.h>
-#include <pugixml.hpp>
 #include <tessel_link/file/memory_file.h>
 #include <tessel_link/xml/xml_tag.h>
+#include <pugixml.hpp>
 
 #include "ratio_reporter.h"
 
@@ -21,8 +21,9 @@ namespace {
 // records, the occasional escaped character and non-ASCII text.
 const std::string& PacketDocument() {
     static const std::string doc = [] {
-        std::string s = "\xEF\xBB\xBF<XML_SERIALIZER><reply_ArchiveManager_List><result>0</result>"
-                        "<Items><vector>";
+        std::string s =
+            "\xEF\xBB\xBF<XML_SERIALIZER><reply_ArchiveManager_List><result>0</result>"
+            "<Items><vector>";
         char buffer[640];
         for (unsigned i = 0; s.size() < 10'000'000; ++i) {
             std::snprintf(buffer, sizeof buffer,
@@ -139,12 +140,20 @@ void Expat(benchmark::State& state, const std::string& doc) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * doc.size()));
 }
 
-#define TL_XML_BENCH(name, doc) \
-    void name##_Ours(benchmark::State& s) { Ours(s, doc()); } \
-    void name##_Pugixml(benchmark::State& s) { Pugixml(s, doc()); } \
-    void name##_Libxml2(benchmark::State& s) { Libxml2(s, doc()); } \
-    void name##_Expat(benchmark::State& s) { Expat(s, doc()); } \
-    BENCHMARK(name##_Ours)->Unit(benchmark::kMillisecond); \
+#define TL_XML_BENCH(name, doc)                               \
+    void name##_Ours(benchmark::State& s) {                   \
+        Ours(s, doc());                                       \
+    }                                                         \
+    void name##_Pugixml(benchmark::State& s) {                \
+        Pugixml(s, doc());                                    \
+    }                                                         \
+    void name##_Libxml2(benchmark::State& s) {                \
+        Libxml2(s, doc());                                    \
+    }                                                         \
+    void name##_Expat(benchmark::State& s) {                  \
+        Expat(s, doc());                                      \
+    }                                                         \
+    BENCHMARK(name##_Ours)->Unit(benchmark::kMillisecond);    \
     BENCHMARK(name##_Pugixml)->Unit(benchmark::kMillisecond); \
     BENCHMARK(name##_Libxml2)->Unit(benchmark::kMillisecond); \
     BENCHMARK(name##_Expat)->Unit(benchmark::kMillisecond);
@@ -161,8 +170,9 @@ void ReportTreeMemory() {
     std::uint32_t column = 0;
     Xml::ReadDocument(document, file, line, column);
     const double ratio = static_cast<double>(document.MemoryUsage()) / doc.size();
-    std::printf("Packet tree memory: %zu bytes for %zu bytes of input = %.2fx (target <= 4.00) %s\n",
-                document.MemoryUsage(), doc.size(), ratio, ratio <= 4.0 ? "ok" : "ABOVE");
+    std::printf(
+        "Packet tree memory: %zu bytes for %zu bytes of input = %.2fx (target <= 4.00) %s\n",
+        document.MemoryUsage(), doc.size(), ratio, ratio <= 4.0 ? "ok" : "ABOVE");
 }
 
 }  // namespace

@@ -20,8 +20,7 @@ void AppendQuoted(std::string& out, std::basic_string_view<Char> text) {
     static const char kHex[] = "0123456789abcdef";
     out += '"';
     for (const Char ch : text) {
-        const auto unit = static_cast<std::uint32_t>(
-            static_cast<std::make_unsigned_t<Char>>(ch));
+        const auto unit = static_cast<std::uint32_t>(static_cast<std::make_unsigned_t<Char>>(ch));
         if (unit == '"' || unit == '\\') {
             out += '\\';
             out += static_cast<char>(unit);

@@ -12,18 +12,18 @@ constexpr std::uint64_t kUnknown = ~std::uint64_t{0};
 
 std::uint32_t DriveTypeFromWindows(std::uint32_t windowsType) noexcept {
     switch (windowsType) {
-    case 2:
-        return drive_removable;
-    case 3:
-        return drive_fixed;
-    case 4:
-        return drive_remote;
-    case 5:
-        return drive_optical;
-    case 6:
-        return drive_ramdisk;
-    default:
-        return drive_unknown;
+        case 2:
+            return drive_removable;
+        case 3:
+            return drive_fixed;
+        case 4:
+            return drive_remote;
+        case 5:
+            return drive_optical;
+        case 6:
+            return drive_ramdisk;
+        default:
+            return drive_unknown;
     }
 }
 
@@ -32,37 +32,83 @@ std::int64_t FileTimeToUnixMilliseconds(std::uint64_t fileTime) noexcept {
 }
 
 // Iterator defaults.
-const char16_t* i_dir::iterator::GetShortName() { return nullptr; }
-const char16_t* i_dir::iterator::GetDisplayName() { return GetName(); }
-std::uint64_t i_dir::iterator::Reserved5() { return 0; }
-const char16_t* i_dir::iterator::GetFullPath() { return nullptr; }
-std::uint64_t i_dir::iterator::GetSize() { return 0; }
-std::int64_t i_dir::iterator::GetCreationTime() { return 0; }
-std::int64_t i_dir::iterator::GetAccessTime() { return 0; }
-std::int64_t i_dir::iterator::GetWriteTime() { return 0; }
-std::uint64_t i_dir::iterator::GetLinkCount() { return kUnknown; }
-std::uint64_t i_dir::iterator::GetUnixMode() { return kUnknown; }
-std::uint64_t i_dir::iterator::GetUnixOwner() { return kUnknown; }
-std::uint64_t i_dir::iterator::GetUnixGroup() { return kUnknown; }
-std::uint64_t i_dir::iterator::GetRawDevice() { return kUnknown; }
-const void* i_dir::iterator::GetOwnerSid() { return nullptr; }
-const char16_t* i_dir::iterator::GetSymLinkTarget() { return nullptr; }
-std::uint64_t i_dir::iterator::Reserved20() { return 0; }
-std::uint64_t i_dir::iterator::Reserved21() { return 0; }
-const char16_t* i_dir::iterator::GetExtendedName() { return nullptr; }
-std::uint64_t i_dir::iterator::GetInodeId() { return 0; }
-std::uint64_t i_dir::iterator::GetDeviceId() { return 0; }
+const char16_t* i_dir::iterator::GetShortName() {
+    return nullptr;
+}
+const char16_t* i_dir::iterator::GetDisplayName() {
+    return GetName();
+}
+std::uint64_t i_dir::iterator::Reserved5() {
+    return 0;
+}
+const char16_t* i_dir::iterator::GetFullPath() {
+    return nullptr;
+}
+std::uint64_t i_dir::iterator::GetSize() {
+    return 0;
+}
+std::int64_t i_dir::iterator::GetCreationTime() {
+    return 0;
+}
+std::int64_t i_dir::iterator::GetAccessTime() {
+    return 0;
+}
+std::int64_t i_dir::iterator::GetWriteTime() {
+    return 0;
+}
+std::uint64_t i_dir::iterator::GetLinkCount() {
+    return kUnknown;
+}
+std::uint64_t i_dir::iterator::GetUnixMode() {
+    return kUnknown;
+}
+std::uint64_t i_dir::iterator::GetUnixOwner() {
+    return kUnknown;
+}
+std::uint64_t i_dir::iterator::GetUnixGroup() {
+    return kUnknown;
+}
+std::uint64_t i_dir::iterator::GetRawDevice() {
+    return kUnknown;
+}
+const void* i_dir::iterator::GetOwnerSid() {
+    return nullptr;
+}
+const char16_t* i_dir::iterator::GetSymLinkTarget() {
+    return nullptr;
+}
+std::uint64_t i_dir::iterator::Reserved20() {
+    return 0;
+}
+std::uint64_t i_dir::iterator::Reserved21() {
+    return 0;
+}
+const char16_t* i_dir::iterator::GetExtendedName() {
+    return nullptr;
+}
+std::uint64_t i_dir::iterator::GetInodeId() {
+    return 0;
+}
+std::uint64_t i_dir::iterator::GetDeviceId() {
+    return 0;
+}
 
 // Input directory defaults.
-i_dir* i_dir::OpenSelf() { return nullptr; }
+i_dir* i_dir::OpenSelf() {
+    return nullptr;
+}
 
 i_dir* i_dir::OpenSpecialDir(std::uint32_t) {
     RecordNotSupported(TL_ORIGIN("i_dir::OpenSpecialDir"));
     return nullptr;
 }
 
-file_identifier* i_dir::GetIdentifier() { return nullptr; }
-std::uint32_t i_dir::GetDriveType() { return drive_unknown; }
+file_identifier* i_dir::GetIdentifier() {
+    return nullptr;
+}
+std::uint32_t i_dir::GetDriveType() {
+    return drive_unknown;
+}
 
 bool i_dir::GetDriveSize(std::uint64_t& total, std::uint64_t& free, std::uint64_t& available) {
     total = free = available = 0;
@@ -75,9 +121,15 @@ bool i_dir::GetVolumeLabel(std::u16string&) {
     return false;
 }
 
-bool i_dir::IsPathSeparator(char16_t c) { return c == u'/' || c == u'\\'; }
-char16_t i_dir::GetPathSeparator() { return u'\\'; }
-std::uint64_t i_dir::Reserved21() { return 0; }
+bool i_dir::IsPathSeparator(char16_t c) {
+    return c == u'/' || c == u'\\';
+}
+char16_t i_dir::GetPathSeparator() {
+    return u'\\';
+}
+std::uint64_t i_dir::Reserved21() {
+    return 0;
+}
 
 bool i_dir::EnableNotification(dir_notification*) {
     RecordNotSupported(TL_ORIGIN("i_dir::EnableNotification"));
@@ -98,9 +150,15 @@ file_object* i_dir::ResolveSymLinks(const char16_t* path) {
     return result;
 }
 
-std::uint64_t i_dir::Reserved25() { return 0; }
-std::pair<std::uint64_t, std::uint64_t> i_dir::GetMountInfo() { return {0, 0}; }
-std::uint64_t i_dir::Reserved27() { return 0; }
+std::uint64_t i_dir::Reserved25() {
+    return 0;
+}
+std::pair<std::uint64_t, std::uint64_t> i_dir::GetMountInfo() {
+    return {0, 0};
+}
+std::uint64_t i_dir::Reserved27() {
+    return 0;
+}
 
 bool i_dir::IOCTL(ioctl_command&) {
     RecordNotSupported(TL_ORIGIN("i_dir::IOCTL"));
@@ -164,8 +222,12 @@ i_dir* rio_dir::OpenSpecialDir(std::uint32_t) {
     return nullptr;
 }
 
-i_dir* rio_dir::OpenSelf() { return OpenDir(u"."); }
+i_dir* rio_dir::OpenSelf() {
+    return OpenDir(u".");
+}
 
-bool rio_dir::IOCTL(ioctl_command& command) { return i_dir::IOCTL(command); }
+bool rio_dir::IOCTL(ioctl_command& command) {
+    return i_dir::IOCTL(command);
+}
 
 }  // namespace File

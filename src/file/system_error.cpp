@@ -12,19 +12,19 @@ struct Translation {
 };
 
 constexpr Translation kTranslations[] = {
-    {18, kEndOfFile},      {38, kEndOfFile},       {39, kDiskFull},       {112, kDiskFull},
-    {8, kOutOfMemory},     {123, kRenameFailed},   {21, kDriveNotReady},  {19, kReadOnly},
-    {1, kNotSupported},    {50, kNotSupported},    {1005, kNotSupported}, {1223, kCanceled},
-    {2, kFileNotFound},    {183, kAlreadyExists},  {5, kAccessDenied},    {86, kAccessDenied},
-    {1219, kAccessDenied}, {1326, kAccessDenied},  {1330, kAccessDenied}, {1331, kAccessDenied},
-    {53, kNetworkDown},    {67, kNetworkDown},     {1203, kNetworkDown},  {1231, kNetworkDown},
-    {1232, kNetworkDown},  {32, kLockFailed},      {33, kLockFailed},     {3, kPathNotFound},
+    {18, kEndOfFile},      {38, kEndOfFile},      {39, kDiskFull},       {112, kDiskFull},
+    {8, kOutOfMemory},     {123, kRenameFailed},  {21, kDriveNotReady},  {19, kReadOnly},
+    {1, kNotSupported},    {50, kNotSupported},   {1005, kNotSupported}, {1223, kCanceled},
+    {2, kFileNotFound},    {183, kAlreadyExists}, {5, kAccessDenied},    {86, kAccessDenied},
+    {1219, kAccessDenied}, {1326, kAccessDenied}, {1330, kAccessDenied}, {1331, kAccessDenied},
+    {53, kNetworkDown},    {67, kNetworkDown},    {1203, kNetworkDown},  {1231, kNetworkDown},
+    {1232, kNetworkDown},  {32, kLockFailed},     {33, kLockFailed},     {3, kPathNotFound},
 };
 
 // The system records beneath the function record: the Windows code, and the native code
 // beneath that when the platform has one of its own.
-Common::Error SystemCause(const Common::ErrorOrigin& origin,
-                          const Platform::SystemError& failure, FileErrorCode head) {
+Common::Error SystemCause(const Common::ErrorOrigin& origin, const Platform::SystemError& failure,
+                          FileErrorCode head) {
     Common::Error cause;
     if (failure.Windows != 0) {
         cause.AddWindowsError(static_cast<int>(failure.Windows));
@@ -62,8 +62,8 @@ std::optional<FileErrorCode> TranslateSystemCode(std::uint32_t code) noexcept {
 Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* function,
                               const Platform::SystemError& failure, FileErrorCode fallback) {
     const FileErrorCode code = Choose(failure, fallback);
-    Common::Error error = Common::Error::WithFunction(
-        origin, code.Code, Common::GetMessageRow(code.Row), function);
+    Common::Error error =
+        Common::Error::WithFunction(origin, code.Code, Common::GetMessageRow(code.Row), function);
     error.AddCause(SystemCause(origin, failure, code));
     return error;
 }

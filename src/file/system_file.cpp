@@ -17,8 +17,8 @@ system_file::~system_file() {
     files_.Close(handle_);
 }
 
-bool system_file::Fail(const char* function, const char* call,
-                       const Platform::SystemError& failure, FileErrorCode fallback) {
+bool system_file::Fail(const char* function, const char* call, const Platform::SystemError& failure,
+                       FileErrorCode fallback) {
     RecordError(MakeSystemError(TL_ORIGIN(function), call, path_.c_str(), failure, fallback));
     return false;
 }
@@ -30,7 +30,8 @@ bool system_file::Read(void* buffer, std::uint64_t count, std::uint64_t& read) {
     }
     auto* to = static_cast<unsigned char*>(buffer);
     while (read < count) {
-        const std::size_t piece = static_cast<std::size_t>(std::min(count - read, kLargestTransfer));
+        const std::size_t piece =
+            static_cast<std::size_t>(std::min(count - read, kLargestTransfer));
         std::size_t got = 0;
         const Platform::SystemError failure = files_.Read(handle_, to + read, piece, got);
         read += got;
@@ -112,7 +113,8 @@ bool system_file::Truncate() {
         return false;
     }
     const Platform::SystemError failure = files_.Resize(handle_, position_);
-    return failure.Failed() ? Fail("system_file::Truncate", "ftruncate", failure, kWriteFailed) : true;
+    return failure.Failed() ? Fail("system_file::Truncate", "ftruncate", failure, kWriteFailed)
+                            : true;
 }
 
 bool system_file::LockShared(std::uint64_t offset, std::uint64_t length) {
@@ -130,7 +132,8 @@ bool system_file::LockExclusive(std::uint64_t offset, std::uint64_t length) {
     }
     const Platform::SystemError failure =
         files_.Lock(handle_, offset, length, Platform::LockKind::Exclusive);
-    return failure.Failed() ? Fail("system_file::LockExclusive", "fcntl", failure, kLockFailed) : true;
+    return failure.Failed() ? Fail("system_file::LockExclusive", "fcntl", failure, kLockFailed)
+                            : true;
 }
 
 bool system_file::Unlock(std::uint64_t offset, std::uint64_t length) {
@@ -149,23 +152,23 @@ std::unique_ptr<rio_file> OpenFile(Platform::FileSystem& files, const std::u16st
     FileDisposition disposition = FileDisposition::OpenExisting;
     FileErrorCode fallback = kOpenFailed;
     switch (mode) {
-    case open_mode::read:
-        access = FileAccess::Read;
-        break;
-    case open_mode::read_write:
-        break;
-    case open_mode::create:
-        disposition = FileDisposition::CreateAlways;
-        fallback = kCreateFailed;
-        break;
-    case open_mode::open_or_create:
-        disposition = FileDisposition::OpenAlways;
-        fallback = kCreateFailed;
-        break;
-    case open_mode::create_new:
-        disposition = FileDisposition::CreateNew;
-        fallback = kCreateFailed;
-        break;
+        case open_mode::read:
+            access = FileAccess::Read;
+            break;
+        case open_mode::read_write:
+            break;
+        case open_mode::create:
+            disposition = FileDisposition::CreateAlways;
+            fallback = kCreateFailed;
+            break;
+        case open_mode::open_or_create:
+            disposition = FileDisposition::OpenAlways;
+            fallback = kCreateFailed;
+            break;
+        case open_mode::create_new:
+            disposition = FileDisposition::CreateNew;
+            fallback = kCreateFailed;
+            break;
     }
     Platform::FileHandle handle = Platform::kNoHandle;
     const Platform::SystemError failure = files.Open(path, access, disposition, handle);

@@ -24,10 +24,10 @@ inline constexpr FileHandle kNoHandle = -1;
 enum class FileAccess { Read, ReadWrite };
 
 enum class FileDisposition {
-    OpenExisting,      // fails when the file is missing
-    CreateAlways,      // creates, or truncates what is there
-    OpenAlways,        // opens, or creates when missing
-    CreateNew,         // fails when the file exists
+    OpenExisting,  // fails when the file is missing
+    CreateAlways,  // creates, or truncates what is there
+    OpenAlways,    // opens, or creates when missing
+    CreateNew,     // fails when the file exists
 };
 
 enum class SeekOrigin { Begin, Current, End };
@@ -55,8 +55,7 @@ public:
     // Byte-range locks that fail at once rather than wait.
     virtual SystemError Lock(FileHandle handle, std::uint64_t offset, std::uint64_t length,
                              LockKind kind) = 0;
-    virtual SystemError Unlock(FileHandle handle, std::uint64_t offset,
-                               std::uint64_t length) = 0;
+    virtual SystemError Unlock(FileHandle handle, std::uint64_t offset, std::uint64_t length) = 0;
 };
 
 // The implementation of this platform, for the life of the process.

@@ -1,11 +1,11 @@
 // The file system of POSIX platforms: plain descriptors, with open file description locks
 // where the kernel has them so that a lock belongs to the open file and not the process.
 
-#include <cerrno>
-#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <climits>
 
 #include <tessel_link/common/unicode.h>
 
@@ -35,17 +35,17 @@ public:
         handle = kNoHandle;
         int flags = O_CLOEXEC | (access == FileAccess::Read ? O_RDONLY : O_RDWR);
         switch (disposition) {
-        case FileDisposition::OpenExisting:
-            break;
-        case FileDisposition::CreateAlways:
-            flags |= O_CREAT | O_TRUNC;
-            break;
-        case FileDisposition::OpenAlways:
-            flags |= O_CREAT;
-            break;
-        case FileDisposition::CreateNew:
-            flags |= O_CREAT | O_EXCL;
-            break;
+            case FileDisposition::OpenExisting:
+                break;
+            case FileDisposition::CreateAlways:
+                flags |= O_CREAT | O_TRUNC;
+                break;
+            case FileDisposition::OpenAlways:
+                flags |= O_CREAT;
+                break;
+            case FileDisposition::CreateNew:
+                flags |= O_CREAT | O_EXCL;
+                break;
         }
         const std::string name = Common::Utf16ToUtf8(path);
         if (name.find('\0') != std::string::npos) {

@@ -27,55 +27,55 @@ public:
         for (;;) {
             if (!inContent) {
                 switch (token) {
-                case Token::TagClose:
+                    case Token::TagClose:
+                        token = lexer_.Next();
+                        inContent = true;
+                        continue;
+                    case Token::EmptyTagClose:
+                        token = lexer_.Next();
+                        if (!LeaveElement()) {
+                            return token == Token::End;
+                        }
+                        inContent = true;
+                        continue;
+                    case Token::AttributeName:
+                        token = ReadAttribute();
+                        if (token == Token::Error) {
+                            return false;
+                        }
+                        continue;
+                    default:
+                        return false;
+                }
+            }
+            switch (token) {
+                case Token::Text:
+                    // The lexer gathers the text; it is taken at the next tag.
                     token = lexer_.Next();
-                    inContent = true;
                     continue;
-                case Token::EmptyTagClose:
+                case Token::StartTag:
+                    if (builder_.Depth() >= kMaxXmlDepth) {
+                        return false;
+                    }
+                    TakeText();
+                    builder_.Open(builder_.Intern(lexer_.TokenName()));
+                    EnterElement(preserve_.back());
+                    token = lexer_.Next();
+                    inContent = false;
+                    continue;
+                case Token::EndTag:
+                    TakeText();
+                    if (lexer_.TokenName() != builder_.OpenName() ||
+                        lexer_.Next() != Token::TagClose) {
+                        return false;
+                    }
                     token = lexer_.Next();
                     if (!LeaveElement()) {
                         return token == Token::End;
                     }
-                    inContent = true;
-                    continue;
-                case Token::AttributeName:
-                    token = ReadAttribute();
-                    if (token == Token::Error) {
-                        return false;
-                    }
                     continue;
                 default:
                     return false;
-                }
-            }
-            switch (token) {
-            case Token::Text:
-                // The lexer gathers the text; it is taken at the next tag.
-                token = lexer_.Next();
-                continue;
-            case Token::StartTag:
-                if (builder_.Depth() >= kMaxXmlDepth) {
-                    return false;
-                }
-                TakeText();
-                builder_.Open(builder_.Intern(lexer_.TokenName()));
-                EnterElement(preserve_.back());
-                token = lexer_.Next();
-                inContent = false;
-                continue;
-            case Token::EndTag:
-                TakeText();
-                if (lexer_.TokenName() != builder_.OpenName() ||
-                    lexer_.Next() != Token::TagClose) {
-                    return false;
-                }
-                token = lexer_.Next();
-                if (!LeaveElement()) {
-                    return token == Token::End;
-                }
-                continue;
-            default:
-                return false;
             }
         }
     }

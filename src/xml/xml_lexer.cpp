@@ -218,21 +218,21 @@ XmlToken XmlLexer::Next() {
     }
     stepStart_ = cursor_;
     switch (state_) {
-    case State::Start:
-        return StartStep();
-    case State::Content:
-        return ContentStep();
-    case State::InsideTag:
-        return InsideTagStep();
-    case State::DoubleQuoted:
-        return QuotedStep('"');
-    case State::SingleQuoted:
-        return QuotedStep('\'');
-    case State::CData:
-        return CDataStep();
-    default:
-        // Markup states are left within the step that entered them.
-        return XmlToken::Error;
+        case State::Start:
+            return StartStep();
+        case State::Content:
+            return ContentStep();
+        case State::InsideTag:
+            return InsideTagStep();
+        case State::DoubleQuoted:
+            return QuotedStep('"');
+        case State::SingleQuoted:
+            return QuotedStep('\'');
+        case State::CData:
+            return CDataStep();
+        default:
+            // Markup states are left within the step that entered them.
+            return XmlToken::Error;
     }
 }
 

@@ -16,14 +16,14 @@ namespace Xml {
 enum class XmlToken : std::uint8_t {
     End = 0,
     Error = 1,
-    StartTag = 2,         // "<" and a name
-    TagClose = 3,         // ">"
-    EmptyTagClose = 4,    // "/>"
-    EndTag = 5,           // "</" and a name
+    StartTag = 2,       // "<" and a name
+    TagClose = 3,       // ">"
+    EmptyTagClose = 4,  // "/>"
+    EndTag = 5,         // "</" and a name
     AttributeName = 6,
     AttributeEquals = 7,  // "=" and the opening quotation mark
     Text = 8,
-    Binary = 9,           // the magic of a binary document
+    Binary = 9,  // the magic of a binary document
 };
 
 // Text of consecutive Text tokens, gathered until the reader takes it.

@@ -25,8 +25,7 @@ void XmlDocument::Reset() noexcept {
 }
 
 std::size_t XmlDocument::MemoryUsage() const noexcept {
-    return store_ ? sizeof(detail::XmlStore) + store_->arena.Capacity() +
-                        store_->names.Capacity()
+    return store_ ? sizeof(detail::XmlStore) + store_->arena.Capacity() + store_->names.Capacity()
                   : 0;
 }
 
@@ -102,11 +101,11 @@ void XmlTreeBuilder::Close() {
         content->ChildCount = static_cast<std::uint32_t>(childCount);
         content->AttributeCount = static_cast<std::uint32_t>(attributeCount);
         CopyBytes(const_cast<const XmlTag**>(content->Children()),
-                    children_.data() + frame.FirstChild, childCount * sizeof(XmlTag*));
+                  children_.data() + frame.FirstChild, childCount * sizeof(XmlTag*));
         CopyBytes(const_cast<detail::XmlAttributeSlot*>(content->Attributes()), first,
-                    attributeCount * sizeof(detail::XmlAttributeSlot));
+                  attributeCount * sizeof(detail::XmlAttributeSlot));
         CopyBytes(const_cast<const detail::XmlText**>(content->Texts()),
-                    texts_.data() + frame.FirstText, textCount * sizeof(detail::XmlText*));
+                  texts_.data() + frame.FirstText, textCount * sizeof(detail::XmlText*));
         frame.Tag->content_ = reinterpret_cast<std::uintptr_t>(content);
     }
     children_.resize(frame.FirstChild);

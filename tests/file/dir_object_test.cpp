@@ -45,9 +45,7 @@ public:
     iterator* GetIterator() override { return nullptr; }
     iterator* GetSelfIterator() override { return nullptr; }
     int Compare(File::i_dir&) override { return 2; }
-    int Compare(const File::file_identifier&, const File::file_identifier&) override {
-        return 1;
-    }
+    int Compare(const File::file_identifier&, const File::file_identifier&) override { return 1; }
     File::o_dir* OpenDirO(const File::file_identifier&) override { return nullptr; }
     bool Remove(const char16_t*) override { return true; }
     bool Rename(const char16_t*, const char16_t*) override { return true; }
@@ -85,11 +83,9 @@ TEST(DirDefaults, UnsupportedOperationsNameTheirFunction) {
         {[](BareDir& d) { return d.CreateSymLink(u"a", u"b"); }, "o_dir::CreateSymLink"},
         {[](BareDir& d) { return d.SetAccessRights(u"a", nullptr); }, "o_dir::SetAccessRights"},
         {[](BareDir& d) { return d.SetDOSAttributes(u"a", 1); }, "o_dir::SetDOSAttributes"},
-        {[](BareDir& d) { return d.SetUnixPermissions(u"a", 0644); },
-         "o_dir::SetUnixPermissions"},
+        {[](BareDir& d) { return d.SetUnixPermissions(u"a", 0644); }, "o_dir::SetUnixPermissions"},
         {[](BareDir& d) { return d.SetUnixOwner(u"a", 1, 1); }, "o_dir::SetUnixOwner"},
-        {[](BareDir& d) { return d.CreateDeviceNode(u"a", 1, 2, 3); },
-         "o_dir::CreateDeviceNode"},
+        {[](BareDir& d) { return d.CreateDeviceNode(u"a", 1, 2, 3); }, "o_dir::CreateDeviceNode"},
         {[](BareDir& d) {
              File::ioctl_command c{1};
              return d.IOCTL(c);

@@ -1,6 +1,6 @@
+#include <unistd.h>
 #include <cstdio>
 #include <string>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -28,14 +28,14 @@ TEST(SystemErrors, TranslationKeepsTheSystemCodesAsCauses) {
     EXPECT_EQ(system.Cause().GetNumber("Errno"), 2u);
 
     // Without a translation the caller's code stands; the causes are still there.
-    const Common::Error io = File::MakeSystemError(TL_ORIGIN("F"), "read",
-                                                   Platform::SystemError{1117, 5}, File::kReadFailed);
+    const Common::Error io = File::MakeSystemError(
+        TL_ORIGIN("F"), "read", Platform::SystemError{1117, 5}, File::kReadFailed);
     EXPECT_EQ(io.Code(), 0x40001u);
     EXPECT_EQ(io.Cause().GetNumber("code"), 0x8007045du);
 
     // An errno value without a Windows counterpart is kept on its own.
-    const Common::Error odd = File::MakeSystemError(TL_ORIGIN("F"), "read",
-                                                    Platform::SystemError{0, 4242}, File::kReadFailed);
+    const Common::Error odd = File::MakeSystemError(
+        TL_ORIGIN("F"), "read", Platform::SystemError{0, 4242}, File::kReadFailed);
     EXPECT_EQ(odd.Code(), 0x40001u);
     EXPECT_EQ(odd.Cause().GetNumber("Errno"), 4242u);
 }

@@ -87,9 +87,10 @@ public:
             return f->Error;
         }
         auto& [path, pos] = open_[h];
-        const std::int64_t base = origin == Platform::SeekOrigin::Begin     ? 0
-                                  : origin == Platform::SeekOrigin::Current ? std::int64_t(pos)
-                                                                            : std::int64_t(files[path].size());
+        const std::int64_t base = origin == Platform::SeekOrigin::Begin ? 0
+                                  : origin == Platform::SeekOrigin::Current
+                                      ? std::int64_t(pos)
+                                      : std::int64_t(files[path].size());
         if (base + offset < 0) {
             return {131, 22};
         }

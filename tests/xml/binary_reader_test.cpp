@@ -65,8 +65,8 @@ TEST_F(BinaryReader, NewFormWorkedExample) {
 TEST_F(BinaryReader, NewFormChildrenSharedNamesAndTextItems) {
     Bytes b;
     // <r>A<c>1</c>B<c>2</c>C</r>: the second "c" is only its number.
-    b << NewForm() << 1 << 1 << "r" << 0 << 2 << "A"          //
-      << 2 << 1 << "c" << 0 << 2 << "1" << 0 << 2 << "B"      //
+    b << NewForm() << 1 << 1 << "r" << 0 << 2 << "A"      //
+      << 2 << 1 << "c" << 0 << 2 << "1" << 0 << 2 << "B"  //
       << 2 << 0 << 2 << "2" << 0 << 2 << "C" << 0;
     const auto r = Read(b.data);
     ASSERT_TRUE(r.Ok);
@@ -112,8 +112,8 @@ TEST_F(BinaryReader, OldForm) {
 
 TEST_F(BinaryReader, TextsDecodeLenientlyAndStopAtNul) {
     Bytes b;
-    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 6 << std::string("p\0q", 3) << 0
-      << 8 << "\xC3\xA9\xFFz" << 0;
+    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 6 << std::string("p\0q", 3) << 0 << 8
+      << "\xC3\xA9\xFFz" << 0;
     const auto r = Read(b.data);
     ASSERT_TRUE(r.Ok);
     EXPECT_EQ(Attribute(r.Root(), "x"), u"p");
@@ -122,8 +122,7 @@ TEST_F(BinaryReader, TextsDecodeLenientlyAndStopAtNul) {
 
 TEST_F(BinaryReader, RepeatedAttributeKeepsTheFirstValue) {
     Bytes b;
-    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 2 << "1" << 2 << 2 << "2" << 0 << 0
-      << 0;
+    b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 2 << "1" << 2 << 2 << "2" << 0 << 0 << 0;
     const auto r = Read(b.data);
     ASSERT_TRUE(r.Ok);
     EXPECT_EQ(Attribute(r.Root(), "x"), u"1");
@@ -131,7 +130,10 @@ TEST_F(BinaryReader, RepeatedAttributeKeepsTheFirstValue) {
 }
 
 TEST_F(BinaryReader, HeaderAndEndOfInput) {
-    EXPECT_FALSE(Read(std::string("BXML\x03\x00\x01\x01" "a\x00\x00\x00", 12)).Ok);
+    EXPECT_FALSE(Read(std::string("BXML\x03\x00\x01\x01"
+                                  "a\x00\x00\x00",
+                                  12))
+                     .Ok);
     EXPECT_FALSE(Read("BXML").Ok);
 
     // Cut off inside a string: false, and the part read stays.

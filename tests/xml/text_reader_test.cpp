@@ -124,9 +124,9 @@ TEST(TextReaderCharacters, EntitiesAndReferences) {
     ASSERT_EQ(lone.size(), 2u);
     EXPECT_EQ(lone[0], 0xd800);
     EXPECT_EQ(lone[1], 0);
-    for (const char* bad : {"<a>&unknown;</a>", "<a>&#x110000;</a>", "<a>&#X41;</a>",
-                            "<a>&#;</a>", "<a>&#x;</a>", "<a>&#65</a>", "<a>&LT;</a>",
-                            "<a>& </a>", "<a>&#99999999999999999999;</a>"}) {
+    for (const char* bad :
+         {"<a>&unknown;</a>", "<a>&#x110000;</a>", "<a>&#X41;</a>", "<a>&#;</a>", "<a>&#x;</a>",
+          "<a>&#65</a>", "<a>&LT;</a>", "<a>& </a>", "<a>&#99999999999999999999;</a>"}) {
         EXPECT_FALSE(Read(bad).Ok) << bad;
     }
 }
@@ -135,11 +135,11 @@ TEST(TextReaderCharacters, StrictUtf8) {
     EXPECT_EQ(Text(Read("<a>caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80</a>").Root()),
               u"caf\u00e9 \u20ac \U0001F600");
     EXPECT_EQ(Text(Read("<a>\xEF\xBF\xBD</a>").Root()), u"\ufffd");
-    for (const char* bad : {"<a>\xC0\x80</a>", "<a>\xC1\xBF</a>", "<a>\xE0\x80\x80</a>",
-                            "<a>\xED\xA0\x80</a>", "<a>\xEF\xBF\xBE</a>", "<a>\xEF\xBF\xBF</a>",
-                            "<a>\xF0\x80\x80\x80</a>", "<a>\xF4\x90\x80\x80</a>",
-                            "<a>\xF5\x80\x80\x80</a>", "<a>\x80</a>", "<a>\xC3</a>",
-                            "<a>x\x01</a>"}) {
+    for (const char* bad :
+         {"<a>\xC0\x80</a>", "<a>\xC1\xBF</a>", "<a>\xE0\x80\x80</a>", "<a>\xED\xA0\x80</a>",
+          "<a>\xEF\xBF\xBE</a>", "<a>\xEF\xBF\xBF</a>", "<a>\xF0\x80\x80\x80</a>",
+          "<a>\xF4\x90\x80\x80</a>", "<a>\xF5\x80\x80\x80</a>", "<a>\x80</a>", "<a>\xC3</a>",
+          "<a>x\x01</a>"}) {
         EXPECT_FALSE(Read(bad).Ok) << bad;
     }
     EXPECT_FALSE(Read(std::string("<a>x\0</a>", 9)).Ok);
@@ -195,8 +195,8 @@ TEST(TextReaderInput, LongTokensCrossBlockBoundaries) {
 TEST(TextReaderInput, CDataSequencesCrossBlockBoundaries) {
     // A four-byte character placed on every offset around the end of the first block.
     for (std::size_t pad = 32740; pad < 32770; ++pad) {
-        const std::string doc = "<r><![CDATA[" + std::string(pad - 12, 'x') +
-                                "\xF0\x9F\x98\x80]]]]></r>";
+        const std::string doc =
+            "<r><![CDATA[" + std::string(pad - 12, 'x') + "\xF0\x9F\x98\x80]]]]></r>";
         const auto r = Read(doc);
         ASSERT_TRUE(r.Ok) << pad;
         EXPECT_EQ(Text(r.Root()).substr(pad - 12), u"\U0001F600]]") << pad;

@@ -42,7 +42,7 @@ public:
         virtual file_identifier* GetIdentifier() = 0;
         // The entry's name; null when in error.
         virtual const char16_t* GetName() = 0;
-        virtual const char16_t* GetShortName();  // null
+        virtual const char16_t* GetShortName();    // null
         virtual const char16_t* GetDisplayName();  // GetName()
         virtual std::uint64_t Reserved5();
         // The DOS attribute word.
@@ -60,13 +60,13 @@ public:
         virtual std::uint64_t GetUnixOwner();
         virtual std::uint64_t GetUnixGroup();
         virtual std::uint64_t GetRawDevice();
-        virtual const void* GetOwnerSid();  // null
+        virtual const void* GetOwnerSid();           // null
         virtual const char16_t* GetSymLinkTarget();  // null
         virtual std::uint64_t Reserved20();
         virtual std::uint64_t Reserved21();
         virtual const char16_t* GetExtendedName();  // null
-        virtual std::uint64_t GetInodeId();  // 0
-        virtual std::uint64_t GetDeviceId();  // 0
+        virtual std::uint64_t GetInodeId();         // 0
+        virtual std::uint64_t GetDeviceId();        // 0
     };
 
     virtual i_file* OpenI(const file_identifier& id) = 0;
@@ -95,11 +95,10 @@ public:
     virtual int Compare(const file_identifier& a, const file_identifier& b) = 0;
     virtual std::uint32_t GetDriveType();  // drive_unknown
     // Zeroes the sizes and records 0x4000e.
-    virtual bool GetDriveSize(std::uint64_t& total, std::uint64_t& free,
-                              std::uint64_t& available);
+    virtual bool GetDriveSize(std::uint64_t& total, std::uint64_t& free, std::uint64_t& available);
     virtual bool GetVolumeLabel(std::u16string& label);  // records 0x4000e
-    virtual bool IsPathSeparator(char16_t c);  // '/' and '\'
-    virtual char16_t GetPathSeparator();  // '\'
+    virtual bool IsPathSeparator(char16_t c);            // '/' and '\'
+    virtual char16_t GetPathSeparator();                 // '\'
     virtual std::uint64_t Reserved21();
     // Starts (non-null) or stops (null) change notification; records 0x4000e.
     virtual bool EnableNotification(dir_notification* callback);

@@ -10,11 +10,11 @@
 namespace File {
 
 enum class open_mode {
-    read,           // an existing file, for reading
-    read_write,     // an existing file, for reading and writing
-    create,         // a new or emptied file, for reading and writing
-    open_or_create, // an existing file or a new one, for reading and writing
-    create_new,     // a file that must not exist yet, for reading and writing
+    read,            // an existing file, for reading
+    read_write,      // an existing file, for reading and writing
+    create,          // a new or emptied file, for reading and writing
+    open_or_create,  // an existing file or a new one, for reading and writing
+    create_new,      // a file that must not exist yet, for reading and writing
 };
 
 // Opens a file of the operating system by its path. On failure the result is null and

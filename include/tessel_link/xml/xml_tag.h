@@ -97,14 +97,20 @@ public:
         using pointer = void;
         using reference = std::u16string_view;
         iterator() = default;
-        iterator(const detail::XmlText* const* many, const detail::XmlText* one,
-                 std::size_t index)
+        iterator(const detail::XmlText* const* many, const detail::XmlText* one, std::size_t index)
             : many_(many), one_(one), index_(index) {}
         std::u16string_view operator*() const {
             return detail::TextView(many_ != nullptr ? many_[index_] : one_);
         }
-        iterator& operator++() { ++index_; return *this; }
-        iterator operator++(int) { iterator old = *this; ++index_; return old; }
+        iterator& operator++() {
+            ++index_;
+            return *this;
+        }
+        iterator operator++(int) {
+            iterator old = *this;
+            ++index_;
+            return old;
+        }
         bool operator==(const iterator& o) const { return index_ == o.index_; }
 
     private:
@@ -152,8 +158,15 @@ public:
         XmlAttribute operator*() const {
             return {slot_->Name->View(), detail::TextView(slot_->Value)};
         }
-        iterator& operator++() { ++slot_; return *this; }
-        iterator operator++(int) { iterator old = *this; ++slot_; return old; }
+        iterator& operator++() {
+            ++slot_;
+            return *this;
+        }
+        iterator operator++(int) {
+            iterator old = *this;
+            ++slot_;
+            return old;
+        }
         bool operator==(const iterator& o) const { return slot_ == o.slot_; }
 
     private:
