@@ -362,7 +362,15 @@ XmlToken XmlLexer::ContentStep() {
 
 XmlToken XmlLexer::TextRun(unsigned char quote) {
     // A run of bytes that are neither white space, control bytes, '<', '&' nor the closing
-    // quote. It may stop early at the end of the buffer; the next token goes on with it.
+    // quote.
+    return DecodeRun([quote](unsigned char b) { return Is(b, kRun) && b != quote; });
+}
+
+template <typename AsciiTest>
+XmlToken XmlLexer::DecodeRun(AsciiTest passes) {
+    // ASCII bytes that pass are copied as they are, other ASCII bytes end the run, and
+    // everything from 0x80 up is decoded as UTF-8. The run may stop early at the end of the
+    // buffer; the next token goes on with it.
     const unsigned char* runStart = cursor_;
     char16_t* out = text_.Reserve(static_cast<std::size_t>(end_ - cursor_) + 1);
     if (blanks_ == Blanks::Pending) {
@@ -371,7 +379,7 @@ XmlToken XmlLexer::TextRun(unsigned char quote) {
     const unsigned char* p = cursor_;
     for (;;) {
         unsigned char b = *p;
-        while (Is(b, kRun) && b != quote) {
+        while (b < 0x80 && passes(b)) {
             *out++ = b;
             b = *++p;
         }
@@ -581,36 +589,7 @@ XmlToken XmlLexer::CDataStep() {
             return XmlToken::Text;
         }
         // A run up to the next ']' or control byte.
-        const unsigned char* runStart = cursor_;
-        char16_t* out = text_.Reserve(static_cast<std::size_t>(end_ - cursor_));
-        const unsigned char* p = cursor_;
-        for (;;) {
-            const unsigned char b = *p;
-            if (b < 0x80) {
-                if (b < 0x20 || b == ']') {
-                    break;
-                }
-                *out++ = b;
-                ++p;
-                continue;
-            }
-            const int length = SequenceLength(b);
-            if (end_ - p < length && !endOfInput_) {
-                break;
-            }
-            char32_t cp = 0;
-            if (DecodeSequence(p, cp) == 0) {
-                failureColumns_ = static_cast<std::uint32_t>(p - runStart);
-                cursor_ = p;
-                return XmlToken::Error;
-            }
-            out = PutCodePoint(out, cp);
-            p += length;
-        }
-        cursor_ = p;
-        text_.Commit(out);
-        blanks_ = Blanks::None;
-        return XmlToken::Text;
+        return DecodeRun([](unsigned char b) { return b >= 0x20 && b != ']'; });
     }
 }
 

@@ -107,6 +107,8 @@ private:
     bool SkipMarkup(const char* terminator, std::size_t length, bool refuseBracket);
     XmlToken SkipWhitespaceOrText();
     XmlToken TextRun(unsigned char quote);
+    template <typename AsciiTest>
+    XmlToken DecodeRun(AsciiTest passes);
     XmlToken Entity();
     XmlToken PendingBlankFirst();
     void ScanName();
