@@ -1,4 +1,5 @@
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -201,6 +202,34 @@ TEST(TextReaderInput, CDataSequencesCrossBlockBoundaries) {
         ASSERT_TRUE(r.Ok) << pad;
         EXPECT_EQ(Text(r.Root()).substr(pad - 12), u"\U0001F600]]") << pad;
     }
+}
+
+TEST(TextReaderInput, ReadsFourBytesFirstThenWholeBlocks) {
+    // Records what the reader asks for, so that a binary document can be read on from
+    // offset 4 by another reader of the same file.
+    class RecordingFile : public File::i_file {
+    public:
+        explicit RecordingFile(std::string bytes) : inner_(std::move(bytes)) {}
+        bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override {
+            asked.push_back(count);
+            file_.Read(buffer, count, read);
+            return true;
+        }
+        std::vector<std::uint64_t> asked;
+
+    private:
+        std::string inner_;
+        File::buf_ifile<char> file_{inner_.data(), inner_.size()};
+    };
+    RecordingFile file("<a>" + std::string(40000, 'x') + "</a>");
+    Xml::XmlDocument document;
+    std::uint32_t line = 0;
+    std::uint32_t column = 0;
+    ASSERT_TRUE(Xml::ReadDocument(document, file, line, column));
+    ASSERT_GE(file.asked.size(), 3u);
+    EXPECT_EQ(file.asked[0], 4u);
+    EXPECT_EQ(file.asked[1], 32768u);
+    EXPECT_EQ(file.asked[2], 32768u);
 }
 
 TEST(TextReaderInput, ReadsFromTheCurrentPositionOfTheFile) {
