@@ -1,0 +1,14 @@
+// Where the tests find their data files and the build tree, for every test binary: set
+// before any test runs, unless the environment already says otherwise.
+
+#include <cstdlib>
+
+namespace {
+
+const bool kEnvironmentSet = [] {
+    ::setenv("TL_TEST_DATA", TL_TEST_DATA_DIR, 0);
+    ::setenv("TL_BUILD_DIR", TL_TEST_BUILD_DIR, 0);
+    return true;
+}();
+
+}  // namespace
