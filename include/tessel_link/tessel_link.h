@@ -26,6 +26,7 @@
 #include <tessel_link/file/file_identifier.h>
 #include <tessel_link/file/memory_file.h>
 #include <tessel_link/file/system_file.h>
+#include <tessel_link/file/zip_archive.h>
 
 // XML documents
 #include <tessel_link/xml/xml_tag.h>

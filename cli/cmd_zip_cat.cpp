@@ -1,0 +1,51 @@
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "zip_support.h"
+
+namespace tessel_cli {
+namespace {
+
+int ZipCat(const Arguments& args) {
+    if (args.positional.size() != 2) {
+        return UsageError("zip cat takes a FILE and a MEMBER");
+    }
+    Common::Error error;
+    const auto archive = OpenArchiveArgument(args.positional[0], error);
+    if (!archive) {
+        return FailWith(error);
+    }
+    // The name's bytes stand for themselves, as the archive's names do.
+    const std::unique_ptr<File::si_file> member(
+        archive->OpenI(Common::WidenLatin1(args.positional[1]).c_str(), 0));
+    if (!member) {
+        return FailWith(archive->GetError());
+    }
+    static unsigned char buffer[1 << 16];
+    for (;;) {
+        std::uint64_t read = 0;
+        if (!member->Read(buffer, sizeof buffer, read)) {
+            std::fflush(stdout);
+            return FailWith(member->GetError());
+        }
+        if (read == 0) {
+            break;  // the end, with its checksum confirmed
+        }
+        if (std::fwrite(buffer, 1, static_cast<std::size_t>(read), stdout) != read) {
+            return Fail("cannot write to standard output");
+        }
+    }
+    return std::fflush(stdout) == 0 ? 0 : Fail("cannot write to standard output");
+}
+
+const CommandRegistration kZipCat(
+    {"zip cat", "FILE MEMBER", "Write one member of a ZIP archive to standard output.",
+     "MEMBER is found as the library finds entries: ASCII letters match in either case, and\n"
+     "a '\\' matches a '/' of the stored name. Its bytes are checked against the stored\n"
+     "checksum at the end. A failure prints the error's code (0x and eight hex digits) and\n"
+     "text on standard error and exits with status 1; bytes already written stay written.",
+     ZipCat});
+
+}  // namespace
+}  // namespace tessel_cli
