@@ -11,3 +11,5 @@ add_custom_command(
     COMMENT "Building the message table"
     VERBATIM)
 list(APPEND TL_GENERATED_SOURCES ${TL_MESSAGE_CPP})
+# The block as a file of its own, for deployers: build/<preset>/tessel_link.msg.
+add_custom_target(tessel_link_msg ALL DEPENDS ${TL_MESSAGE_MSG})

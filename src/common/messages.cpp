@@ -21,6 +21,10 @@ namespace {
 std::once_flag g_loadOnce;
 MessageTableBlock g_table;
 std::atomic<const MessageTableBlock*> g_published{nullptr};
+// Set while this thread loads the table. Reading the replacement goes through the file
+// layer, which makes errors with texts of their own on the way; those texts come from the
+// built-in table, since waiting for the load in progress would never end.
+thread_local bool t_loading = false;
 
 std::uint32_t ReadWord(const unsigned char* p) {
     std::uint32_t v;
@@ -34,8 +38,10 @@ void LoadTable() {
     // An accepted replacement is kept for the life of the process and never freed.
     static std::vector<unsigned char> replacement;
     std::vector<unsigned char> block;
-    if (Detail::ReadReplacementMessageTable(block) &&
-        IsValidMessageTable(block.data(), block.size())) {
+    t_loading = true;
+    const bool replaced = Detail::ReadReplacementMessageTable(block);
+    t_loading = false;
+    if (replaced && IsValidMessageTable(block.data(), block.size())) {
         replacement = std::move(block);
         g_table = {replacement.data(), replacement.size()};
     } else {
@@ -69,6 +75,9 @@ MessageTableBlock GetBuiltInMessageTable() {
 }
 
 MessageTableBlock GetMessageTable() {
+    if (t_loading) {
+        return GetBuiltInMessageTable();
+    }
     std::call_once(g_loadOnce, LoadTable);
     return g_table;
 }
