@@ -459,11 +459,8 @@ ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
             return nullptr;
         }
         if (type == 'A' && (name == "$file" || name == "$func")) {
-            const char* interned = InternOriginString(value.Ansi.c_str());
-            if (interned == nullptr) {
-                return nullptr;
-            }
-            (name == "$file" ? file : func) = interned;
+            // A string that cannot be kept is dropped: the origin field stays null.
+            (name == "$file" ? file : func) = InternOriginString(value.Ansi.c_str());
             continue;
         }
         if (type == 'N' && name == "$line") {

@@ -76,7 +76,8 @@ std::u16string SystemMessageText(std::uint32_t value);
 // text comes from GetText.
 const char16_t* StoredWideText(const ErrorRecord* record) noexcept;
 
-// Interns an origin string for the life of the process; null when memory runs out.
+// Interns an origin string for the life of the process; null when memory runs out or the
+// bounded set is full.
 const char* InternOriginString(const char* text) noexcept;
 
 }  // namespace Common

@@ -498,14 +498,25 @@ ErrorRecord* MakeGenericRecord(std::uint32_t code, std::uint64_t lineTag, const 
 
 const char* InternOriginString(const char* text) noexcept {
     // Interned strings live for the whole process, so that records may hold them by
-    // pointer; the set is never destroyed.
+    // pointer; the set is never destroyed. Errors arrive from peers, so the set is bounded:
+    // past the limit a new string is not kept, as if its copy had failed, and the record
+    // goes without that origin field rather than letting a stream of distinct names grow
+    // the process without end.
+    constexpr std::size_t kMaxStrings = 16384;
+    constexpr std::size_t kMaxBytes = 4u << 20;
     static std::mutex* lock = new std::mutex;
     static std::set<std::string, std::less<>>* strings = new std::set<std::string, std::less<>>;
+    static std::size_t bytes = 0;
     std::lock_guard<std::mutex> guard(*lock);
     try {
         auto it = strings->find(std::string_view(text));
         if (it == strings->end()) {
+            const std::size_t length = std::strlen(text) + 1;
+            if (strings->size() >= kMaxStrings || bytes + length > kMaxBytes) {
+                return nullptr;
+            }
             it = strings->emplace(text).first;
+            bytes += length;
         }
         return it->c_str();
     } catch (...) {

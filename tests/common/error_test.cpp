@@ -413,3 +413,29 @@ TEST(ErrorOutOfMemory, StaticRecordIsNeverFreed) {
 }
 
 }  // namespace
+
+namespace {
+
+// Peers choose the origin strings of the errors they send; the set that keeps them for the
+// process must not grow without end. Run in a child process, since it fills the set.
+TEST(ErrorDeserializeDeathTest, OriginStringsFromPeersAreBounded) {
+    ASSERT_EXIT(
+        {
+            std::vector<unsigned char> last;
+            for (int i = 0; i < 40000; ++i) {
+                const std::string file = "peer/file_" + std::to_string(i) + ".cpp";
+                const Common::Error e(Common::ErrorOrigin{1, file.c_str(), "F", 7}, 5, u"t");
+                last = e.Serialize();
+                const Common::Error back = Common::Error::Deserialize(last.data(), last.size());
+                if (back.Code() != 5 || back.Text() != u"t" || back.Origin().Line != 7) {
+                    std::exit(1);
+                }
+            }
+            // Past the bound the record still arrives whole, without the new file name.
+            const Common::Error back = Common::Error::Deserialize(last.data(), last.size());
+            std::exit(back.Origin().File == nullptr && back.Origin().Func != nullptr ? 0 : 2);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
