@@ -1,8 +1,17 @@
 #include <tessel_link/por/unit_name.h>
 
+#include <atomic>
+#include <new>
+
 #include <tessel_link/common/unicode.h>
 
 namespace Por {
+
+// The shared text of copied names: a count of the names that use it, then the bytes.
+struct UnitName::Block {
+    std::atomic<std::uint32_t> References;
+    char Text[1];
+};
 
 std::uint64_t UnitName::HashBytes(const char* bytes, std::size_t count) noexcept {
     std::uint64_t h = 0;
@@ -13,59 +22,68 @@ std::uint64_t UnitName::HashBytes(const char* bytes, std::size_t count) noexcept
     return h;
 }
 
-UnitName::UnitName(std::string text) : text_(""), hash_(0), owned_(std::move(text)) {
-    text_ = owned_.c_str();
-    hash_ = HashBytes(owned_.data(), owned_.size());
+UnitName::UnitName(std::string_view text) : UnitName() {
+    const std::size_t size = offsetof(Block, Text) + text.size() + 1;
+    void* memory = ::operator new(size < sizeof(Block) ? sizeof(Block) : size);
+    block_ = new (memory) Block{{1}, {0}};
+    std::memcpy(block_->Text, text.data(), text.size());
+    block_->Text[text.size()] = '\0';
+    text_ = block_->Text;
+    hash_ = HashBytes(text.data(), text.size());
 }
 
-UnitName::UnitName(std::u16string_view text) : UnitName(Common::Utf16ToUtf8(text)) {}
+UnitName::UnitName(std::u16string_view text) : UnitName(std::string_view(Common::Utf16ToUtf8(text))) {}
 
-UnitName::UnitName(const UnitName& other) : text_(other.text_), hash_(other.hash_) {
-    if (other.IsOwned()) {
-        owned_ = other.owned_;
-        text_ = owned_.c_str();
+UnitName::UnitName(const UnitName& other) noexcept
+    : text_(other.text_), hash_(other.hash_), block_(other.block_) {
+    if (block_ != nullptr) {
+        block_->References.fetch_add(1, std::memory_order_relaxed);
     }
 }
 
-UnitName::UnitName(UnitName&& other) noexcept : text_(other.text_), hash_(other.hash_) {
-    if (other.IsOwned()) {
-        owned_ = std::move(other.owned_);
-        text_ = owned_.c_str();
-        other.owned_.clear();
-        other.text_ = "";
-        other.hash_ = 0;
-    }
+UnitName::UnitName(UnitName&& other) noexcept
+    : text_(other.text_), hash_(other.hash_), block_(other.block_) {
+    other.text_ = "";
+    other.hash_ = 0;
+    other.block_ = nullptr;
 }
 
-UnitName& UnitName::operator=(const UnitName& other) {
+UnitName& UnitName::operator=(const UnitName& other) noexcept {
     if (this != &other) {
-        if (other.IsOwned()) {
-            owned_ = other.owned_;
-            text_ = owned_.c_str();
-        } else {
-            owned_.clear();
-            text_ = other.text_;
+        if (other.block_ != nullptr) {
+            other.block_->References.fetch_add(1, std::memory_order_relaxed);
         }
+        Release();
+        text_ = other.text_;
         hash_ = other.hash_;
+        block_ = other.block_;
     }
     return *this;
 }
 
 UnitName& UnitName::operator=(UnitName&& other) noexcept {
     if (this != &other) {
+        Release();
+        text_ = other.text_;
         hash_ = other.hash_;
-        if (other.IsOwned()) {
-            owned_ = std::move(other.owned_);
-            text_ = owned_.c_str();
-            other.owned_.clear();
-            other.text_ = "";
-            other.hash_ = 0;
-        } else {
-            owned_.clear();
-            text_ = other.text_;
-        }
+        block_ = other.block_;
+        other.text_ = "";
+        other.hash_ = 0;
+        other.block_ = nullptr;
     }
     return *this;
+}
+
+UnitName::~UnitName() {
+    Release();
+}
+
+void UnitName::Release() noexcept {
+    if (block_ != nullptr && block_->References.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        block_->~Block();
+        ::operator delete(block_);
+    }
+    block_ = nullptr;
 }
 
 std::u16string UnitName::ToWide() const {

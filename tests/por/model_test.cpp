@@ -100,18 +100,26 @@ TEST(UnitNames, HashFoldsEachByte) {
     EXPECT_EQ(UnitName("Name").Hash(), h);
 }
 
-TEST(UnitNames, CopiesAndMovesKeepTheirText) {
-    UnitName owned(std::string("a fairly long property name beyond the small buffer"));
-    UnitName copy = owned;
-    UnitName moved = std::move(copy);
-    EXPECT_EQ(moved, owned);
-    EXPECT_NE(moved.c_str(), owned.c_str());
+TEST(UnitNames, CopiesShareTheirTextAndOutliveTheOriginal) {
+    UnitName copy;
+    {
+        UnitName owned(std::string("a fairly long property name beyond any small buffer"));
+        copy = owned;
+        EXPECT_EQ(copy.c_str(), owned.c_str());  // shared, not copied
+        UnitName moved = std::move(owned);
+        EXPECT_TRUE(owned.Empty());
+        EXPECT_EQ(moved.c_str(), copy.c_str());
+    }
+    EXPECT_EQ(copy.Text(), "a fairly long property name beyond any small buffer");
+    EXPECT_EQ(copy.Hash(), UnitName("a fairly long property name beyond any small buffer").Hash());
     UnitName literal = UnitName::Literal("lit");
     UnitName literalCopy = literal;
-    EXPECT_EQ(literalCopy.c_str(), literal.c_str());  // a literal is not copied
-    literalCopy = owned;
-    EXPECT_EQ(literalCopy, owned);
-    EXPECT_EQ(literalCopy.Hash(), owned.Hash());
+    EXPECT_EQ(literalCopy.c_str(), literal.c_str());
+    literalCopy = copy;  // a literal name takes an owned text
+    EXPECT_EQ(literalCopy, copy);
+    copy = UnitName::Literal("lit");  // and gives it up again
+    EXPECT_EQ(copy, literal);
+    EXPECT_EQ(UnitName(std::string_view("")).Text(), "");
 }
 
 TEST(UnitNames, WideTextIsStoredAsUtf8) {

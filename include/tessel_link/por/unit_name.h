@@ -13,13 +13,14 @@
 namespace Por {
 
 // The name of a property or trait: narrow text (UTF-8 when it came from wide text), held
-// either by pointer to a string literal or as an owned copy, with a 64-bit hash of its bytes.
-// Names compare byte-wise as unsigned bytes up to the terminating zero, case-sensitively;
-// the hash never takes part in a comparison.
+// either by pointer to a string literal or as a copy of its own, with a 64-bit hash of its
+// bytes. Copies of a name share its text (a reference-counted block), so copying a tree does
+// not copy its names. Names compare byte-wise as unsigned bytes up to the terminating zero,
+// case-sensitively; the hash never takes part in a comparison.
 class TL_API UnitName {
 public:
     // The empty name.
-    UnitName() noexcept : text_(""), hash_(0) {}
+    UnitName() noexcept : text_(""), hash_(0), block_(nullptr) {}
 
     // Keeps a pointer to the literal. The hash covers the terminating zero byte too.
     template <std::size_t N>
@@ -30,18 +31,18 @@ public:
         return name;
     }
 
-    // Owned copies.
-    UnitName(const char* text) : UnitName(std::string(text != nullptr ? text : "")) {}
-    UnitName(std::string_view text) : UnitName(std::string(text)) {}
-    UnitName(std::string text);
+    // Copies of the text.
+    UnitName(const char* text) : UnitName(std::string_view(text != nullptr ? text : "")) {}
+    UnitName(const std::string& text) : UnitName(std::string_view(text)) {}
+    UnitName(std::string_view text);
     // Stored as UTF-8.
     explicit UnitName(std::u16string_view text);
 
-    UnitName(const UnitName& other);
+    UnitName(const UnitName& other) noexcept;
     UnitName(UnitName&& other) noexcept;
-    UnitName& operator=(const UnitName& other);
+    UnitName& operator=(const UnitName& other) noexcept;
     UnitName& operator=(UnitName&& other) noexcept;
-    ~UnitName() = default;
+    ~UnitName();
 
     const char* c_str() const noexcept { return text_; }
     std::string_view Text() const noexcept { return std::string_view(text_); }
@@ -55,7 +56,7 @@ public:
 
     // -1, 0 or 1 by unsigned bytes.
     static int Compare(const char* a, const char* b) noexcept {
-        if (a == b) {  // names copied from one literal share their text
+        if (a == b) {  // copies of one name share their text
             return 0;
         }
         const int r = std::strcmp(a, b);
@@ -70,12 +71,13 @@ public:
     }
 
 private:
-    bool IsOwned() const noexcept { return text_ == owned_.c_str(); }
+    struct Block;
+    void Release() noexcept;
 
     // The text pointer first: it is what comparisons read.
     const char* text_;
     std::uint64_t hash_;
-    std::string owned_;
+    Block* block_;  // null for a literal
 };
 
 }  // namespace Por
