@@ -1,3 +1,5 @@
+#include <exception>
+
 #include <tessel_link/common/trace.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/scope_guards.h>
@@ -11,5 +13,52 @@ Deserializer::~Deserializer() = default;
 void Detail::LogFinishFailure(const Common::Error& error) {
     Common::TraceError(4, error);
 }
+
+namespace {
+
+void Begin(Serializer& end, const MetaInfo& meta) {
+    end.BeginWriteMetaInfo(meta);
+}
+void Finish(Serializer& end, const MetaInfo& meta) {
+    end.FinishWriteMetaInfo(meta);
+}
+void Begin(Deserializer& end, const MetaInfo& meta) {
+    end.BeginReadMetaInfo(meta);
+}
+void Finish(Deserializer& end, const MetaInfo& meta) {
+    end.FinishReadMetaInfo(meta);
+}
+
+}  // namespace
+
+template <class End>
+ElementScope<End>::ElementScope(End& end, const MetaInfo& meta)
+    : end_(end), meta_(meta), unwinding_(std::uncaught_exceptions()) {
+    Begin(end_, meta_);
+}
+
+template <class End>
+ElementScope<End>::~ElementScope() noexcept(false) {
+    if (dismissed_) {
+        return;
+    }
+    if (std::uncaught_exceptions() > unwinding_) {
+        try {
+            Finish(end_, meta_);
+        } catch (const Common::Error& error) {
+            Detail::LogFinishFailure(error);
+        } catch (...) {
+        }
+        return;
+    }
+    try {
+        Finish(end_, meta_);
+    } catch (const Common::Error& error) {
+        Detail::LogFinishFailure(error);
+    }
+}
+
+template class ElementScope<Serializer>;
+template class ElementScope<Deserializer>;
 
 }  // namespace Serialization

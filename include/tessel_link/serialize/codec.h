@@ -2,12 +2,22 @@
 
 // The value codecs: how a value of any type is written to a Serializer under a member's
 // element and read back. Scalars use the value form that fits; records use their own
-// operator<< and operator>> (generated) inside the member's element; containers and pointers
-// use the fixed wire forms "vector"/"item", "map"/"item"/"first"/"second" and "shared_ptr".
+// operator<< and operator>> (generated) inside the member's element; enumerations, optionals,
+// containers and pointers use their fixed wire forms:
 //
+//   enumeration   <Member><EnumTypeName>NAME</EnumTypeName></Member>
+//   optional      <Member><optional_type><is_null>0</is_null><value>...</value></optional_type></Member>
+//   sequence      <Member><vector><item>...</item>...</vector></Member>
+//   map           <Member><map><item><first>...</first><second>...</second></item>...</map></Member>
+//   pointer       <Member><shared_ptr>...</shared_ptr></Member>
+//   polymorphic   <Member><Base><polyType>N</polyType>...<impl>...</impl></Base></Member>
+//   serializable  <Member><ClassID>N</ClassID><Object>...</Object></Member>
+//
+// A serializer that offers ContainerAwareSerializer takes sequences and maps whole instead.
 // WriteMember/ReadMember are what generated record code and request arguments call.
 
 #include <cstdint>
+#include <iterator>
 #include <list>
 #include <map>
 #include <memory>
@@ -16,30 +26,42 @@
 #include <type_traits>
 #include <vector>
 
+#include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/guid.h>
+#include <tessel_link/common/optional.h>
 #include <tessel_link/serialize/blob.h>
+#include <tessel_link/serialize/container_aware.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/meta_info.h>
+#include <tessel_link/serialize/polymorph.h>
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
 
 namespace Serialization {
 
 // The version of a record type as the interface definitions give it; 0 for unversioned
-// types. Generated code specializes it. A container has the version of its elements.
+// types. Generated code specializes it. A sequence or map has the version of its elements;
+// optionals and pointers state the version of their value on the inner element instead.
 template <class T>
 struct TypeVersion {
     static constexpr std::uint64_t value = 0;
 };
+template <class T, class A>
+struct TypeVersion<std::vector<T, A>> : TypeVersion<T> {};
+template <class T, class A>
+struct TypeVersion<std::list<T, A>> : TypeVersion<T> {};
+template <class T, class C, class A>
+struct TypeVersion<std::set<T, C, A>> : TypeVersion<T> {};
+template <class K, class V, class C, class A>
+struct TypeVersion<std::map<K, V, C, A>> : TypeVersion<V> {};
+template <class K, class V, class C, class A>
+struct TypeVersion<std::multimap<K, V, C, A>> : TypeVersion<V> {};
+
+// True for the root of a hierarchy that travels by kind number; generated code specializes
+// it and provides operator<< and operator>> on std::shared_ptr to the root.
 template <class T>
-struct TypeVersion<std::vector<T>> : TypeVersion<T> {};
-template <class T>
-struct TypeVersion<std::list<T>> : TypeVersion<T> {};
-template <class T>
-struct TypeVersion<std::set<T>> : TypeVersion<T> {};
-template <class T>
-struct TypeVersion<std::shared_ptr<T>> : TypeVersion<T> {};
+struct IsPolytype : std::false_type {};
 
 // The fifteen value forms of the serializer ends.
 template <class T>
@@ -53,6 +75,7 @@ inline constexpr bool IsValueForm =
     std::is_same_v<T, Common::Guid> || std::is_same_v<T, std::uint8_t> || std::is_same_v<T, bool>;
 
 // Enumerations are written by name; generated code specializes EnumCodec<E> with
+//   static constexpr const char* TypeName;     // the element inside the member's element
 //   static const char* Name(E value);          // null for a value without a name
 //   static bool Parse(const std::string&, E&); // false for a text that is no name
 template <class E>
@@ -63,6 +86,44 @@ namespace Detail {
 // "Unknown value of enum" assertion).
 TL_API std::string EnumFallbackWrite(std::int64_t value);
 TL_API std::int64_t EnumFallbackRead(const std::string& text);
+
+// Secret members pass these on their way to and from the packet.
+TL_API std::u16string ObscureMemberText(const std::u16string& text);
+TL_API std::u16string UnobscureMemberText(const std::u16string& text);
+
+// The name-only MetaInfo of the fixed wire elements, built once.
+TL_API const MetaInfo& FixedMeta(int which);
+enum FixedElement : int {
+    kVector,
+    kItem,
+    kOrderedItem,
+    kMap,
+    kFirst,
+    kSecond,
+    kOptionalType,
+    kIsNull,
+    kValue,
+    kSharedPtr,
+    kFixedElementCount
+};
+
+// The element name under which a container-aware serializer stores a map's value.
+TL_API std::string KeyName(const std::string& key);
+TL_API std::string KeyName(const std::u16string& key);
+TL_API std::string KeyName(const Common::Guid& key);
+template <class K>
+std::string KeyName(const K& key) {
+    if constexpr (std::is_enum_v<K>) {
+        const char* name = EnumCodec<K>::Name(key);
+        return name ? std::string(name) : std::to_string(static_cast<std::int64_t>(key));
+    } else {
+        return std::to_string(key);
+    }
+}
+
+// Records that have no member on the wire: an empty element is their whole form.
+template <class T>
+struct IsEmptyRecord : std::false_type {};
 }  // namespace Detail
 
 template <class T>
@@ -70,62 +131,68 @@ void WriteMember(Serializer& s, const MetaInfo& meta, const T& value);
 template <class T>
 void ReadMember(Deserializer& d, const MetaInfo& meta, T& value);
 
+// A secret wide-string member: obscured on writing, unobscured on reading.
+inline void WriteObscuredMember(Serializer& s, const MetaInfo& meta, const std::u16string& value) {
+    s.Write(meta, Detail::ObscureMemberText(value));
+}
+inline void ReadObscuredMember(Deserializer& d, const MetaInfo& meta, std::u16string& value) {
+    std::u16string text;
+    d.Read(meta, text);
+    value = Detail::UnobscureMemberText(text);
+}
+
+// --- the iterators of container-aware serializers ------------------------------------------
+
+// A sequence: each element under "item".
+template <class It>
+class ValueIterator : public ContainerIterator {
+public:
+    ValueIterator(It begin, It end) : at_(begin), end_(end) {}
+    bool HasNext() override { return at_ != end_; }
+    void Next() override { ++at_; }
+    void WriteCurrent(Serializer& s) override { WriteMember(s, Detail::FixedMeta(Detail::kItem), *at_); }
+
+private:
+    It at_, end_;
+};
+
+// A map: each value under an element named by its key.
+template <class It>
+class MapIterator : public ContainerIterator {
+public:
+    MapIterator(It begin, It end) : at_(begin), end_(end) {}
+    bool HasNext() override { return at_ != end_; }
+    void Next() override { ++at_; }
+    void WriteCurrent(Serializer& s) override {
+        WriteMember(s, MetaInfo(Detail::KeyName(at_->first)), at_->second);
+    }
+
+private:
+    It at_, end_;
+};
+
+template <class It>
+class MultiMapIterator : public MapIterator<It> {
+public:
+    using MapIterator<It>::MapIterator;
+};
+
+// A map whose keys make no names: only the values, each under "item".
+template <class It>
+class MapValueIterator : public ContainerIterator {
+public:
+    MapValueIterator(It begin, It end) : at_(begin), end_(end) {}
+    bool HasNext() override { return at_ != end_; }
+    void Next() override { ++at_; }
+    void WriteCurrent(Serializer& s) override { WriteMember(s, Detail::FixedMeta(Detail::kItem), at_->second); }
+
+private:
+    It at_, end_;
+};
+
 // --- forms of the containers -------------------------------------------------------------
 
 namespace Detail {
-
-template <class C>
-void WriteSequence(Serializer& s, const C& items) {
-    WriteScope vector(s, MetaInfo("vector"));
-    const MetaInfo item("item");
-    for (const auto& element : items) {
-        WriteMember(s, item, element);
-    }
-}
-
-template <class C>
-void ReadSequence(Deserializer& d, C& items) {
-    ReadScope vector(d, MetaInfo("vector"));
-    items.clear();
-    const MetaInfo item("item", true);
-    while (d.NextMetaInfo() == item) {
-        typename C::value_type element{};
-        ReadMember(d, item, element);
-        items.insert(items.end(), std::move(element));
-    }
-}
-
-template <class M>
-void WriteMap(Serializer& s, const M& map) {
-    WriteScope outer(s, MetaInfo("map"));
-    const MetaInfo item("item");
-    const MetaInfo first("first");
-    const MetaInfo second("second");
-    for (const auto& [key, mapped] : map) {
-        WriteScope pair(s, item);
-        WriteMember(s, first, key);
-        WriteMember(s, second, mapped);
-    }
-}
-
-template <class M>
-void ReadMap(Deserializer& d, M& map) {
-    ReadScope outer(d, MetaInfo("map"));
-    map.clear();
-    const MetaInfo item("item", true);
-    const MetaInfo first("first");
-    const MetaInfo second("second");
-    while (d.NextMetaInfo() == item) {
-        typename M::key_type key{};
-        typename M::mapped_type mapped{};
-        {
-            ReadScope pair(d, item);
-            ReadMember(d, first, key);
-            ReadMember(d, second, mapped);
-        }
-        map.insert(map.end(), {std::move(key), std::move(mapped)});
-    }
-}
 
 template <class T>
 struct IsSequence : std::false_type {};
@@ -140,13 +207,155 @@ template <class T>
 struct IsMap : std::false_type {};
 template <class K, class V, class C, class A>
 struct IsMap<std::map<K, V, C, A>> : std::true_type {};
+template <class T>
+struct IsMultiMap : std::false_type {};
 template <class K, class V, class C, class A>
-struct IsMap<std::multimap<K, V, C, A>> : std::true_type {};
+struct IsMultiMap<std::multimap<K, V, C, A>> : std::true_type {};
 
 template <class T>
 struct IsSharedPtr : std::false_type {};
 template <class T>
 struct IsSharedPtr<std::shared_ptr<T>> : std::true_type {};
+
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<Core::Optional<T>> : std::true_type {};
+
+template <class K>
+inline constexpr bool IsNameKey = std::is_same_v<K, std::string> || std::is_same_v<K, std::u16string>;
+
+// Hands the container to a container-aware serializer; false when the serializer is not one.
+template <class C>
+bool WriteContainerWhole(Serializer& s, const MetaInfo& meta, const C& items) {
+    ContainerAwareSerializer* aware = Common::QueryInterface<ContainerAwareSerializer>(s);
+    if (!aware) {
+        return false;
+    }
+    using It = typename C::const_iterator;
+    if constexpr (IsSequence<C>::value) {
+        ValueIterator<It> walk(items.begin(), items.end());
+        aware->WriteContainer(meta, walk);
+    } else if constexpr (IsMultiMap<C>::value) {
+        MultiMapIterator<It> walk(items.begin(), items.end());
+        aware->WriteContainer(meta, walk);
+    } else if constexpr (IsNameKey<typename C::key_type>) {
+        MapIterator<It> walk(items.begin(), items.end());
+        aware->WriteContainer(meta, walk);
+    } else {
+        MapValueIterator<It> walk(items.begin(), items.end());
+        aware->WriteContainer(meta, walk);
+    }
+    return true;
+}
+
+template <class C>
+void WriteSequence(Serializer& s, const C& items) {
+    WriteScope vector(s, FixedMeta(kVector));
+    const MetaInfo& item = FixedMeta(kItem);
+    for (const auto& element : items) {
+        WriteMember(s, item, element);
+    }
+}
+
+template <class C>
+void ReadSequence(Deserializer& d, C& items) {
+    ReadScope vector(d, FixedMeta(kVector));
+    items.clear();
+    const MetaInfo& item = FixedMeta(kOrderedItem);
+    while (d.NextMetaInfo() == item) {
+        typename C::value_type element{};
+        ReadMember(d, item, element);
+        items.insert(items.end(), std::move(element));
+    }
+}
+
+template <class M>
+void WriteMap(Serializer& s, const M& map) {
+    WriteScope outer(s, FixedMeta(kMap));
+    for (const auto& [key, mapped] : map) {
+        WriteScope pair(s, FixedMeta(kItem));
+        WriteMember(s, FixedMeta(kFirst), key);
+        WriteMember(s, FixedMeta(kSecond), mapped);
+    }
+}
+
+template <class M>
+void ReadMap(Deserializer& d, M& map) {
+    ReadScope outer(d, FixedMeta(kMap));
+    map.clear();
+    const MetaInfo& item = FixedMeta(kOrderedItem);
+    while (d.NextMetaInfo() == item) {
+        typename M::key_type key{};
+        typename M::mapped_type mapped{};
+        {
+            ReadScope pair(d, item);
+            ReadMember(d, FixedMeta(kFirst), key);
+            ReadMember(d, FixedMeta(kSecond), mapped);
+        }
+        map.insert(map.end(), {std::move(key), std::move(mapped)});
+    }
+}
+
+template <class T>
+void WriteOptional(Serializer& s, const Core::Optional<T>& value) {
+    WriteScope optional(s, FixedMeta(kOptionalType));
+    s.Write(FixedMeta(kIsNull), value.IsNull());
+    if (!value.IsNull()) {
+        WriteMember(s, FixedMeta(kValue), value.Get());
+    }
+}
+
+template <class T>
+void ReadOptional(Deserializer& d, Core::Optional<T>& value) {
+    ReadScope optional(d, FixedMeta(kOptionalType));
+    bool isNull = true;
+    d.Read(FixedMeta(kIsNull), isNull);
+    if (isNull) {
+        value.Reset();
+        return;
+    }
+    T read{};
+    ReadMember(d, FixedMeta(kValue), read);
+    value = std::move(read);
+}
+
+template <class T>
+void WritePointer(Serializer& s, const std::shared_ptr<T>& value) {
+    if constexpr (IsPolytype<T>::value) {
+        s << value;
+    } else if constexpr (std::is_base_of_v<Serializable, T>) {
+        s << std::static_pointer_cast<Serializable>(value);
+    } else {
+        MetaInfo pointer = FixedMeta(kSharedPtr);
+        SubjectVersionScope version(s, pointer, TypeVersion<T>::value);
+        WriteScope element(s, pointer);
+        if (value) {
+            s << *value;
+        }
+    }
+}
+
+template <class T>
+void ReadPointer(Deserializer& d, std::shared_ptr<T>& value) {
+    if constexpr (IsPolytype<T>::value) {
+        d >> value;
+    } else if constexpr (std::is_base_of_v<Serializable, T>) {
+        std::shared_ptr<Serializable> object;
+        d >> object;
+        value = std::dynamic_pointer_cast<T>(object);
+    } else {
+        ReadScope element(d, FixedMeta(kSharedPtr));
+        // A null pointer is written as an empty element.
+        if (!IsEmptyRecord<T>::value && d.NextMetaInfo().Name.empty()) {
+            value.reset();
+            return;
+        }
+        auto object = std::make_shared<T>();
+        d >> *object;
+        value = std::move(object);
+    }
+}
 
 }  // namespace Detail
 
@@ -159,24 +368,43 @@ void WriteMember(Serializer& s, const MetaInfo& meta, const T& value) {
     if constexpr (IsValueForm<T>) {
         s.Write(meta, value);
     } else if constexpr (std::is_enum_v<T>) {
-        if (const char* name = EnumCodec<T>::Name(value)) {
-            s.Write(meta, std::string(name));
-        } else {
-            s.Write(meta, Detail::EnumFallbackWrite(static_cast<std::int64_t>(value)));
-        }
-    } else {
+        WriteScope element(s, meta);
+        const char* name = EnumCodec<T>::Name(value);
+        s.Write(MetaInfo(EnumCodec<T>::TypeName),
+                name ? std::string(name) : Detail::EnumFallbackWrite(static_cast<std::int64_t>(value)));
+    } else if constexpr (TypeVersion<T>::value != 0) {
         MetaInfo member = meta;
         SubjectVersionScope version(s, member, TypeVersion<T>::value);
+        if constexpr (Detail::IsSequence<T>::value || Detail::IsMap<T>::value ||
+                      Detail::IsMultiMap<T>::value) {
+            if (Detail::WriteContainerWhole(s, member, value)) {
+                return;
+            }
+        }
         WriteScope element(s, member);
         if constexpr (Detail::IsSequence<T>::value) {
             Detail::WriteSequence(s, value);
-        } else if constexpr (Detail::IsMap<T>::value) {
+        } else if constexpr (Detail::IsMap<T>::value || Detail::IsMultiMap<T>::value) {
             Detail::WriteMap(s, value);
-        } else if constexpr (Detail::IsSharedPtr<T>::value) {
-            WriteScope pointer(s, MetaInfo("shared_ptr"));
-            if (value) {
-                s << *value;
+        } else {
+            s << value;
+        }
+    } else {
+        if constexpr (Detail::IsSequence<T>::value || Detail::IsMap<T>::value ||
+                      Detail::IsMultiMap<T>::value) {
+            if (Detail::WriteContainerWhole(s, meta, value)) {
+                return;
             }
+        }
+        WriteScope element(s, meta);
+        if constexpr (Detail::IsSequence<T>::value) {
+            Detail::WriteSequence(s, value);
+        } else if constexpr (Detail::IsMap<T>::value || Detail::IsMultiMap<T>::value) {
+            Detail::WriteMap(s, value);
+        } else if constexpr (Detail::IsOptional<T>::value) {
+            Detail::WriteOptional(s, value);
+        } else if constexpr (Detail::IsSharedPtr<T>::value) {
+            Detail::WritePointer(s, value);
         } else {
             s << value;
         }
@@ -188,8 +416,9 @@ void ReadMember(Deserializer& d, const MetaInfo& meta, T& value) {
     if constexpr (IsValueForm<T>) {
         d.Read(meta, value);
     } else if constexpr (std::is_enum_v<T>) {
+        ReadScope element(d, meta);
         std::string text;
-        d.Read(meta, text);
+        d.Read(MetaInfo(EnumCodec<T>::TypeName), text);
         if (!EnumCodec<T>::Parse(text, value)) {
             value = static_cast<T>(Detail::EnumFallbackRead(text));
         }
@@ -197,13 +426,12 @@ void ReadMember(Deserializer& d, const MetaInfo& meta, T& value) {
         ReadScope element(d, meta);
         if constexpr (Detail::IsSequence<T>::value) {
             Detail::ReadSequence(d, value);
-        } else if constexpr (Detail::IsMap<T>::value) {
+        } else if constexpr (Detail::IsMap<T>::value || Detail::IsMultiMap<T>::value) {
             Detail::ReadMap(d, value);
+        } else if constexpr (Detail::IsOptional<T>::value) {
+            Detail::ReadOptional(d, value);
         } else if constexpr (Detail::IsSharedPtr<T>::value) {
-            ReadScope pointer(d, MetaInfo("shared_ptr"));
-            auto object = std::make_shared<typename T::element_type>();
-            d >> *object;
-            value = std::move(object);
+            Detail::ReadPointer(d, value);
         } else {
             d >> value;
         }

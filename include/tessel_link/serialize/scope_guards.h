@@ -22,60 +22,26 @@ TL_API void LogFinishFailure(const Common::Error& error);
 template <class End>
 class ElementScope {
 public:
-    ElementScope(End& end, const MetaInfo& meta) : end_(end), meta_(meta) { Begin(); }
+    ElementScope(End& end, const MetaInfo& meta);
     ElementScope(const ElementScope&) = delete;
     ElementScope& operator=(const ElementScope&) = delete;
-
-    ~ElementScope() noexcept(false) {
-        if (dismissed_) {
-            return;
-        }
-        if (std::uncaught_exceptions() > unwinding_) {
-            try {
-                Finish();
-            } catch (const Common::Error& error) {
-                Detail::LogFinishFailure(error);
-            } catch (...) {
-            }
-            return;
-        }
-        try {
-            Finish();
-        } catch (const Common::Error& error) {
-            Detail::LogFinishFailure(error);
-        }
-    }
+    ~ElementScope() noexcept(false);
 
     // The caller has closed the element by hand.
     void Dismiss() { dismissed_ = true; }
     const MetaInfo& Meta() const { return meta_; }
 
 private:
-    void Begin();
-    void Finish();
-
     End& end_;
     MetaInfo meta_;
-    int unwinding_ = std::uncaught_exceptions();
+    int unwinding_;
     bool dismissed_ = false;
 };
 
-template <>
-inline void ElementScope<Serializer>::Begin() {
-    end_.BeginWriteMetaInfo(meta_);
-}
-template <>
-inline void ElementScope<Serializer>::Finish() {
-    end_.FinishWriteMetaInfo(meta_);
-}
-template <>
-inline void ElementScope<Deserializer>::Begin() {
-    end_.BeginReadMetaInfo(meta_);
-}
-template <>
-inline void ElementScope<Deserializer>::Finish() {
-    end_.FinishReadMetaInfo(meta_);
-}
+// Both guards are compiled once, in the library: generated codecs open many thousands of
+// elements, and inlining the guard's unwinding logic at each of them would only cost build time.
+extern template class TL_API ElementScope<Serializer>;
+extern template class TL_API ElementScope<Deserializer>;
 
 using WriteScope = ElementScope<Serializer>;
 using ReadScope = ElementScope<Deserializer>;

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+#include <tessel_link/export.h>
+
+namespace Core {
+
+namespace Detail {
+// The name of a type as error origins show it ("struct ArchiveManagement::SliceInfo", "int").
+TL_API std::string DisplayName(const std::type_info& type, bool isClass, bool isEnum);
+// "Core::Optional<NAME>::Get", made once per type and kept for the process.
+TL_API const char* OptionalGetSite(const std::type_info& type, bool isClass, bool isEnum);
+// Throws 0x00ac0001 "The optional value is null." with the given function as origin.
+[[noreturn]] TL_API void ThrowNullOptional(const char* site);
+}  // namespace Detail
+
+// A value that may be absent. The null flag comes first and, when set, means there is no
+// value; a null optional still holds a default-constructed T.
+template <class T>
+class Optional {
+public:
+    Optional() = default;
+    Optional(const T& value) : null_(false), value_(value) {}
+    Optional(T&& value) : null_(false), value_(std::move(value)) {}
+
+    Optional& operator=(const T& value) {
+        null_ = false;
+        value_ = value;
+        return *this;
+    }
+    Optional& operator=(T&& value) {
+        null_ = false;
+        value_ = std::move(value);
+        return *this;
+    }
+
+    bool IsNull() const { return null_; }
+    explicit operator bool() const { return !null_; }
+
+    // The value; throws 0x00ac0001 from "Core::Optional<T>::Get" when null.
+    T& Get() {
+        if (null_) {
+            ThrowNull();
+        }
+        return value_;
+    }
+    const T& Get() const {
+        if (null_) {
+            ThrowNull();
+        }
+        return value_;
+    }
+    T* operator->() { return &Get(); }
+    const T* operator->() const { return &Get(); }
+    T& operator*() { return Get(); }
+    const T& operator*() const { return Get(); }
+
+    // The value, or `fallback` when null.
+    T ValueOr(T fallback) const { return null_ ? std::move(fallback) : value_; }
+
+    void Reset() {
+        null_ = true;
+        value_ = T{};
+    }
+
+    // Two null optionals are equal whatever they hold; otherwise the values decide.
+    template <class Equal>
+    bool EqualBy(const Optional& other, Equal&& equal) const {
+        return null_ == other.null_ && (null_ || equal(value_, other.value_));
+    }
+    friend bool operator==(const Optional& a, const Optional& b) {
+        return a.EqualBy(b, [](const T& x, const T& y) { return x == y; });
+    }
+
+private:
+    [[noreturn]] static void ThrowNull() {
+        Detail::ThrowNullOptional(
+            Detail::OptionalGetSite(typeid(T), std::is_class_v<T>, std::is_enum_v<T>));
+    }
+
+    bool null_ = true;
+    T value_{};
+};
+
+}  // namespace Core

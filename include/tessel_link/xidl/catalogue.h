@@ -1,0 +1,95 @@
+#pragma once
+
+// The catalogue of the types that the interface definitions declare: their full names,
+// versions, members with their forms, and type-erased codecs, for tools and for code that
+// handles records by name.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include <tessel_link/export.h>
+#include <tessel_link/serialize/deserializer.h>
+#include <tessel_link/serialize/meta_info.h>
+#include <tessel_link/serialize/serializer.h>
+
+namespace Serialization::Xidl {
+
+// How a member travels: one of the fifteen value forms, or a codec of its own.
+enum class MemberForm {
+    Blob,
+    Bytes,
+    U16,
+    I16,
+    String,
+    I64,
+    I32,
+    U64,
+    Double,
+    U32,
+    WideString,
+    Error,
+    Guid,
+    U8,
+    Bool,
+    Enum,
+    Record,
+    Sequence,
+    Map,
+    Optional,
+    Pointer,
+    Polymorphic,
+};
+
+enum class TypeKind {
+    Record,          // a record that can be made on its own
+    AbstractRecord,  // the shared part of several records
+    Polymorphic,     // the root of a hierarchy that travels by kind number
+    Enumeration,
+    Extern,          // a type whose form is written by hand
+};
+
+struct MemberInfo {
+    const char* Name;
+    const char* Type;  // as the definitions write it, with full names
+    MemberForm Form;
+    bool Chosen;       // the definitions chose the type; the peer's description gives none
+    const MetaInfoTrait* Traits;
+    std::size_t TraitCount;
+};
+
+struct EnumValueInfo {
+    const char* Name;
+    std::int64_t Number;
+};
+
+struct TypeInfo {
+    const char* FullName;
+    TypeKind Kind;
+    std::uint64_t Version;  // 0: unversioned
+    const char* Base;       // full name, or null
+    const MemberInfo* Members;  // own members in wire order (fields, for a hierarchy root)
+    std::size_t MemberCount;
+    const EnumValueInfo* Values;
+    std::size_t ValueCount;
+    // Records that can be made on their own: a default value, and the member codec (the
+    // record inside the element of `meta`, with its version guard).
+    std::shared_ptr<void> (*Create)();
+    void (*Write)(Serializer& s, const MetaInfo& meta, const void* value);
+    void (*Read)(Deserializer& d, const MetaInfo& meta, void* value);
+};
+
+// Every declared type, in the order of the definitions.
+TL_API std::span<const TypeInfo* const> AllTypes();
+// The types that are checked in with hosts, in their order of registration.
+TL_API std::span<const TypeInfo* const> CheckedInTypes();
+// The type of that full name ("ArchiveManagement::SliceInfo"), or null.
+TL_API const TypeInfo* FindType(std::string_view fullName);
+// The members of a record as they travel: those of its record bases first.
+TL_API std::vector<const MemberInfo*> WireMembers(const TypeInfo& type);
+TL_API const char* FormName(MemberForm form);
+
+}  // namespace Serialization::Xidl
