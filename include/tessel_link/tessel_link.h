@@ -12,6 +12,7 @@
 #include <tessel_link/common/messages.h>
 #include <tessel_link/common/mutex.h>
 #include <tessel_link/common/non_copyable.h>
+#include <tessel_link/common/optional.h>
 #include <tessel_link/common/random.h>
 #include <tessel_link/common/recursive_lock.h>
 #include <tessel_link/common/semaphore.h>
@@ -34,14 +35,21 @@
 // Serialization
 #include <tessel_link/serialize/blob.h>
 #include <tessel_link/serialize/codec.h>
+#include <tessel_link/serialize/container_aware.h>
+#include <tessel_link/serialize/credentials.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/errors.h>
 #include <tessel_link/serialize/meta_info.h>
 #include <tessel_link/serialize/obscurer.h>
+#include <tessel_link/serialize/polymorph.h>
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
+
+// Records of the interface definitions, generated at build time, and their catalogue
+#include <tessel_link/xidl/catalogue.h>
+#include <tessel_link/xidl/records.h>
 
 // Binding: requests and the call cycle
 #include <tessel_link/binding/call.h>

@@ -42,21 +42,22 @@ class NamespaceWriter:
 
 
 def definition_order(model):
-    """The records in an order in which each is defined after what it needs complete."""
+    """The records in an order in which each is defined after what it needs complete, and,
+    where no cycle forbids it, after the records its sequences and pointers name too."""
     records = model.records() + [t for t in model.all_types() if isinstance(t, Polymorphic)]
     done, order, busy = set(), [], set()
 
-    def needs(t):
-        result = []
-        if isinstance(t, Record):
-            if t.base:
-                result.append(t.base)
-            for m in t.members:
-                result += m.type.needs_complete()
-        else:
-            for f in t.fields:
-                result += f.type.needs_complete()
+    def members(t):
+        return t.members if isinstance(t, Record) else t.fields
+
+    def hard(t):
+        result = [t.base] if isinstance(t, Record) and t.base else []
+        for m in members(t):
+            result += m.type.needs_complete()
         return [n for n in result if isinstance(n, (Record, Polymorphic))]
+
+    def soft(t):
+        return [n for m in members(t) for n in m.type.named_types() if isinstance(n, (Record, Polymorphic))]
 
     def visit(t):
         if t.full_name in done:
@@ -64,8 +65,11 @@ def definition_order(model):
         if t.full_name in busy:
             raise SystemExit("xidlc: %s: %s contains itself by value" % (t.where, t.full_name))
         busy.add(t.full_name)
-        for n in needs(t):
+        for n in hard(t):
             visit(n)
+        for n in soft(t):
+            if n.full_name not in busy:
+                visit(n)
         busy.discard(t.full_name)
         done.add(t.full_name)
         order.append(t)
@@ -79,7 +83,8 @@ def member_default(member, value=None):
     value = member.default if value is None else value
     t = member.type
     if value is None:
-        return "{}"
+        # scalars start at zero; class types have constructors of their own
+        return "{}" if t.kind in ("scalar", "enum") and t.name not in ("string", "wstring", "bytes", "blob", "Error", "Guid") else ""
     if t.kind == "enum":
         return " = %s::%s" % (t.decl.cpp_name, value)
     return " = %s" % value
@@ -262,7 +267,9 @@ def module_unit(model, module):
                   "void Write_%s(::Serialization::Serializer& s, const ::Serialization::MetaInfo& meta, const void* value) {" % ident(t.full_name),
                   "    ::Serialization::WriteMember(s, meta, *static_cast<const %s*>(value));" % t.cpp_name, "}",
                   "void Read_%s(::Serialization::Deserializer& d, const ::Serialization::MetaInfo& meta, void* value) {" % ident(t.full_name),
-                  "    ::Serialization::ReadMember(d, meta, *static_cast<%s*>(value));" % t.cpp_name, "}")
+                  "    ::Serialization::ReadMember(d, meta, *static_cast<%s*>(value));" % t.cpp_name, "}",
+                  "bool Equal_%s(const void* a, const void* b) {" % ident(t.full_name),
+                  "    return *static_cast<const %s*>(a) == *static_cast<const %s*>(b);" % (t.cpp_name, t.cpp_name), "}")
         w.add("")
     w.add("}  // namespace", "")
     for t in records:
@@ -341,18 +348,19 @@ def module_unit(model, module):
             version, base = t.version, c_string(t.base.full_name) if t.base else "nullptr"
             members = ("kMembers_%s, %d" % (fid, len(t.members))) if t.members else "nullptr, 0"
             values = "nullptr, 0"
-            funcs = "nullptr, nullptr, nullptr" if t.abstract else "Create_%s, Write_%s, Read_%s" % (fid, fid, fid)
+            funcs = "nullptr, nullptr, nullptr, nullptr" if t.abstract else \
+                "Create_%s, Write_%s, Read_%s, Equal_%s" % (fid, fid, fid, fid)
         elif isinstance(t, Polymorphic):
             kind, version, base = "Polymorphic", t.version, "nullptr"
             members = ("kMembers_%s, %d" % (fid, len(t.fields))) if t.fields else "nullptr, 0"
-            values, funcs = "nullptr, 0", "nullptr, nullptr, nullptr"
+            values, funcs = "nullptr, 0", "nullptr, nullptr, nullptr, nullptr"
         elif isinstance(t, Enum):
             kind, version, base, members = "Enumeration", 0, "nullptr", "nullptr, 0"
             values = ("kValues_%s, %d" % (fid, len(t.values))) if t.values else "nullptr, 0"
-            funcs = "nullptr, nullptr, nullptr"
+            funcs = "nullptr, nullptr, nullptr, nullptr"
         else:
             kind, version, base, members, values = "Extern", 0, "nullptr", "nullptr, 0", "nullptr, 0"
-            funcs = "nullptr, nullptr, nullptr"
+            funcs = "nullptr, nullptr, nullptr, nullptr"
         w.add("    {%s, TypeKind::%s, %d, %s, %s, %s, %s}," % (
             c_string(t.full_name), kind, version, base, members, values, funcs))
     w.add("};")

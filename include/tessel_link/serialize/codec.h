@@ -34,6 +34,7 @@
 #include <tessel_link/serialize/container_aware.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/meta_info.h>
+#include <tessel_link/serialize/obscurer.h>
 #include <tessel_link/serialize/polymorph.h>
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
@@ -87,10 +88,6 @@ namespace Detail {
 TL_API std::string EnumFallbackWrite(std::int64_t value);
 TL_API std::int64_t EnumFallbackRead(const std::string& text);
 
-// Secret members pass these on their way to and from the packet.
-TL_API std::u16string ObscureMemberText(const std::u16string& text);
-TL_API std::u16string UnobscureMemberText(const std::u16string& text);
-
 // The name-only MetaInfo of the fixed wire elements, built once.
 TL_API const MetaInfo& FixedMeta(int which);
 enum FixedElement : int {
@@ -131,14 +128,15 @@ void WriteMember(Serializer& s, const MetaInfo& meta, const T& value);
 template <class T>
 void ReadMember(Deserializer& d, const MetaInfo& meta, T& value);
 
-// A secret wide-string member: obscured on writing, unobscured on reading.
+// A secret wide-string member: obscured on writing, unobscured on reading, by the obscurer
+// in force on the calling thread.
 inline void WriteObscuredMember(Serializer& s, const MetaInfo& meta, const std::u16string& value) {
-    s.Write(meta, Detail::ObscureMemberText(value));
+    s.Write(meta, Obscure(value));
 }
 inline void ReadObscuredMember(Deserializer& d, const MetaInfo& meta, std::u16string& value) {
     std::u16string text;
     d.Read(meta, text);
-    value = Detail::UnobscureMemberText(text);
+    value = Unobscure(text);
 }
 
 // --- the iterators of container-aware serializers ------------------------------------------

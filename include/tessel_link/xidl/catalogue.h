@@ -75,11 +75,12 @@ struct TypeInfo {
     std::size_t MemberCount;
     const EnumValueInfo* Values;
     std::size_t ValueCount;
-    // Records that can be made on their own: a default value, and the member codec (the
-    // record inside the element of `meta`, with its version guard).
+    // Records that can be made on their own: a default value, the member codec (the record
+    // inside the element of `meta`, with its version guard), and the record's equality.
     std::shared_ptr<void> (*Create)();
     void (*Write)(Serializer& s, const MetaInfo& meta, const void* value);
     void (*Read)(Deserializer& d, const MetaInfo& meta, void* value);
+    bool (*Equal)(const void* a, const void* b);
 };
 
 // Every declared type, in the order of the definitions.
