@@ -202,6 +202,11 @@ template <class T, class C, class A>
 struct IsSequence<std::set<T, C, A>> : std::true_type {};
 
 template <class T>
+struct IsSet : std::false_type {};
+template <class T, class C, class A>
+struct IsSet<std::set<T, C, A>> : std::true_type {};
+
+template <class T>
 struct IsMap : std::false_type {};
 template <class K, class V, class C, class A>
 struct IsMap<std::map<K, V, C, A>> : std::true_type {};
@@ -262,9 +267,14 @@ void ReadSequence(Deserializer& d, C& items) {
     items.clear();
     const MetaInfo& item = FixedMeta(kOrderedItem);
     while (d.NextMetaInfo() == item) {
-        typename C::value_type element{};
-        ReadMember(d, item, element);
-        items.insert(items.end(), std::move(element));
+        if constexpr (IsSet<C>::value) {
+            typename C::value_type element{};
+            ReadMember(d, item, element);
+            items.insert(items.end(), std::move(element));
+        } else {
+            // Read in place: records are large, and a move is not free.
+            ReadMember(d, item, items.emplace_back());
+        }
     }
 }
 
