@@ -118,6 +118,23 @@ TEST(Polytype, AContextTravelsUnderItsOpcodeAndSelectsItsClassByTheNumber) {
               nullptr);
 }
 
+TEST(Polytype, TheMemberThatHoldsTheNumberTakesTheNumberOnTheWire) {
+    Watch watch;
+    // A peer's record disagrees with the number it stands under: the number wins, so that
+    // the object writes the same number again.
+    const auto back = Read<std::shared_ptr<DiskManagementEx::Context>>(
+        "<Root><Context><operationCode>1</operationCode><impl><Opcode><OperationCode>OPERATION_COPY_DISK"
+        "</OperationCode></Opcode><VolumeID></VolumeID></impl></Context></Root>");
+    ASSERT_NE(std::dynamic_pointer_cast<DiskManagementEx::DeleteVolumeContext>(back), nullptr);
+    EXPECT_EQ(back->TypeNumber(), 1u);
+    const auto tavi = Read<std::shared_ptr<ConfigurationManagement::ConfigurationBase>>(
+        "<Root><ConfigurationBase><polyType>14</polyType><impl><Reporting><IsEnabled>1</IsEnabled>"
+        "</Reporting><Category>6</Category></impl></ConfigurationBase></Root>");
+    ASSERT_NE(tavi, nullptr);
+    EXPECT_EQ(tavi->TypeNumber(), 14u);
+    EXPECT_TRUE(watch.assertions.empty());
+}
+
 TEST(Polytype, ThereIsNoAnalysisOfADiskChange) {
     Watch watch;
     EXPECT_EQ(Read<std::shared_ptr<DiskManagementEx::Analysis>>(

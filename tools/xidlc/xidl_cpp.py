@@ -41,44 +41,6 @@ class NamespaceWriter:
         return "\n".join(self.lines) + "\n"
 
 
-def definition_order(model):
-    """The records in an order in which each is defined after what it needs complete, and,
-    where no cycle forbids it, after the records its sequences and pointers name too."""
-    records = model.records() + [t for t in model.all_types() if isinstance(t, Polymorphic)]
-    done, order, busy = set(), [], set()
-
-    def members(t):
-        return t.members if isinstance(t, Record) else t.fields
-
-    def hard(t):
-        result = [t.base] if isinstance(t, Record) and t.base else []
-        for m in members(t):
-            result += m.type.needs_complete()
-        return [n for n in result if isinstance(n, (Record, Polymorphic))]
-
-    def soft(t):
-        return [n for m in members(t) for n in m.type.named_types() if isinstance(n, (Record, Polymorphic))]
-
-    def visit(t):
-        if t.full_name in done:
-            return
-        if t.full_name in busy:
-            raise SystemExit("xidlc: %s: %s contains itself by value" % (t.where, t.full_name))
-        busy.add(t.full_name)
-        for n in hard(t):
-            visit(n)
-        for n in soft(t):
-            if n.full_name not in busy:
-                visit(n)
-        busy.discard(t.full_name)
-        done.add(t.full_name)
-        order.append(t)
-
-    for t in records:
-        visit(t)
-    return order
-
-
 def member_default(member, value=None):
     value = member.default if value is None else value
     t = member.type
@@ -130,7 +92,7 @@ def header(model):
             w.enter(t.namespace)
             w.add("struct %s;" % t.short_name)
     w.leave()
-    for t in definition_order(model):
+    for t in model.definition_order():
         w.enter(t.namespace)
         if isinstance(t, Polymorphic):
             w.add("// The root of a hierarchy that travels by the number of its kind.",
@@ -409,7 +371,14 @@ def polytypes_unit(model, module):
                 continue
             for number in k.numbers:
                 w.add("    case %du:" % number)
-            w.add("        object = ::Serialization::ReadKind<%s>(d);" % k.cpp_name, "        break;")
+            if k.number_from:
+                # The number chose the class; the member that holds it agrees with it.
+                member = k.find_member(k.number_from)
+                w.add("    {", "        auto kind = ::Serialization::ReadKind<%s>(d);" % k.cpp_name,
+                      "        kind->%s = static_cast<%s>(number);" % (k.number_from, member.type.cpp()),
+                      "        object = std::move(kind);", "        break;", "    }")
+            else:
+                w.add("        object = ::Serialization::ReadKind<%s>(d);" % k.cpp_name, "        break;")
         w.add("    default:", "        TL_ASSERT_TEXT(false, %s);" % c_string(t.unknown), "        return d;", "    }")
         for f in t.fields:
             w.add("    object->%s = %s;" % (f.name, f.name))

@@ -229,6 +229,44 @@ class Model:
         for named in self.all_types():
             if isinstance(named, Record):
                 self.check_record(named)
+        self.definition_order()
+
+    def definition_order(self):
+        """The records in an order in which each is defined after what it needs complete, and,
+        where no cycle forbids it, after the records its sequences and pointers name too."""
+        records = self.records() + [t for t in self.all_types() if isinstance(t, Polymorphic)]
+        done, order, busy = set(), [], set()
+
+        def members(t):
+            return t.members if isinstance(t, Record) else t.fields
+
+        def hard(t):
+            result = [t.base] if isinstance(t, Record) and t.base else []
+            for m in members(t):
+                result += m.type.needs_complete()
+            return [n for n in result if isinstance(n, (Record, Polymorphic))]
+
+        def soft(t):
+            return [n for m in members(t) for n in m.type.named_types() if isinstance(n, (Record, Polymorphic))]
+
+        def visit(t):
+            if t.full_name in done:
+                return
+            if t.full_name in busy:
+                fail(t.where, "%s contains itself by value" % t.full_name)
+            busy.add(t.full_name)
+            for n in hard(t):
+                visit(n)
+            for n in soft(t):
+                if n.full_name not in busy:
+                    visit(n)
+            busy.discard(t.full_name)
+            done.add(t.full_name)
+            order.append(t)
+
+        for t in records:
+            visit(t)
+        return order
 
     def all_types(self):
         return [t for m in self.modules for t in m.types]
