@@ -15,8 +15,20 @@ namespace Por::Detail {
 inline constexpr std::uint32_t kRowAssignProperties = 354;
 inline constexpr std::uint32_t kRowAssignTraits = 355;
 inline constexpr std::uint32_t kRowAssignTypes = 356;
+inline constexpr std::uint32_t kRowElementNotFound = 367;
+inline constexpr std::uint32_t kRowRangeCheck = 369;
+inline constexpr std::uint32_t kRowInternalError = 370;
+inline constexpr std::uint32_t kRowUninitializedObject = 377;
 inline constexpr std::uint32_t kRowNullUnits = 379;
 inline constexpr std::uint32_t kRowOutOfRange = 380;
+inline constexpr std::uint32_t kRowPropertyNotFound = 381;
+inline constexpr std::uint32_t kRowPropertyProcessing = 382;
+inline constexpr std::uint32_t kRowSerializingOptional = 383;
+inline constexpr std::uint32_t kRowSerializingPointer = 384;
+inline constexpr std::uint32_t kRowSerializingNoValue = 385;
+inline constexpr std::uint32_t kRowPatternNotRegistered = 386;
+inline constexpr std::uint32_t kRowCorruptedBlob = 394;
+inline constexpr std::uint32_t kRowStructureMismatch = 401;
 inline constexpr std::uint32_t kRowPropertyTypeMismatch = 402;
 inline constexpr std::uint32_t kRowTypeMismatch = 403;
 

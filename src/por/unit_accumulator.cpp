@@ -1,0 +1,179 @@
+#include <tessel_link/por/unit_accumulator.h>
+
+#include <tessel_link/por/assign.h>
+#include <tessel_link/por/compare.h>
+#include <tessel_link/por/util.h>
+
+#include "por/por_errors.h"
+
+namespace Por::Util {
+
+namespace {
+
+// Moves the traits of a unit that is being replaced onto its successor.
+void CarryTraits(const View::Unit& from, Construction::Unit& to,
+                 Construction::UnitFactory& factory) {
+    auto each = MakeProcessor<const View::Trait>([&](const View::Trait& trait) {
+        to.GetTraits().Add(
+            factory.CreateTrait(trait.GetName(), CopyUnit(trait.GetUnit(), factory)));
+    });
+    from.GetTraits().ForEach(each);
+}
+
+}  // namespace
+
+UnitAccumulator::UnitAccumulator(Construction::UnitFactory& factory) : factory_(factory) {
+    frames_.push_back(Frame{UnitName(), FrameKind::Root, nullptr, nullptr, 0});
+}
+
+UnitAccumulator::~UnitAccumulator() = default;
+
+void UnitAccumulator::AddValue(UnitPtr value) {
+    Frame& top = Top();
+    if (top.unit == nullptr) {
+        top.owned = std::move(value);
+        top.unit = top.owned.get();
+        return;
+    }
+    const unsigned present = GetValueTypeIndex(*top.unit);
+    if (present == NilType) {
+        // A nil stands for a value still to come. In a property the unit already had, the
+        // new value replaces the property as a whole when the frame ends.
+        CarryTraits(*top.unit, *value, factory_);
+        if (top.kind == FrameKind::ExistingProperty) {
+            top.kind = FrameKind::NewProperty;
+        }
+        top.owned = std::move(value);
+        top.unit = top.owned.get();
+        return;
+    }
+    if (top.kind == FrameKind::Root && present != ArrayType) {
+        return;
+    }
+    if (top.kind == FrameKind::ExistingProperty && present < ArrayType) {
+        Assign(*top.unit, *value, factory_);
+        return;
+    }
+    Construction::Unit* element = value.get();
+    frames_.push_back(Frame{UnitName(), FrameKind::Element, std::move(value), element, 0});
+}
+
+void UnitAccumulator::AddNil() {
+    AddValue(factory_.CreateNil());
+}
+void UnitAccumulator::AddBoolean(bool value) {
+    AddValue(factory_.CreateBoolean(value));
+}
+void UnitAccumulator::AddByte(std::uint8_t value) {
+    AddValue(factory_.CreateByte(value));
+}
+void UnitAccumulator::AddSbyte(std::int8_t value) {
+    AddValue(factory_.CreateSbyte(value));
+}
+void UnitAccumulator::AddWord(std::uint16_t value) {
+    AddValue(factory_.CreateWord(value));
+}
+void UnitAccumulator::AddSword(std::int16_t value) {
+    AddValue(factory_.CreateSword(value));
+}
+void UnitAccumulator::AddDword(std::uint32_t value) {
+    AddValue(factory_.CreateDword(value));
+}
+void UnitAccumulator::AddSdword(std::int32_t value) {
+    AddValue(factory_.CreateSdword(value));
+}
+void UnitAccumulator::AddQword(std::uint64_t value) {
+    AddValue(factory_.CreateQword(value));
+}
+void UnitAccumulator::AddSqword(std::int64_t value) {
+    AddValue(factory_.CreateSqword(value));
+}
+void UnitAccumulator::AddDouble(double value) {
+    AddValue(factory_.CreateDouble(value));
+}
+void UnitAccumulator::AddBlob(const ByteVector& value) {
+    AddValue(factory_.CreateBlob(value));
+}
+void UnitAccumulator::AddGuid(const Common::Guid& value) {
+    AddValue(factory_.CreateGuid(value));
+}
+void UnitAccumulator::AddString(const WideString& value) {
+    AddValue(factory_.CreateString(value));
+}
+void UnitAccumulator::AddError(const Common::Error& value) {
+    AddValue(factory_.CreateError(value));
+}
+
+void UnitAccumulator::BeginArray() {
+    Frame& top = Top();
+    if (top.kind == FrameKind::ExistingProperty && top.unit != nullptr &&
+        GetValueTypeIndex(*top.unit) != NilType) {
+        // The property's present array takes the elements that follow.
+        top.counter = GetArraySize(*top.unit);
+        top.kind = FrameKind::ExistingArray;
+        return;
+    }
+    AddValue(factory_.CreateArray());
+}
+
+void UnitAccumulator::BeginComposite() {
+    Frame& top = Top();
+    if (top.kind == FrameKind::ExistingProperty && top.unit != nullptr && IsComposite(*top.unit)) {
+        // The property's present composite takes the properties that follow.
+        return;
+    }
+    AddValue(factory_.CreateComposite());
+}
+
+void UnitAccumulator::BeginProperty(const UnitName& name) {
+    Construction::Unit* present = nullptr;
+    if (Top().unit != nullptr) {
+        if (Construction::Property* property = GetProperty(*Top().unit, name)) {
+            present = &property->GetUnit();
+        }
+    }
+    if (present != nullptr) {
+        frames_.push_back(Frame{name, FrameKind::ExistingProperty, nullptr, present, 0});
+    } else {
+        frames_.push_back(Frame{name, FrameKind::NewProperty, nullptr, nullptr, 0});
+    }
+}
+
+void UnitAccumulator::BeginTrait(const UnitName& name) {
+    frames_.push_back(Frame{name, FrameKind::Trait, nullptr, nullptr, 0});
+}
+
+void UnitAccumulator::End() {
+    Frame closed = std::move(Top());
+    frames_.pop_back();
+    if (closed.kind == FrameKind::Root) {
+        finished_ = std::move(closed.owned);
+        frames_.push_back(Frame{UnitName(), FrameKind::Root, nullptr, nullptr, 0});
+        return;
+    }
+    if (closed.kind == FrameKind::ExistingProperty || closed.kind == FrameKind::ExistingArray) {
+        return;
+    }
+    Construction::Unit* parent = Top().unit;
+    Por::Util::Detail::CheckNotNull(parent, "Por::Util::UnitAccumulator::End");
+    switch (closed.kind) {
+        case FrameKind::NewProperty:
+            Por::Util::Detail::CheckNotNull(closed.unit, "Por::Util::UnitAccumulator::End");
+            AddProperty(*parent, closed.name, std::move(closed.owned), factory_);
+            break;
+        case FrameKind::Trait:
+            AddTrait(*parent, closed.name, std::move(closed.owned), factory_);
+            break;
+        case FrameKind::Element:
+            AddArrayElement(*parent, std::move(closed.owned));
+            break;
+        default:
+            break;
+    }
+}
+
+void UnitAccumulator::TakeUnit(UnitPtr& unit) {
+    unit = std::move(finished_);
+}
+
+}  // namespace Por::Util
