@@ -34,6 +34,7 @@
 
 // Serialization
 #include <tessel_link/serialize/blob.h>
+#include <tessel_link/serialize/category_holder.h>
 #include <tessel_link/serialize/codec.h>
 #include <tessel_link/serialize/container_aware.h>
 #include <tessel_link/serialize/credentials.h>
@@ -44,6 +45,7 @@
 #include <tessel_link/serialize/polymorph.h>
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
+#include <tessel_link/serialize/unit_member.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
@@ -67,21 +69,32 @@
 
 // POR, the value tree
 #include <tessel_link/por/assign.h>
+#include <tessel_link/por/binary_form.h>
 #include <tessel_link/por/binary_operation.h>
 #include <tessel_link/por/compare.h>
 #include <tessel_link/por/construction.h>
+#include <tessel_link/por/data_accessor.h>
 #include <tessel_link/por/diff_names.h>
 #include <tessel_link/por/errors.h>
 #include <tessel_link/por/in_memory_factory.h>
 #include <tessel_link/por/item_processor.h>
 #include <tessel_link/por/kinds.h>
 #include <tessel_link/por/modification.h>
+#include <tessel_link/por/pattern.h>
+#include <tessel_link/por/plain_object.h>
 #include <tessel_link/por/print.h>
 #include <tessel_link/por/root_holder.h>
+#include <tessel_link/por/serialize/por_serializer.h>
 #include <tessel_link/por/static_instance.h>
 #include <tessel_link/por/trait_names.h>
+#include <tessel_link/por/unit_accumulator.h>
 #include <tessel_link/por/unit_name.h>
+#include <tessel_link/por/unit_walker.h>
 #include <tessel_link/por/util.h>
 #include <tessel_link/por/view.h>
 #include <tessel_link/por/visitors.h>
 #include <tessel_link/por/walkers.h>
+
+// Service data types over unit trees
+#include <tessel_link/gtob/action.h>
+#include <tessel_link/gtob/slicing_configuration.h>

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+
+#include <tessel_link/export.h>
+
+namespace Serialization {
+
+// Where an object names the category it belongs to; 0 means every category.
+class TL_API CategoryHolder {
+public:
+    virtual ~CategoryHolder();
+
+    std::uint32_t GetCategory() const noexcept { return category_; }
+    void SetCategory(std::uint32_t category) noexcept { category_ = category; }
+
+private:
+    std::uint32_t category_ = 0;
+};
+
+}  // namespace Serialization
