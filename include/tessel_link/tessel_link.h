@@ -54,12 +54,16 @@
 #include <tessel_link/xidl/records.h>
 
 // Binding: requests and the call cycle
+#include <tessel_link/binding/binding_unit.h>
 #include <tessel_link/binding/call.h>
+#include <tessel_link/binding/loopback_channel.h>
 #include <tessel_link/binding/method_descriptor.h>
 #include <tessel_link/binding/request.h>
 #include <tessel_link/binding/request_base.h>
 #include <tessel_link/binding/request_channel.h>
 #include <tessel_link/binding/request_impl.h>
+#include <tessel_link/binding/service_dispatcher.h>
+#include <tessel_link/binding/service_method.h>
 
 // Facade: the entry points, components and their interfaces
 #include <tessel_link/facade/compatibility_manager.h>

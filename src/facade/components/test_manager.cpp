@@ -2,6 +2,7 @@
 
 #include <tessel_link/binding/call.h>
 #include <tessel_link/binding/request_impl.h>
+#include <tessel_link/binding/service_method.h>
 
 #include "facade/component_info_impl.h"
 #include "facade/component_info_registry.h"
@@ -55,6 +56,20 @@ std::unique_ptr<Binding::Request> MakeRequest_ResumeCancel(
     return CreateRequest<void(std::map<std::string, std::u16string>&)>(
         Describe<188>(4, "ResumeCancel", 1), {resume, "resume", ArgumentKind::Default});
 }
+
+TestManager_Dispatcher::TestManager_Dispatcher(std::shared_ptr<TestManager> implementation)
+    : ComponentDispatcher(
+          188, Core::ComponentTraits<188>::kInterfaceName,
+          Core::ComponentTraits<188>::kInterfaceVersion, std::move(implementation),
+          {Binding::Serve<TestManager, &TestManager::Test>(1, "Test", 1),
+           Binding::Serve<TestManager, &TestManager::TestCancel>(2, "TestCancel", 1),
+           Binding::Serve<TestManager, &TestManager::GetData>(
+               3, "GetData", 1,
+               {{"hostname", ArgumentKind::Default},
+                {"size", ArgumentKind::Default},
+                {"result", ArgumentKind::Out}}),
+           Binding::Serve<TestManager, &TestManager::ResumeCancel>(
+               4, "ResumeCancel", 1, {{"resume", ArgumentKind::Default}})}) {}
 
 namespace {
 const Core::ComponentInfoRegistrar<Core::ComponentInfoImpl<188>> registrar;

@@ -1,0 +1,284 @@
+// Calls per second through the loopback channel, for a method without parameters and for one
+// that returns 1,000 records, on 1 and 2 threads; and the binding layer's cost: a whole call
+// (request object, channel, job, dispatcher, service, reply) against writing and reading the
+// same two packets alone.
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <tessel_link/binding/call.h>
+#include <tessel_link/binding/loopback_channel.h>
+#include <tessel_link/binding/request_impl.h>
+#include <tessel_link/binding/service_method.h>
+#include <tessel_link/common/guid.h>
+#include <tessel_link/common/unicode.h>
+#include <tessel_link/serialize/codec.h>
+#include <tessel_link/serialize/xml_packet_deserializer.h>
+#include <tessel_link/serialize/xml_packet_serializer.h>
+#include <tessel_link/xidl/records.h>
+
+namespace {
+
+using Slices = std::vector<ArchiveManagement::SliceInfo>;
+constexpr std::size_t kRecords = 1000;
+constexpr std::uint32_t kComponent = 950;
+
+const Slices& Records() {
+    static const Slices slices = [] {
+        Slices list;
+        for (std::size_t i = 0; i < kRecords; ++i) {
+            const std::u16string n = Common::Utf8ToUtf16Lenient(std::to_string(i));
+            ArchiveManagement::SliceInfo s;
+            s.SliceUri = u"bsp://storage-01/vault/Archive-" + n + u"?slice=" + n;
+            s.Kind = static_cast<std::uint32_t>(i % 3);
+            s.CreationTime = 1700000000000ll + static_cast<std::int64_t>(i) * 3600;
+            s.Description = u"Nightly backup " + n;
+            s.Size = 1000003ull * i;
+            s.MetaInformation = {{u"Host", u"server-" + n}};
+            s.MediaIDs = {u"tape-" + n};
+            Common::Create(s.LocationID);
+            Common::Create(s.ArchiveID);
+            list.push_back(std::move(s));
+        }
+        return list;
+    }();
+    return slices;
+}
+
+// The service of the benchmark: one method without parameters, one that lists records.
+class SliceManager {
+public:
+    virtual ~SliceManager() = default;
+    virtual Common::Error Ping() = 0;
+    virtual Common::Error ListSlices(Slices& slices) = 0;
+};
+
+class SliceService final : public SliceManager {
+public:
+    Common::Error Ping() override { return Common::ErrorSuccess; }
+    Common::Error ListSlices(Slices& slices) override {
+        slices = Records();
+        return Common::ErrorSuccess;
+    }
+};
+
+class SliceDispatcher final : public Binding::ComponentDispatcher<SliceManager> {
+public:
+    SliceDispatcher()
+        : ComponentDispatcher(kComponent, "SliceManager", 1, std::make_shared<SliceService>(),
+                              {Binding::Serve<SliceManager, &SliceManager::Ping>(1, "Ping", 1),
+                               Binding::Serve<SliceManager, &SliceManager::ListSlices>(
+                                   2, "ListSlices", 1, {{"slices", Binding::ArgumentKind::Out}})}) {
+    }
+};
+
+Binding::MethodDescriptor Describe(std::uint32_t number, const char* name) {
+    Binding::MethodDescriptor method;
+    method.ComponentID = kComponent;
+    method.MethodNumber = number;
+    method.ComponentName = "SliceManager";
+    method.MethodName = name;
+    method.InterfaceVersion = 1;
+    method.IntroducedVersion = 1;
+    method.Category = Binding::kAllCategories;
+    return method;
+}
+
+// What a generated proxy method does.
+Common::Error Ping(Binding::RequestChannel& channel) {
+    return Binding::Detail::CallRemote(
+        channel, [] { return Binding::Detail::CreateRequest<void()>(Describe(1, "Ping")); });
+}
+
+Common::Error ListSlices(Binding::RequestChannel& channel, Slices& slices) {
+    return Binding::Detail::CallRemote(channel, [&] {
+        return Binding::Detail::CreateRequest<void(Slices&)>(
+            Describe(2, "ListSlices"), {slices, "slices", Binding::ArgumentKind::Out});
+    });
+}
+
+Binding::LoopbackChannel& Channel() {
+    static Binding::LoopbackChannel* channel = [] {
+        auto* made = new Binding::LoopbackChannel();
+        made->Register(std::make_unique<SliceDispatcher>());
+        return made;
+    }();
+    return *channel;
+}
+
+void BM_Call_Ping(benchmark::State& state) {
+    Binding::LoopbackChannel& channel = Channel();
+    for (auto _ : state) {
+        if (Ping(channel).Failed()) {
+            state.SkipWithError("the call failed");
+            break;
+        }
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
+}
+
+void BM_Call_ListSlices(benchmark::State& state) {
+    Binding::LoopbackChannel& channel = Channel();
+    Slices slices;
+    for (auto _ : state) {
+        slices.clear();
+        if (ListSlices(channel, slices).Failed()) {
+            state.SkipWithError("the call failed");
+            break;
+        }
+    }
+    if (slices.size() != kRecords) {
+        state.SkipWithError("the slices did not come back");
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
+}
+
+// The same two packets, written and read with nothing around them: the request element with
+// its arguments, then the reply element with "result" and the out values.
+const Serialization::MetaInfo& Meta(const char* name) {
+    static std::map<std::string, Serialization::MetaInfo> metas;
+    auto at = metas.find(name);
+    if (at == metas.end()) {
+        at = metas.emplace(name, Serialization::MetaInfo(name)).first;
+    }
+    return at->second;
+}
+
+template <class WriteRequest, class ReadRequest, class WriteReply, class ReadReply>
+void PacketsAlone(WriteRequest&& writeRequest, ReadRequest&& readRequest, WriteReply&& writeReply,
+                  ReadReply&& readReply) {
+    std::vector<unsigned char> bytes;
+    {
+        Serialization::XMLPacketSerializer s(2, 0xffffffff);
+        writeRequest(s);
+        s.Finish(bytes);
+    }
+    {
+        Serialization::XMLPacketDeserializer d(bytes.data(), bytes.size(), 0);
+        readRequest(d);
+    }
+    {
+        Serialization::XMLPacketSerializer s(2, 0xffffffff);
+        writeReply(s);
+        s.Finish(bytes);
+    }
+    Serialization::XMLPacketDeserializer d(bytes.data(), bytes.size(), 0);
+    readReply(d);
+}
+
+void BM_Packets_Ping(benchmark::State& state) {
+    const auto& request = Meta("request_SliceManager_Ping");
+    const auto& reply = Meta("reply_SliceManager_Ping");
+    const auto& result = Meta("result");
+    for (auto _ : state) {
+        Common::Error outcome;
+        PacketsAlone([&](auto& s) { Serialization::WriteScope e(s, request); },
+                     [&](auto& d) { Serialization::ReadScope e(d, request); },
+                     [&](auto& s) {
+                         Serialization::WriteScope e(s, reply);
+                         s.Write(result, Common::ErrorSuccess);
+                     },
+                     [&](auto& d) {
+                         Serialization::ReadScope e(d, reply);
+                         d.Read(result, outcome);
+                     });
+        benchmark::DoNotOptimize(outcome);
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
+}
+
+void BM_Packets_ListSlices(benchmark::State& state) {
+    const auto& request = Meta("request_SliceManager_ListSlices");
+    const auto& reply = Meta("reply_SliceManager_ListSlices");
+    const auto& result = Meta("result");
+    const auto& member = Meta("slices");
+    Slices slices;
+    for (auto _ : state) {
+        Common::Error outcome;
+        slices.clear();
+        PacketsAlone([&](auto& s) { Serialization::WriteScope e(s, request); },
+                     [&](auto& d) { Serialization::ReadScope e(d, request); },
+                     [&](auto& s) {
+                         Serialization::WriteScope e(s, reply);
+                         s.Write(result, Common::ErrorSuccess);
+                         Serialization::WriteMember(s, member, Records());
+                     },
+                     [&](auto& d) {
+                         Serialization::ReadScope e(d, reply);
+                         d.Read(result, outcome);
+                         Serialization::ReadMember(d, member, slices);
+                     });
+    }
+    if (slices.size() != kRecords) {
+        state.SkipWithError("the slices did not come back");
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
+}
+
+BENCHMARK(BM_Packets_Ping)->UseRealTime();
+BENCHMARK(BM_Call_Ping)->UseRealTime()->Threads(1)->Threads(2);
+BENCHMARK(BM_Packets_ListSlices)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Call_ListSlices)->UseRealTime()->Threads(1)->Threads(2)->Unit(benchmark::kMillisecond);
+
+// Keeps the calls per second of every run.
+class RateReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+                const auto rate = run.counters.find("items_per_second");
+                if (rate != run.counters.end()) {
+                    rates_[run.benchmark_name()] = rate->second.value;
+                }
+            }
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    double Rate(const std::string& name) const {
+        const auto at = rates_.find(name);
+        return at == rates_.end() ? 0 : at->second;
+    }
+
+private:
+    std::map<std::string, double> rates_;
+};
+
+void Summarize(const RateReporter& reporter, const char* method) {
+    const std::string call = std::string("BM_Call_") + method;
+    const double packets = reporter.Rate(std::string("BM_Packets_") + method + "/real_time");
+    const double one = reporter.Rate(call + "/real_time/threads:1");
+    const double two = reporter.Rate(call + "/real_time/threads:2");
+    if (packets <= 0 || one <= 0) {
+        return;
+    }
+    const double cost = packets / one;
+    std::printf(
+        "%s: %.0f calls/s on 1 thread; a call costs %.2f x writing and reading its packets "
+        "alone (target <= 1.50) %s\n",
+        method, one, cost, cost <= 1.5 ? "ok" : "ABOVE");
+    if (two > 0) {
+        std::printf("%s: %.0f calls/s on 2 threads = %.2f x 1 thread (target >= 1.70) %s\n", method,
+                    two, two / one, two / one >= 1.7 ? "ok" : "BELOW");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    RateReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    std::printf("\n");
+    Summarize(reporter, "Ping");
+    Summarize(reporter, "ListSlices");
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,214 @@
+#include <tessel_link/binding/loopback_channel.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <tessel_link/common/messages.h>
+#include <tessel_link/serialize/xml_packet_deserializer.h>
+#include <tessel_link/serialize/xml_packet_serializer.h>
+
+#include "binding/binding_errors.h"
+#include "binding/dispatch_errors.h"
+
+namespace Binding {
+
+namespace {
+
+// The packet format of both packets of a call.
+constexpr std::uint32_t kPacketFormatRevision = 2;
+// No version is in force at the root of either packet: every versioned record states its own.
+constexpr std::uint32_t kRootSubjectVersion = 0;
+
+// "The operation is not supported."
+constexpr std::uint32_t kRowNotSupported = 564;
+
+Common::Error NotSupported(const Common::ErrorOrigin& origin) {
+    return Common::Error(origin, Detail::kNotSupported, Common::GetMessageRow(kRowNotSupported));
+}
+
+// Passes every read through to the reply's deserializer and keeps the first value read as
+// "result" directly inside the reply element: that is the outcome of the call, which
+// ReadReply reads but does not hand out.
+class ResultCapture final : public Serialization::Deserializer {
+public:
+    explicit ResultCapture(Serialization::Deserializer& inner) : inner_(inner) {}
+
+    bool Captured() const { return captured_; }
+    const Common::Error& Result() const { return result_; }
+
+#define TL_FORWARD_READ(Type)                                                       \
+    Deserializer& Read(const Serialization::MetaInfo& meta, Type& value) override { \
+        inner_.Read(meta, value);                                                   \
+        return *this;                                                               \
+    }
+    TL_FORWARD_READ(Serialization::Blob)
+    TL_FORWARD_READ(std::vector<unsigned char>)
+    TL_FORWARD_READ(std::uint16_t)
+    TL_FORWARD_READ(std::int16_t)
+    TL_FORWARD_READ(std::string)
+    TL_FORWARD_READ(std::int64_t)
+    TL_FORWARD_READ(std::int32_t)
+    TL_FORWARD_READ(std::uint64_t)
+    TL_FORWARD_READ(double)
+    TL_FORWARD_READ(std::uint32_t)
+    TL_FORWARD_READ(std::u16string)
+    TL_FORWARD_READ(Common::Guid)
+    TL_FORWARD_READ(std::uint8_t)
+    TL_FORWARD_READ(bool)
+#undef TL_FORWARD_READ
+
+    Deserializer& Read(const Serialization::MetaInfo& meta, Common::Error& value) override {
+        inner_.Read(meta, value);
+        if (!captured_ && depth_ == 1 && meta.Name == "result") {
+            result_ = value;
+            captured_ = true;
+        }
+        return *this;
+    }
+
+    Serialization::MetaInfo NextMetaInfo() override {
+        return inner_.NextMetaInfo();
+    }
+    void BeginReadMetaInfo(const Serialization::MetaInfo& meta) override {
+        inner_.BeginReadMetaInfo(meta);
+        ++depth_;
+    }
+    void FinishReadMetaInfo(const Serialization::MetaInfo& meta) override {
+        --depth_;
+        inner_.FinishReadMetaInfo(meta);
+    }
+    std::uint64_t GetSubjectVersion() override {
+        return inner_.GetSubjectVersion();
+    }
+    void* QueryType(const char* typeName) override {
+        return inner_.QueryType(typeName);
+    }
+
+private:
+    Serialization::Deserializer& inner_;
+    Common::Error result_;
+    int depth_ = 0;
+    bool captured_ = false;
+};
+
+}  // namespace
+
+// The dispatchers in force, sorted by component ID.
+struct LoopbackChannel::Table {
+    std::vector<std::pair<std::uint32_t, const ServiceDispatcher*>> Entries;
+
+    const ServiceDispatcher* Find(std::uint32_t componentId) const {
+        const auto at =
+            std::lower_bound(Entries.begin(), Entries.end(), componentId,
+                             [](const auto& entry, std::uint32_t id) { return entry.first < id; });
+        return at != Entries.end() && at->first == componentId ? at->second : nullptr;
+    }
+};
+
+LoopbackChannel::LoopbackChannel() : LoopbackChannel(PacketObserver()) {}
+
+LoopbackChannel::LoopbackChannel(PacketObserver observer) : observer_(std::move(observer)) {
+    tables_.push_back(std::make_unique<const Table>());
+    table_.store(tables_.back().get(), std::memory_order_release);
+}
+
+// The job of one call through the loopback.
+class LoopbackChannel::Job final : public RequestJob {
+public:
+    Job(std::unique_ptr<Request> request, const ServiceDispatcher* dispatcher,
+        const PacketObserver& observer)
+        : request_(std::move(request)), dispatcher_(dispatcher), observer_(observer) {}
+
+    Common::Error Run(JobManagement::JobHandler*) override {
+        if (dispatcher_ == nullptr) {
+            return Detail::UnknownComponentError(request_->GetComponentID());
+        }
+        try {
+            return Serve();
+        } catch (const Common::Error& error) {
+            return error;
+        }
+    }
+
+    // A loopback call is served on the caller's thread; there is no background form of it.
+    Common::Error Start(JobManagement::JobHandler*) override {
+        return NotSupported(TL_ORIGIN("Binding::LoopbackChannel::Job::Start"));
+    }
+    Common::Error Stop() override {
+        return NotSupported(TL_ORIGIN("Binding::LoopbackChannel::Job::Stop"));
+    }
+
+private:
+    Common::Error Serve() {
+        const auto category = static_cast<std::uint32_t>(request_->GetCategory());
+        std::vector<unsigned char> requestBytes;
+        std::vector<unsigned char> replyBytes;
+        {
+            // An observer is shown the request's packet, so it is written here, in the form
+            // CreateDeserializer gives it.
+            std::unique_ptr<Serialization::Deserializer> requestReader;
+            if (observer_) {
+                Serialization::XMLPacketSerializer requestWriter(kPacketFormatRevision, category);
+                request_->WriteRequest(requestWriter);
+                requestWriter.Finish(requestBytes);
+                requestReader = std::make_unique<Serialization::XMLPacketDeserializer>(
+                    requestBytes.data(), requestBytes.size(), kRootSubjectVersion);
+            } else {
+                requestReader = request_->CreateDeserializer(kRootSubjectVersion);
+            }
+            Serialization::XMLPacketSerializer replyWriter(kPacketFormatRevision, category);
+            dispatcher_->Serve(request_->GetMethodNumber(), request_->GetInterfaceVersion(),
+                               *requestReader, replyWriter);
+            replyWriter.Finish(replyBytes);
+        }
+        if (observer_) {
+            observer_(*request_, requestBytes, replyBytes);
+        }
+        Serialization::XMLPacketDeserializer replyReader(replyBytes.data(), replyBytes.size(),
+                                                         kRootSubjectVersion);
+        ResultCapture capture(replyReader);
+        request_->ReadReply(capture);
+        return capture.Result();
+    }
+
+    std::unique_ptr<Request> request_;
+    const ServiceDispatcher* dispatcher_;
+    const PacketObserver& observer_;
+};
+
+LoopbackChannel::~LoopbackChannel() = default;
+
+void LoopbackChannel::Register(std::unique_ptr<ServiceDispatcher> dispatcher) {
+    if (dispatcher == nullptr) {
+        return;
+    }
+    const std::uint32_t id = dispatcher->GetComponentID();
+    const std::lock_guard<std::mutex> lock(registerLock_);
+    auto next = std::make_unique<Table>(*table_.load(std::memory_order_relaxed));
+    const auto at =
+        std::lower_bound(next->Entries.begin(), next->Entries.end(), id,
+                         [](const auto& entry, std::uint32_t key) { return entry.first < key; });
+    if (at != next->Entries.end() && at->first == id) {
+        at->second = dispatcher.get();
+    } else {
+        next->Entries.insert(at, {id, dispatcher.get()});
+    }
+    dispatchers_.push_back(std::move(dispatcher));
+    tables_.push_back(std::move(next));
+    table_.store(tables_.back().get(), std::memory_order_release);
+}
+
+const ServiceDispatcher* LoopbackChannel::Find(std::uint32_t componentId) const {
+    return table_.load(std::memory_order_acquire)->Find(componentId);
+}
+
+Common::Error LoopbackChannel::Send(std::unique_ptr<Request> request,
+                                    std::unique_ptr<RequestJob>& job) {
+    // An unknown component is answered by the job, as a service would answer it.
+    const ServiceDispatcher* dispatcher = Find(request->GetComponentID());
+    job = std::make_unique<Job>(std::move(request), dispatcher, observer_);
+    return Common::ErrorSuccess;
+}
+
+}  // namespace Binding

@@ -1,0 +1,77 @@
+#include <tessel_link/binding/service_dispatcher.h>
+
+#include <algorithm>
+#include <string>
+
+#include <tessel_link/common/messages.h>
+#include <tessel_link/serialize/scope_guards.h>
+
+#include "binding/dispatch_errors.h"
+
+namespace Binding {
+
+namespace Detail {
+
+const Serialization::MetaInfo& ResultMeta() {
+    static const Serialization::MetaInfo meta("result");
+    return meta;
+}
+
+}  // namespace Detail
+
+ServiceDispatcher::~ServiceDispatcher() = default;
+
+TableDispatcher::TableDispatcher(std::uint32_t componentId, std::string interfaceName,
+                                 std::uint64_t interfaceVersion, void* implementation,
+                                 std::initializer_list<ServiceMethod> methods)
+    : componentId_(componentId),
+      interfaceName_(std::move(interfaceName)),
+      interfaceVersion_(interfaceVersion),
+      implementation_(implementation) {
+    std::uint32_t highest = 0;
+    for (const ServiceMethod& method : methods) {
+        highest = std::max(highest, method.Number);
+    }
+    rows_.resize(highest);
+    for (const ServiceMethod& method : methods) {
+        if (method.Number == 0) {
+            continue;
+        }
+        Row& row = rows_[method.Number - 1];
+        row.Method.Number = method.Number;
+        row.Method.IntroducedVersion = method.IntroducedVersion;
+        row.Method.Name = method.Name;
+        const std::string suffix = "_" + interfaceName_ + "_" + method.Name;
+        row.Method.RequestElement = Serialization::MetaInfo("request" + suffix);
+        row.Method.ReplyElement = Serialization::MetaInfo("reply" + suffix);
+        for (const ServiceParameter& parameter : method.Parameters) {
+            row.Method.ArgumentMeta.emplace_back(parameter.Name);
+            row.Method.ArgumentKinds.push_back(parameter.Kind);
+        }
+        row.ServeRow = method.Serve;
+        row.Invoke = method.Invoke;
+    }
+}
+
+TableDispatcher::~TableDispatcher() = default;
+
+std::uint32_t TableDispatcher::GetComponentID() const {
+    return componentId_;
+}
+
+void TableDispatcher::Serve(std::uint32_t methodNumber, std::uint64_t interfaceVersion,
+                            Serialization::Deserializer& request,
+                            Serialization::Serializer& reply) const {
+    if (methodNumber == 0 || methodNumber > rows_.size() ||
+        rows_[methodNumber - 1].ServeRow == nullptr) {
+        throw Detail::UnknownMethodError(componentId_, methodNumber);
+    }
+    const Row& row = rows_[methodNumber - 1];
+    // A caller of an older interface cannot mean a method that came later under this number.
+    if (interfaceVersion < row.Method.IntroducedVersion) {
+        throw Detail::VersionNotSupportedError(componentId_, methodNumber, interfaceVersion);
+    }
+    row.ServeRow(row.Method, row.Invoke, implementation_, request, reply);
+}
+
+}  // namespace Binding
