@@ -1,6 +1,7 @@
 #include <tessel_link/facade/entry_points.h>
 
 #include "facade/component_proxy_factory.h"
+#include "facade/xidl_type_table.h"
 
 namespace ComponentManagement {
 Component::~Component() = default;
@@ -27,7 +28,12 @@ std::uint32_t CreateProxy(std::uint32_t componentId, const Core::ChannelPointer*
     return Core::ProxyCreated;
 }
 
-void CheckInXIDLTypes(Core::XidlTypeRegistrar* /*registrar*/) {
-    // No XIDL type has a POR adapter in this build, so there is nothing to check in.
+void CheckInXIDLTypes(Core::XidlTypeRegistrar* registrar) {
+    // The name lives only for the call: a registrar that keeps it copies it. What the
+    // registrar throws ends the check-in there.
+    for (std::size_t i = 0; i < Core::Detail::kXidlTypeCount; ++i) {
+        const std::string name(Core::Detail::kXidlTypes[i].name);
+        registrar->RegisterType(name, Core::Detail::kXidlTypes[i].creator);
+    }
 }
 }

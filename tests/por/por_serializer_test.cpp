@@ -401,6 +401,29 @@ TEST(UnitMember, APorAwareEndTakesTheUnitWhole) {
     EXPECT_EQ(shelf.opened, std::vector<std::string>{"arg"});
 }
 
+// The codecs of containers reach the unit overloads, also through qualified calls made in
+// templates (as request arguments make them).
+template <class Value>
+void WriteArgument(Serialization::Serializer& s, const char* name, const Value& value) {
+    Serialization::WriteMember(s, MetaInfo(name), value);
+}
+
+TEST(UnitMember, SequencesOfUnitsTravelElementByElement) {
+    std::vector<std::shared_ptr<const Por::View::Unit>> snapshot;
+    snapshot.emplace_back(Comp("a", Dword(1)).release());
+    snapshot.emplace_back();
+    Serialization::XMLPacketSerializer s(2, 0);
+    WriteArgument(s, "snapshot", snapshot);
+    const std::string packet = packet_test::Finish(s);
+    Serialization::XMLPacketDeserializer d(packet.data(), packet.size(), 0);
+    std::vector<std::shared_ptr<const Por::View::Unit>> read;
+    Serialization::ReadMember(d, MetaInfo("snapshot"), read);
+    ASSERT_EQ(read.size(), 2u);
+    ASSERT_NE(read[0], nullptr);
+    EXPECT_TRUE(Por::Util::UnitEqual(*read[0], *snapshot[0]));
+    EXPECT_EQ(read[1], nullptr);
+}
+
 TEST(UnitMember, ACorruptValueIsTheCorruptionError) {
     Serialization::XMLPacketSerializer s(2, 0);
     {

@@ -19,6 +19,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from xidl_parser import DefinitionError, parse_file  # noqa: E402
 from xidl_model import Enum, Extern, Model, Polymorphic, Record  # noqa: E402
 import xidl_cpp  # noqa: E402
+import xidl_por  # noqa: E402
 
 
 def read_order(path):
@@ -33,7 +34,7 @@ def read_order(path):
 
 
 def outputs(model):
-    result = ["tessel_link/xidl/records.h", "xidl/catalogue.cpp"]
+    result = ["tessel_link/xidl/records.h", "xidl/catalogue.cpp", xidl_por.OUTPUT]
     for m in model.modules:
         result.append("xidl/%s.cpp" % m.stem)
         if m.hierarchies():
@@ -104,6 +105,7 @@ def main():
         parser.error("--out is needed to write files")
     write_if_changed(os.path.join(args.out, "tessel_link/xidl/records.h"), xidl_cpp.header(model))
     write_if_changed(os.path.join(args.out, "xidl/catalogue.cpp"), xidl_cpp.catalogue_unit(model))
+    write_if_changed(os.path.join(args.out, xidl_por.OUTPUT), xidl_por.types_unit(model))
     for m in model.modules:
         write_if_changed(os.path.join(args.out, "xidl/%s.cpp" % m.stem), xidl_cpp.module_unit(model, m))
         if m.hierarchies():

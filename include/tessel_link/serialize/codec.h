@@ -38,6 +38,9 @@
 #include <tessel_link/serialize/polymorph.h>
 #include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
+// Unit trees as members and arguments: declared before the templates below so that
+// qualified calls of WriteMember/ReadMember find them too.
+#include <tessel_link/serialize/unit_member.h>
 
 namespace Serialization {
 

@@ -1,0 +1,239 @@
+// The binary unit form and records as trees: writing and reading back the blob of a
+// 100,000-unit tree (MB/s), turning 10,000 slice records into trees (records/s) against
+// writing the same records into a packet, and the size of the binary form of those records
+// against their packet.
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <tessel_link/common/guid.h>
+#include <tessel_link/common/unicode.h>
+#include <tessel_link/por/binary_form.h>
+#include <tessel_link/por/compare.h>
+#include <tessel_link/por/in_memory_factory.h>
+#include <tessel_link/por/serialize/record_to_unit.h>
+#include <tessel_link/por/trait_names.h>
+#include <tessel_link/por/util.h>
+#include <tessel_link/serialize/codec.h>
+#include <tessel_link/serialize/xml_packet_serializer.h>
+#include <tessel_link/xidl/records.h>
+
+#include "ratio_reporter.h"
+
+namespace {
+
+using Por::UnitName;
+using Por::UnitPtr;
+namespace Construction = Por::Construction;
+
+Construction::InMemoryUnitFactory g_factory;
+
+// ---- the 100,000-unit tree ----
+
+constexpr int kTreeRecords = 9999;  // 10 units each, plus the root and its list: 100,000 units
+
+// A record as trees hold them: a versioned composite with scalars of several widths, a
+// string, a GUID and a small container.
+UnitPtr TreeRecord(int i) {
+    Construction::UnitFactory& f = g_factory;
+    UnitPtr record = f.CreateComposite();
+    Por::Util::AddTrait(*record, UnitName::Literal(Por::TraitNames::Version), f.CreateQword(7), f);
+    Por::Util::AddProperty(*record, UnitName::Literal("Id"), f.CreateQword(1000000ull + i), f);
+    Por::Util::AddProperty(*record, UnitName::Literal("Name"),
+                           f.CreateString(u"item " + Common::Utf8ToUtf16Lenient(std::to_string(i))), f);
+    Por::Util::AddProperty(*record, UnitName::Literal("Enabled"), f.CreateBoolean(i % 2 == 0), f);
+    Common::Guid id;
+    Common::Create(id);
+    Por::Util::AddProperty(*record, UnitName::Literal("Location"), f.CreateGuid(id), f);
+    UnitPtr sizes = f.CreateArray();
+    for (std::uint32_t k = 0; k < 3; ++k) {
+        Por::Util::AddArrayElement(*sizes, f.CreateDword(static_cast<std::uint32_t>(i) * 3 + k));
+    }
+    Por::Util::AddTrait(*sizes, UnitName::Literal(Por::TraitNames::IsContainer), f.CreateString(u"vector"), f);
+    Por::Util::AddProperty(*record, UnitName::Literal("Sizes"), std::move(sizes), f);
+    return record;
+}
+
+const Construction::Unit& Tree() {
+    static const UnitPtr tree = [] {
+        UnitPtr list = g_factory.CreateArray();
+        for (int i = 0; i < kTreeRecords; ++i) {
+            Por::Util::AddArrayElement(*list, TreeRecord(i));
+        }
+        UnitPtr root = g_factory.CreateComposite();
+        Por::Util::AddProperty(*root, UnitName::Literal("Records"), std::move(list), g_factory);
+        return root;
+    }();
+    return *tree;
+}
+
+const std::vector<unsigned char>& TreeBlob() {
+    static const std::vector<unsigned char> blob = [] {
+        std::vector<unsigned char> bytes;
+        Por::Util::WriteBlob(Tree(), bytes);
+        return bytes;
+    }();
+    return blob;
+}
+
+void BM_WriteBlob(benchmark::State& state) {
+    std::vector<unsigned char> bytes;
+    for (auto _ : state) {
+        bytes.clear();
+        Por::Util::WriteBlob(Tree(), bytes);
+        benchmark::DoNotOptimize(bytes.data());
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes.size()));
+}
+
+void BM_ReadBlob(benchmark::State& state) {
+    const std::vector<unsigned char>& blob = TreeBlob();
+    UnitPtr last;
+    for (auto _ : state) {
+        last = Por::Util::ReadBlob(blob, g_factory);
+    }
+    if (!last || !Por::Util::UnitEqual(*last, Tree())) {
+        state.SkipWithError("the tree did not come back");
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * blob.size()));
+}
+
+// ---- 10,000 slice records ----
+
+constexpr std::size_t kSlices = 10000;
+
+const std::vector<ArchiveManagement::SliceInfo>& Slices() {
+    static const std::vector<ArchiveManagement::SliceInfo> slices = [] {
+        std::vector<ArchiveManagement::SliceInfo> list;
+        list.reserve(kSlices);
+        for (std::size_t i = 0; i < kSlices; ++i) {
+            const std::u16string n = Common::Utf8ToUtf16Lenient(std::to_string(i));
+            ArchiveManagement::SliceInfo s;
+            s.SliceUri = u"bsp://storage-01/vault/Archive-" + n + u"?slice=" + n;
+            s.Kind = static_cast<std::uint32_t>(i % 3);
+            s.CreationTime = 1700000000000ll + static_cast<std::int64_t>(i) * 3600;
+            s.Description = u"Nightly backup " + n;
+            s.Traits = 0x11;
+            s.Size = 1000003ull * i;
+            s.DeduplicatedSize = s.Size / 2;
+            s.DataSize = s.Size / 3;
+            s.OriginalDataSize = s.Size * 2;
+            s.PreviousSliceUri = i ? u"bsp://storage-01/vault/Archive-" + n : u"";
+            s.MetaInformation = {{u"Host", u"server-" + n}};
+            s.DataType = 1;
+            s.CompressedDataSize = s.Size / 4;
+            s.BackupSet = static_cast<std::uint32_t>(i % 7);
+            s.MediaIDs = {u"tape-" + n};
+            s.Applications = {{u"Mail"}, {u"Database"}};
+            s.ItemCounters = {static_cast<std::uint32_t>(i), 2, 3};
+            Common::Create(s.LocationID);
+            Common::Create(s.ArchiveID);
+            s.SliceOffset = i * 512;
+            list.push_back(std::move(s));
+        }
+        return list;
+    }();
+    return slices;
+}
+
+// Each record on its own through its adapter, as the creators use it.
+void BM_SlicesToUnits(benchmark::State& state) {
+    const auto& slices = Slices();
+    std::vector<UnitPtr> units(slices.size());
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < slices.size(); ++i) {
+            Por::Serialization::RecordToUnit(units[i], slices[i], g_factory);
+        }
+        benchmark::DoNotOptimize(units.data());
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * slices.size()));
+}
+
+// The peer: the same records, each written into a packet of its own.
+void BM_SlicesToPackets(benchmark::State& state) {
+    const auto& slices = Slices();
+    std::vector<unsigned char> bytes;
+    for (auto _ : state) {
+        for (const auto& slice : slices) {
+            Serialization::XMLPacketSerializer s(2, 0);
+            Serialization::WriteMember(s, Serialization::MetaInfo("Root"), slice);
+            s.Finish(bytes);
+            benchmark::DoNotOptimize(bytes.data());
+        }
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * slices.size()));
+}
+
+BENCHMARK(BM_WriteBlob)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadBlob)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SlicesToUnits)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SlicesToPackets)->Unit(benchmark::kMillisecond);
+
+// All slices as one member "Slices", once as a tree in its binary form and once as a packet.
+std::size_t SlicesBlobSize() {
+    UnitPtr tree;
+    {
+        Por::Serialization::PORSerializer s(g_factory, tree);
+        Serialization::WriteScope root(s, Serialization::MetaInfo("Root"));
+        Serialization::WriteMember(s, Serialization::MetaInfo("Slices"), Slices());
+    }
+    std::vector<unsigned char> bytes;
+    Por::Util::WriteBlob(*tree, bytes);
+    return bytes.size();
+}
+
+std::size_t SlicesPacketSize() {
+    Serialization::XMLPacketSerializer s(2, 0);
+    Serialization::WriteMember(s, Serialization::MetaInfo("Slices"), Slices());
+    std::vector<unsigned char> bytes;
+    s.Finish(bytes);
+    return bytes.size();
+}
+
+std::size_t CountUnits(const Por::View::Unit& unit) {
+    std::size_t count = 1;
+    auto trait = Por::MakeProcessor<const Por::View::Trait>(
+        [&](const Por::View::Trait& t) { count += CountUnits(t.GetUnit()); });
+    unit.GetTraits().ForEach(trait);
+    if (Por::Util::IsArray(unit)) {
+        auto each = Por::MakeProcessor<const Por::View::Unit>(
+            [&](const Por::View::Unit& u) { count += CountUnits(u); });
+        Por::Util::AsArray(unit).ForEach(each);
+    } else if (Por::Util::IsComposite(unit)) {
+        auto each = Por::MakeProcessor<const Por::View::Property>(
+            [&](const Por::View::Property& p) { count += CountUnits(p.GetUnit()); });
+        Por::Util::AsComposite(unit).ForEach(each);
+    }
+    return count;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    bench_support::RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+
+    std::printf("\ntree: %zu units (traits counted), binary form %zu bytes\n", CountUnits(Tree()),
+                TreeBlob().size());
+    const double read = reporter.Ratio("BM_ReadBlob", "BM_WriteBlob");
+    if (read > 0) {
+        std::printf("reading the blob / writing it = %.2f\n", read);
+    }
+    const double records = reporter.Ratio("BM_SlicesToPackets", "BM_SlicesToUnits");
+    if (records > 0) {
+        std::printf("%zu slices: packet writing time / tree making time = %.2f\n", kSlices, records);
+    }
+    const std::size_t blob = SlicesBlobSize();
+    const std::size_t packet = SlicesPacketSize();
+    std::printf("%zu slices as one member: binary form %zu bytes, packet %zu bytes, "
+                "binary / packet = %.2f\n",
+                kSlices, blob, packet, static_cast<double>(blob) / static_cast<double>(packet));
+    return 0;
+}

@@ -1,0 +1,15 @@
+# The blob that "por record TYPE --blob" writes must print, through "por dump", as the tree
+# that "por record TYPE" prints. Variables: TOOL, TYPE, WORK (a scratch file).
+execute_process(COMMAND ${TOOL} por record ${TYPE} --blob OUTPUT_FILE ${WORK} RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "por record --blob: status ${status}")
+endif()
+execute_process(COMMAND ${TOOL} por dump ${WORK} OUTPUT_VARIABLE dumped RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "por dump of the blob: status ${status}")
+endif()
+execute_process(COMMAND ${TOOL} por record ${TYPE} OUTPUT_VARIABLE printed RESULT_VARIABLE status)
+if(NOT status EQUAL 0 OR NOT dumped STREQUAL printed)
+    message(FATAL_ERROR "the blob dumps as:\n${dumped}\nthe record prints as:\n${printed}")
+endif()
+file(REMOVE ${WORK})
