@@ -1,5 +1,7 @@
 #include <tessel_link/common/guid.h>
 
+#include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -10,7 +12,62 @@ namespace Common {
 
 namespace {
 constexpr const char kGuidFormat[] = "%08X-%04hX-%04hX-%02hhX%02hhX-%02hhX%02hhX%02hhX%02hhX%02hhX%02hhX";
+
+// The value of each hex digit, -1 for every other byte.
+constexpr auto kHexDigits = [] {
+    std::array<std::int8_t, 256> table{};
+    for (int c = 0; c < 256; ++c) {
+        table[c] = c >= '0' && c <= '9' ? static_cast<std::int8_t>(c - '0')
+                   : c >= 'a' && c <= 'f' ? static_cast<std::int8_t>(c - 'a' + 10)
+                   : c >= 'A' && c <= 'F' ? static_cast<std::int8_t>(c - 'A' + 10)
+                                          : std::int8_t{-1};
+    }
+    return table;
+}();
+
+int HexDigit(char c) {
+    return kHexDigits[static_cast<unsigned char>(c)];
 }
+
+// The value of `count` hex digits at `text`; false where one is no hex digit.
+template <class T>
+bool HexField(const char* text, int count, T& value) {
+    std::uint32_t result = 0;
+    for (int i = 0; i < count; ++i) {
+        const int digit = HexDigit(text[i]);
+        if (digit < 0) {
+            return false;
+        }
+        result = (result << 4) | static_cast<std::uint32_t>(digit);
+    }
+    value = static_cast<T>(result);
+    return true;
+}
+
+// The form every writer produces, 8-4-4-4-12 hex digits, read without the scanf machinery:
+// packets carry many GUIDs. It gives what the scanf format gives for the same text; any
+// other text goes to the scanf format.
+bool ParseCanonical(const char* text, Guid& g) {
+    for (int dash : {8, 13, 18, 23}) {
+        if (text[dash] != '-') {
+            return false;
+        }
+    }
+    Guid parsed;
+    if (!HexField(text, 8, parsed.Data1) || !HexField(text + 9, 4, parsed.Data2) ||
+        !HexField(text + 14, 4, parsed.Data3)) {
+        return false;
+    }
+    static constexpr int kTail[8] = {19, 21, 24, 26, 28, 30, 32, 34};
+    for (int i = 0; i < 8; ++i) {
+        if (!HexField(text + kTail[i], 2, parsed.Data4[i])) {
+            return false;
+        }
+    }
+    g = parsed;
+    return true;
+}
+}  // namespace
 
 std::string ToString(const Guid& g) {
     char text[40];
@@ -24,6 +81,9 @@ bool FromString(const char* text, Guid& g) {
     if (text == nullptr) {
         TL_ASSERT(text != nullptr);
         return false;
+    }
+    if (std::memchr(text, '\0', 36) == nullptr && ParseCanonical(text, g)) {
+        return true;
     }
     unsigned data1 = 0;
     Guid parsed;

@@ -33,8 +33,14 @@ void Finish(Deserializer& end, const MetaInfo& meta) {
 
 template <class End>
 ElementScope<End>::ElementScope(End& end, const MetaInfo& meta)
-    : end_(end), meta_(meta), unwinding_(std::uncaught_exceptions()) {
-    Begin(end_, meta_);
+    : end_(end), meta_(&meta), unwinding_(std::uncaught_exceptions()) {
+    Begin(end_, *meta_);
+}
+
+template <class End>
+ElementScope<End>::ElementScope(End& end, MetaInfo&& meta)
+    : end_(end), owned_(std::move(meta)), meta_(&*owned_), unwinding_(std::uncaught_exceptions()) {
+    Begin(end_, *meta_);
 }
 
 template <class End>
@@ -42,19 +48,17 @@ ElementScope<End>::~ElementScope() noexcept(false) {
     if (dismissed_) {
         return;
     }
-    if (std::uncaught_exceptions() > unwinding_) {
-        try {
-            Finish(end_, meta_);
-        } catch (const Common::Error& error) {
-            Detail::LogFinishFailure(error);
-        } catch (...) {
-        }
-        return;
-    }
     try {
-        Finish(end_, meta_);
+        Finish(end_, *meta_);
     } catch (const Common::Error& error) {
         Detail::LogFinishFailure(error);
+    } catch (...) {
+        // Only asked when a close failed: the question costs a thread-local lookup, and
+        // every element of a packet is closed through a guard.
+        if (std::uncaught_exceptions() > unwinding_) {
+            return;
+        }
+        throw;
     }
 }
 

@@ -53,6 +53,17 @@ TEST(Guid, TextFormAndParsing) {
     EXPECT_FALSE(Common::FromString("{0123ABCD-0A0B-4C0D-8E0F-1011121314FF}", untouched));
     EXPECT_FALSE(Common::FromString("0123ABCD-0A0B-4C0D-8E0F-1011121314", untouched));
     EXPECT_TRUE(untouched.IsNull());
+    EXPECT_FALSE(Common::FromString("0123ABCD-0A0B-4C0D-8E0F-10111213G4FF", untouched));
+    EXPECT_TRUE(untouched.IsNull());
+    // What the usual form leaves aside reads as the general form reads it: blanks before
+    // it, text behind it, and fields with fewer digits.
+    for (const char* text : {" 0123ABCD-0A0B-4C0D-8E0F-1011121314FF", "0123ABCD-0A0B-4C0D-8E0F-1011121314FF}",
+                             "123ABCD-A0B-4C0D-8E0F-1011121314FF"}) {
+        parsed = Common::Guid();
+        EXPECT_TRUE(Common::FromString(text, parsed)) << text;
+        EXPECT_EQ(parsed.Data4[7], 0xff) << text;
+        EXPECT_EQ(parsed.Data1, g.Data1 & 0x0fffffff) << text;
+    }
 
     AssertionLog log;
     EXPECT_FALSE(Common::FromString(nullptr, untouched));

@@ -103,7 +103,7 @@ TEST_F(PacketReader, NumbersReadAsTheLibraryParsesThem) {
     auto& d = Open(
         "<u>12abc</u><u>junk</u><u> +7</u><u>-1</u><u>99999999999999999999</u>"
         "<s>-40000</s><s>-9999999999999999999</s><b>2</b><b></b><b>0x1</b>"
-        "<c>300</c>");
+        "<c>300</c><s>9223372036854775808</s><s>-9223372036854775807</s><u>9999999999999999999</u>");
     std::uint64_t u = 1;
     d.Read(MetaInfo("u"), u);
     EXPECT_EQ(u, 12u);
@@ -132,6 +132,13 @@ TEST_F(PacketReader, NumbersReadAsTheLibraryParsesThem) {
     std::uint8_t byte = 0;
     d.Read(MetaInfo("c"), byte);
     EXPECT_EQ(byte, 44u);
+    // At the edges of the widths: one above the signed range is clamped, the rest exact.
+    d.Read(MetaInfo("s"), s64);
+    EXPECT_EQ(s64, INT64_MAX);
+    d.Read(MetaInfo("s"), s64);
+    EXPECT_EQ(s64, -INT64_MAX);
+    d.Read(MetaInfo("u"), u);
+    EXPECT_EQ(u, 9999999999999999999u);
 }
 
 TEST_F(PacketReader, DoubleKeepsItsValueWithoutANumber) {

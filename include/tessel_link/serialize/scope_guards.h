@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <optional>
 
 #include <tessel_link/export.h>
 #include <tessel_link/serialize/deserializer.h>
@@ -19,21 +20,27 @@ TL_API void LogFinishFailure(const Common::Error& error);
 // close is logged at level 4 and dropped; any other exception propagates. While another
 // exception is unwinding, a failing close never masks it: its Common::Error is still
 // logged and anything else is dropped.
+//
+// A MetaInfo made for the guard (a temporary) is kept in the guard. A named one is only
+// referred to: it is declared before the guard and so outlives it, and codecs open every
+// element through a guard, so a copy of each name would cost more than the rest of the read.
 template <class End>
 class ElementScope {
 public:
     ElementScope(End& end, const MetaInfo& meta);
+    ElementScope(End& end, MetaInfo&& meta);
     ElementScope(const ElementScope&) = delete;
     ElementScope& operator=(const ElementScope&) = delete;
     ~ElementScope() noexcept(false);
 
     // The caller has closed the element by hand.
     void Dismiss() { dismissed_ = true; }
-    const MetaInfo& Meta() const { return meta_; }
+    const MetaInfo& Meta() const { return *meta_; }
 
 private:
     End& end_;
-    MetaInfo meta_;
+    std::optional<MetaInfo> owned_;
+    const MetaInfo* meta_;
     int unwinding_;
     bool dismissed_ = false;
 };
