@@ -142,8 +142,8 @@ public:
 private:
     Common::Error Serve() {
         const auto category = static_cast<std::uint32_t>(request_->GetCategory());
-        std::vector<unsigned char> requestBytes;
-        std::vector<unsigned char> replyBytes;
+        Serialization::Blob requestPacket;
+        Serialization::Blob replyPacket;
         {
             // An observer is shown the request's packet, so it is written here, in the form
             // CreateDeserializer gives it.
@@ -151,25 +151,30 @@ private:
             if (observer_) {
                 Serialization::XMLPacketSerializer requestWriter(kPacketFormatRevision, category);
                 request_->WriteRequest(requestWriter);
-                requestWriter.Finish(requestBytes);
+                requestPacket = requestWriter.Finish();
                 requestReader = std::make_unique<Serialization::XMLPacketDeserializer>(
-                    requestBytes.data(), requestBytes.size(), kRootSubjectVersion);
+                    requestPacket.Data(), requestPacket.Size(), kRootSubjectVersion);
             } else {
                 requestReader = request_->CreateDeserializer(kRootSubjectVersion);
             }
+            // The reply's block is taken over as it is, not copied.
             Serialization::XMLPacketSerializer replyWriter(kPacketFormatRevision, category);
             dispatcher_->Serve(request_->GetMethodNumber(), request_->GetInterfaceVersion(),
                                *requestReader, replyWriter);
-            replyWriter.Finish(replyBytes);
+            replyPacket = replyWriter.Finish();
         }
         if (observer_) {
-            observer_(*request_, requestBytes, replyBytes);
+            observer_(*request_, Bytes(requestPacket), Bytes(replyPacket));
         }
-        Serialization::XMLPacketDeserializer replyReader(replyBytes.data(), replyBytes.size(),
+        Serialization::XMLPacketDeserializer replyReader(replyPacket.Data(), replyPacket.Size(),
                                                          kRootSubjectVersion);
         ResultCapture capture(replyReader);
         request_->ReadReply(capture);
         return capture.Result();
+    }
+
+    static std::span<const unsigned char> Bytes(const Serialization::Blob& blob) {
+        return {blob.Data(), static_cast<std::size_t>(blob.Size())};
     }
 
     std::unique_ptr<Request> request_;
