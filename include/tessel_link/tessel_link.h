@@ -65,11 +65,11 @@
 #include <tessel_link/binding/service_dispatcher.h>
 #include <tessel_link/binding/service_method.h>
 
-// Facade: the entry points, components and their interfaces
-#include <tessel_link/facade/compatibility_manager.h>
+// Facade: the entry points, components and their interfaces (generated at build time)
+#include <tessel_link/components/components.h>
 #include <tessel_link/facade/component.h>
 #include <tessel_link/facade/entry_points.h>
-#include <tessel_link/facade/test_manager.h>
+#include <tessel_link/facade/event_interfaces.h>
 
 // POR, the value tree
 #include <tessel_link/por/assign.h>

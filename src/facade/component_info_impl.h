@@ -45,7 +45,7 @@ public:
     using Traits = ComponentTraits<ID>;
 
     std::uint32_t GetComponentID() const override { return ID; }
-    bool GetClassFlag() const override { return ClassFlagOf(ID); }
+    bool GetClassFlag() const override { return Traits::kClassFlag; }
 
     Common::Error GetMethodInfo(std::int32_t number, MethodInfo& info) const override {
         if (number < 1 || number > Traits::kMethodCount) {
@@ -59,13 +59,13 @@ public:
     std::uint32_t GetInterfaceVersion() const override { return Traits::kInterfaceVersion; }
     std::uint32_t GetRevision() const override { return 1; }
     std::uint32_t GetOptionFlag(std::uintptr_t, std::uintptr_t) const override {
-        return OptionFlagOf(ID);
+        return Traits::kOptionFlag;
     }
 
 private:
     static constexpr auto kMethods = [] {
         std::array<MethodInfo, static_cast<std::size_t>(Traits::kMethodCount)> table{};
-        table.fill(MethodInfoOf(ID));
+        table.fill(Traits::kMethodInfo);
         return table;
     }();
 };

@@ -12,11 +12,12 @@
 namespace Core {
 
 // The X_ProxyComponent of a component: its proxy, made a Component the host can hold and
-// query. The host finds the interface under `Interface*` and the proxy under `Proxy*`.
+// query. The host finds the interface under `Interface*` and the proxy under
+// `Registered*`: the generated X_Proxy, also where a hand-written class completes it.
 //
 // Destruction order: the name, then (with the proxy) the channel reference, then the
 // caster table, which is a virtual base.
-template <class Proxy, class Interface, std::uint32_t ID>
+template <class Proxy, class Interface, std::uint32_t ID, class Registered = Proxy>
 class ProxyComponent : public Proxy, public ComponentManagement::Component {
 public:
     using Traits = ComponentTraits<ID>;
@@ -24,7 +25,7 @@ public:
     explicit ProxyComponent(std::shared_ptr<Binding::RequestChannel> channel)
         : Proxy(std::move(channel)), name_(Traits::kInterfaceName) {
         RegisterInterface<Interface>(this);
-        RegisterInterface<Proxy>(this);
+        RegisterInterface<Registered>(this);
     }
 
     std::uint32_t GetComponentID() const override { return ID; }

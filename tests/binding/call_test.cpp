@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "facade/components/test_manager.h"
+#include "xidl/components/test_management_proxy.h"
 #include "fakes/scripted_channel.h"
 
 namespace {
@@ -27,7 +27,7 @@ TEST(ExecuteCall, SendFailureIsTheResultAndSkipsRun) {
     Fakes::ScriptedChannel channel;
     channel.SendResult = Failure(0xb90001);
     std::string result;
-    auto request = TestManagement::MakeRequest_GetData("h", 1, result);
+    auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
 
     const Common::Error error = Binding::ExecuteCall(channel, request);
     EXPECT_EQ(error.Code(), 0xb90001u);
@@ -40,7 +40,7 @@ TEST(ExecuteCall, RunsTheJobWithoutHandlerAndReturnsItsOutcome) {
     Fakes::ScriptedChannel channel;
     channel.RunResult = Failure(0xb90002);
     std::string result;
-    auto request = TestManagement::MakeRequest_GetData("h", 1, result);
+    auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
 
     EXPECT_EQ(Binding::ExecuteCall(channel, request).Code(), 0xb90002u);
     EXPECT_EQ(channel.Runs, 1);

@@ -4,7 +4,7 @@
 #include <tessel_link/binding/service_method.h>
 #include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/facade/entry_points.h>
-#include <tessel_link/facade/test_manager.h>
+#include <tessel_link/components/test_management.h>
 #include <tessel_link/serialize/credentials.h>
 #include <tessel_link/serialize/errors.h>
 #include <tessel_link/serialize/obscurer.h>
@@ -16,7 +16,7 @@
 
 #include <gtest/gtest.h>
 
-#include "facade/components/test_manager.h"
+#include "xidl/components/test_management_proxy.h"
 
 namespace {
 
@@ -400,7 +400,7 @@ TEST(LoopbackChannel, ReplacedDispatcherServesNewCallsAndStartIsRefused) {
     channel.Register(nullptr);
 
     std::string result;
-    auto request = TestManagement::MakeRequest_GetData("h", 1, result);
+    auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
     std::unique_ptr<Binding::RequestJob> job;
     ASSERT_EQ(channel.Send(std::move(request), job).Code(), 0u);
     EXPECT_EQ(job->Start(nullptr).Code(), 0x4000eu);

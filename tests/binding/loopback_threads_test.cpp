@@ -1,7 +1,7 @@
 #include <tessel_link/binding/loopback_channel.h>
 #include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/facade/entry_points.h>
-#include <tessel_link/facade/test_manager.h>
+#include <tessel_link/components/test_management.h>
 
 #include <atomic>
 #include <memory>

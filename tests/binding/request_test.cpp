@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "facade/components/test_manager.h"
+#include "xidl/components/test_management_proxy.h"
 #include "fakes/recording_ends.h"
 
 namespace {
@@ -76,14 +76,14 @@ struct KindsCall {
 
 TEST(RequestWrite, ElementNamesTheInterfaceAndMethodAndHoldsTheSentArguments) {
     std::string result = "untouched";
-    const auto request = TestManagement::MakeRequest_GetData("host-1", 4096, result);
+    const auto request = TestManagement::MakeRequest_TestManager_GetData("host-1", 4096, result);
     const Node element = Written(*request);
     EXPECT_EQ(element.Name, "request_TestManager_GetData");
     EXPECT_EQ(element.ChildNames(), (std::vector<std::string>{"hostname", "size"}));
     EXPECT_EQ(*element.ValueOf<std::string>("hostname"), "host-1");
     EXPECT_EQ(*element.ValueOf<std::uint32_t>("size"), 4096u);
 
-    const Node empty = Written(*TestManagement::MakeRequest_Test());
+    const Node empty = Written(*TestManagement::MakeRequest_TestManager_Test());
     EXPECT_EQ(empty.Name, "request_TestManager_Test");
     EXPECT_TRUE(empty.Children.empty());
 }
@@ -99,7 +99,7 @@ TEST(RequestWrite, KindDecidesWhatIsSent) {
 TEST(RequestWrite, ArgumentsAreCopiedWhenTheRequestIsBuilt) {
     std::string host = "first";
     std::string result;
-    const auto request = TestManagement::MakeRequest_GetData(host, 1, result);
+    const auto request = TestManagement::MakeRequest_TestManager_GetData(host, 1, result);
     host = "second";
     EXPECT_EQ(*Written(*request).ValueOf<std::string>("hostname"), "first");
     EXPECT_EQ(*Written(*request).ValueOf<std::string>("hostname"), "first");
@@ -214,7 +214,7 @@ TEST(RequestRead, MissingReplyElementOrResultIsThrown) {
 
 TEST(RequestRead, MapOutArgumentRoundTrips) {
     std::map<std::string, std::u16string> resume{{"a", u"1"}};
-    const auto request = TestManagement::MakeRequest_ResumeCancel(resume);
+    const auto request = TestManagement::MakeRequest_TestManager_ResumeCancel(resume);
 
     Node written = Written(*request);
     ASSERT_NE(written.Child("resume"), nullptr);
@@ -233,7 +233,7 @@ TEST(RequestRead, MapOutArgumentRoundTrips) {
 
 TEST(RequestIdentity, DescriptorPropertiesAndCaster) {
     std::string result;
-    const auto request = TestManagement::MakeRequest_GetData("h", 1, result);
+    const auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
     EXPECT_EQ(request->GetComponentID(), 188u);
     EXPECT_EQ(request->GetMethodNumber(), 3u);
     EXPECT_EQ(request->GetInterfaceVersion(), 1u);

@@ -1,14 +1,14 @@
-#include <tessel_link/facade/compatibility_manager.h>
+#include <tessel_link/components/compatibility_management.h>
+#include <tessel_link/components/test_management.h>
 #include <tessel_link/facade/entry_points.h>
-#include <tessel_link/facade/test_manager.h>
 
 #include <memory>
 
 #include <gtest/gtest.h>
 
 #include "facade/component_info_registry.h"
-#include "facade/components/compatibility_manager.h"
-#include "facade/components/test_manager.h"
+#include "xidl/components/compatibility_management_proxy.h"
+#include "xidl/components/test_management_proxy.h"
 #include "fakes/scripted_channel.h"
 
 namespace {

@@ -137,6 +137,7 @@ class Record(Named):
     def __init__(self, module, decl):
         super().__init__(module, decl)
         self.abstract = decl.abstract
+        self.local = decl.local
         self.explicit_version = decl.version
         self.base = None          # Record or Polymorphic
         self.members = []         # own members, in wire order
@@ -154,7 +155,7 @@ class Record(Named):
 
     @property
     def checked_in(self):
-        return not self.abstract
+        return not self.abstract and not self.local
 
     def record_bases(self):
         """The chain of record bases, outermost first (a hierarchy's root not included)."""

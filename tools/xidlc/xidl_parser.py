@@ -85,9 +85,10 @@ class Override:
 
 
 class RecordDecl:
-    def __init__(self, name, base, abstract, version, members, overrides, where):
+    def __init__(self, name, base, abstract, version, members, overrides, where, local=False):
         self.name, self.base, self.abstract, self.version = name, base, abstract, version
         self.members, self.overrides, self.where = members, overrides, where
+        self.local = local
 
 
 class EnumDecl:
@@ -208,10 +209,12 @@ class Parser:
         base = None
         if self.accept(":"):
             base = self.take("name").text
-        abstract, version = False, None
+        abstract, version, local = False, None, False
         while True:
             if self.accept("abstract"):
                 abstract = True
+            elif self.accept("local"):
+                local = True
             elif self.accept("version"):
                 version = self.number()
             else:
@@ -229,7 +232,7 @@ class Parser:
             traits = self.traits()
             default = self.value() if self.accept("=") else None
             members.append(Member(tok.text, type_expr, chosen, traits, default, tok.where))
-        return RecordDecl(name, base, abstract, version, members, overrides, start.where)
+        return RecordDecl(name, base, abstract, version, members, overrides, start.where, local)
 
     def enum(self):
         start = self.take()

@@ -1,0 +1,88 @@
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <tessel_link/binding/request.h>
+#include <tessel_link/common/error.h>
+#include <tessel_link/serialize/xml_packet_serializer.h>
+
+#include "command.h"
+#include "facade/component_catalogue.h"
+
+namespace tessel_cli {
+namespace {
+
+// The packet format of requests that the library writes for itself.
+constexpr std::uint32_t kRequestFormatRevision = 2;
+
+bool ParseNumber(const std::string& text, std::uint32_t& value) {
+    if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) {
+        return false;
+    }
+    const unsigned long long parsed = std::strtoull(text.c_str(), nullptr, 10);
+    if (parsed > 0xffffffffull) {
+        return false;
+    }
+    value = static_cast<std::uint32_t>(parsed);
+    return true;
+}
+
+const Core::Catalogue::Method* FindMethod(const Core::Catalogue::Component& component,
+                                          const std::string& nameOrNumber) {
+    std::uint32_t number = 0;
+    if (ParseNumber(nameOrNumber, number)) {
+        return component.FindMethod(number);
+    }
+    for (const Core::Catalogue::Method& method : component.Methods()) {
+        if (nameOrNumber == method.Name) {
+            return &method;
+        }
+    }
+    return nullptr;
+}
+
+// Writes the request as a request writes its own packet for an in-process service.
+void WritePacket(Binding::Request& request, void* context) {
+    Serialization::XMLPacketSerializer serializer(kRequestFormatRevision,
+                                                  static_cast<std::uint32_t>(request.GetCategory()));
+    request.WriteRequest(serializer);
+    serializer.Finish(*static_cast<std::vector<unsigned char>*>(context));
+}
+
+int Run(const Arguments& args) {
+    if (args.positional.size() != 2) {
+        return UsageError("request takes a component ID and a method");
+    }
+    std::uint32_t id = 0;
+    if (!ParseNumber(args.positional[0], id)) {
+        return UsageError("the component ID is a number: " + args.positional[0]);
+    }
+    const Core::Catalogue::Component* component = Core::Catalogue::FindComponent(id);
+    if (component == nullptr) {
+        return Fail("no component has the ID " + args.positional[0]);
+    }
+    const Core::Catalogue::Method* method = FindMethod(*component, args.positional[1]);
+    if (method == nullptr) {
+        return Fail(std::string(component->Interface) + " has no method " + args.positional[1]);
+    }
+    std::vector<unsigned char> packet;
+    try {
+        method->VisitDefaultRequest(&WritePacket, &packet);
+    } catch (const Common::Error& error) {
+        return Fail("writing the request failed with error " + std::to_string(error.Code()));
+    }
+    std::fwrite(packet.data(), 1, packet.size(), stdout);
+    std::printf("\n");
+    return 0;
+}
+
+const CommandRegistration kRequest(
+    {"request", "ID METHOD",
+     "Print the request packet of a call with default-constructed arguments.",
+     "ID is a component ID such as 161; METHOD is a method's name or number. The packet is the\n"
+     "one the request writes for a service in the same process: what CreateDeserializer reads.",
+     Run});
+
+}  // namespace
+}  // namespace tessel_cli

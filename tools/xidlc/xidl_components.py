@@ -1,0 +1,794 @@
+#!/usr/bin/env python3
+"""xidl_components: reads the component definitions and writes the generated C++ of every
+remote component: interfaces, proxies, request makers, component information, the factory
+table, the catalogue of methods and the service-side dispatchers.
+
+    xidl_components.py --order xidl/modules.txt --components xidl/components --out DIR
+    xidl_components.py --order xidl/modules.txt --components xidl/components --list-outputs
+    xidl_components.py --order xidl/modules.txt --components xidl/components --json
+
+The record definitions (the order file) are read first, so that parameter types resolve
+against them. See xidl/README.md for the syntax of a component.
+"""
+
+import argparse
+import glob
+import json
+import os
+import re
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+from xidl_parser import DefinitionError, Where, parse_file  # noqa: E402
+from xidl_model import Model  # noqa: E402
+import xidlc  # noqa: E402
+
+BANNER = "// Generated from the component definitions by tools/xidlc; edit the definitions instead."
+
+# How many units each kind of generated code is spread over: enough for two cores to share
+# the work, few enough that the header of all records is not parsed over and over.
+PROXY_UNITS = 4
+SIGNATURE_UNITS = 4
+SERVICE_UNITS = 4
+
+
+# --- reading ----------------------------------------------------------------------------------
+
+TOKEN = re.compile(r"""
+    (?P<space>[ \t\r]+) |
+    (?P<newline>\n) |
+    (?P<comment>\#[^\n]*) |
+    (?P<number>[0-9]+) |
+    (?P<name>[A-Za-z_][A-Za-z0-9_]*(?:::[A-Za-z_][A-Za-z0-9_]*)*) |
+    (?P<punct>[:{}<>,&()])
+""", re.VERBOSE)
+
+
+class Token:
+    def __init__(self, kind, text, where, start, end):
+        self.kind, self.text, self.where, self.start, self.end = kind, text, where, start, end
+
+
+def tokenize(path, text):
+    tokens, pos, line = [], 0, 1
+    while pos < len(text):
+        m = TOKEN.match(text, pos)
+        if not m:
+            raise DefinitionError("%s:%d: unexpected character %r" % (path, line, text[pos]))
+        kind = m.lastgroup
+        if kind == "newline":
+            line += 1
+        elif kind not in ("space", "comment"):
+            tokens.append(Token(kind, m.group(kind), Where(path, line), m.start(), m.end()))
+        pos = m.end()
+    tokens.append(Token("end", "", Where(path, line), len(text), len(text)))
+    return tokens
+
+
+class Spelled:
+    """A parameter type as the interface declares it: a name with template arguments, const,
+    and whether it is a non-constant reference."""
+
+    def __init__(self, name, args, const, where):
+        self.name, self.args, self.const, self.where = name, args, const, where
+
+
+MARKS = {"in": 1, "out": 2, "obscured": 4}
+BASE_FORMS = ("caster", "noncopyable")
+
+
+class ParamDecl:
+    def __init__(self, name, spelled, text, reference, kind, where):
+        self.name, self.spelled, self.text = name, spelled, text
+        self.reference, self.kind, self.where = reference, kind, where
+
+
+class MethodDecl:
+    def __init__(self, number, name, since, params, where):
+        self.number, self.name, self.since, self.params, self.where = number, name, since, params, where
+
+
+class ComponentDecl:
+    def __init__(self, where):
+        self.where = where
+        self.name = None
+        self.id = self.version = None
+        self.base = None          # None, "caster" or "noncopyable"
+        self.bases = []           # interfaces the component's interface derives from
+        self.class_flag = self.option_flag = False
+        self.info = (0, 2)
+        self.methods = []
+
+
+class ComponentFile:
+    def __init__(self, path, namespace, components):
+        self.path, self.namespace, self.components = path, namespace, components
+
+    @property
+    def stem(self):
+        return os.path.splitext(os.path.basename(self.path))[0]
+
+
+class Parser:
+    def __init__(self, path, text):
+        self.path, self.text = path, text
+        self.tokens = tokenize(path, text)
+        self.i = 0
+
+    def peek(self):
+        return self.tokens[self.i]
+
+    def take(self, kind=None, text=None):
+        tok = self.peek()
+        if (kind and tok.kind != kind) or (text is not None and tok.text != text):
+            want = text if text is not None else kind
+            raise DefinitionError("%s: expected %s, found %r" % (tok.where, want, tok.text or "end of file"))
+        self.i += 1
+        return tok
+
+    def accept(self, text):
+        if self.peek().text == text and self.peek().kind in ("name", "punct"):
+            self.i += 1
+            return True
+        return False
+
+    def number(self):
+        return int(self.take("number").text)
+
+    def parse(self):
+        self.take("name", "module")
+        namespace = self.take("name").text
+        components = []
+        while self.peek().kind != "end":
+            components.append(self.component())
+        return ComponentFile(self.path, namespace, components)
+
+    def component(self):
+        start = self.take("name", "component")
+        c = ComponentDecl(start.where)
+        c.name = self.take("name").text
+        while not self.accept("{"):
+            word = self.take("name")
+            if word.text == "id":
+                c.id = self.number()
+            elif word.text == "version":
+                c.version = self.number()
+            elif word.text == "base":
+                form = self.take("name")
+                if form.text not in BASE_FORMS:
+                    raise DefinitionError("%s: base is one of %s" % (form.where, ", ".join(BASE_FORMS)))
+                c.base = form.text
+            elif word.text == "bases":
+                c.bases.append(self.take("name").text)
+                while self.accept(","):
+                    c.bases.append(self.take("name").text)
+            elif word.text == "flag":
+                flag = self.take("name")
+                if flag.text == "class":
+                    c.class_flag = True
+                elif flag.text == "option":
+                    c.option_flag = True
+                else:
+                    raise DefinitionError("%s: a flag is class or option" % flag.where)
+            elif word.text == "info":
+                c.info = (self.number(), self.number())
+            else:
+                raise DefinitionError("%s: unexpected %r in component %s" % (word.where, word.text, c.name))
+        if c.id is None or c.version is None:
+            raise DefinitionError("%s: component %s needs an id and a version" % (start.where, c.name))
+        if c.base and c.bases:
+            raise DefinitionError("%s: component %s has both base and bases" % (start.where, c.name))
+        while not self.accept("}"):
+            c.methods.append(self.method())
+        return c
+
+    def method(self):
+        tok = self.peek()
+        number = self.number()
+        name = self.take("name").text
+        self.take("punct", "(")
+        params = []
+        if not self.accept(")"):
+            params.append(self.param())
+            while self.accept(","):
+                params.append(self.param())
+            self.take("punct", ")")
+        since = 1
+        if self.accept("since"):
+            since = self.number()
+        return MethodDecl(number, name, since, params, tok.where)
+
+    def param(self):
+        tok = self.take("name")
+        self.take("punct", ":")
+        first = self.peek()
+        spelled = self.spelled()
+        reference = self.accept("&")
+        text = self.text[first.start:self.tokens[self.i - 1].end]
+        kind = 0
+        while self.peek().text in MARKS and self.peek().kind == "name":
+            kind |= MARKS[self.take().text]
+        return ParamDecl(tok.text, spelled, text, reference, kind, tok.where)
+
+    def spelled(self):
+        tok = self.take("name")
+        name = tok.text
+        if name == "unsigned":
+            # "unsigned long long(uint64)" and "unsigned short int"
+            words = []
+            while self.peek().text in ("long", "short", "int"):
+                words.append(self.take().text)
+            if words == ["long", "long"]:
+                if self.accept("("):
+                    self.take("name", "uint64")
+                    self.take("punct", ")")
+                name = "uint64"
+            elif words in (["short", "int"], ["short"]):
+                name = "ushort"
+            else:
+                raise DefinitionError("%s: unknown type unsigned %s" % (tok.where, " ".join(words)))
+        args = []
+        if self.accept("<"):
+            args.append(self.spelled())
+            while self.accept(","):
+                args.append(self.spelled())
+            self.take("punct", ">")
+        const = self.accept("const")
+        return Spelled(name, args, const, tok.where)
+
+
+def parse_component_file(path):
+    with open(path, encoding="utf-8") as f:
+        return Parser(path, f.read()).parse()
+
+
+# --- resolving --------------------------------------------------------------------------------
+
+class CppType:
+    """A parameter's C++ type without reference: its text, whether it is passed by value
+    when it is sent only, and whether it holds a POR unit."""
+
+    def __init__(self, text, by_value=False, unit=False, record=None):
+        self.text, self.by_value, self.unit, self.record = text, by_value, unit, record
+
+
+SCALARS = {
+    "wstring": CppType("std::u16string"),
+    "string": CppType("std::string"),
+    "Guid": CppType("::Common::Guid"),
+    "ulong": CppType("std::uint32_t", True),
+    "uint": CppType("std::uint32_t", True),
+    "uint64": CppType("std::uint64_t", True),
+    "ushort": CppType("std::uint16_t", True),
+    "bool": CppType("bool", True),
+}
+SEQUENCES = {"list": "std::list", "vector": "std::vector", "set": "std::set"}
+MAPS = {"map", "std::map"}
+
+
+def fail(where, message):
+    raise DefinitionError("%s: %s" % (where, message))
+
+
+class Resolver:
+    def __init__(self, model):
+        self.model = model
+        self.ordered = {}  # records that sets and map keys order: full name -> Record
+
+    def resolve(self, s, namespace, pointee=False):
+        if s.name in SCALARS and not s.args:
+            return SCALARS[s.name]
+        if s.name == "byte" and not s.args:
+            return CppType("unsigned char")
+        if s.name == "Por::View::Unit" and s.const and pointee:
+            return CppType("const ::Por::View::Unit", unit=True)
+        if s.name in SEQUENCES:
+            if len(s.args) != 1:
+                fail(s.where, "%s takes one argument" % s.name)
+            item = self.resolve(s.args[0], namespace)
+            if s.name == "set":
+                self.order(item)
+            return CppType("%s<%s>" % (SEQUENCES[s.name], item.text), unit=item.unit)
+        if s.name in MAPS:
+            # the comparator and allocator of a fully spelled std::map are the defaults
+            if len(s.args) not in (2, 4):
+                fail(s.where, "%s takes a key and a value" % s.name)
+            key, value = (self.resolve(a, namespace) for a in s.args[:2])
+            self.order(key)
+            return CppType("std::map<%s, %s>" % (key.text, value.text))
+        if s.name == "std::shared_ptr":
+            if len(s.args) != 1:
+                fail(s.where, "std::shared_ptr takes one argument")
+            target = self.resolve(s.args[0], namespace, pointee=True)
+            return CppType("std::shared_ptr<%s>" % target.text, unit=target.unit)
+        if s.name == "Core::Optional":
+            if len(s.args) != 1:
+                fail(s.where, "Core::Optional takes one argument")
+            return CppType("::Core::Optional<%s>" % self.resolve(s.args[0], namespace).text)
+        if s.args:
+            fail(s.where, "%s takes no arguments" % s.name)
+        decl = self.model.lookup(s.name, namespace, s.where)
+        kind = type(decl).__name__
+        if kind == "Polymorphic" and not pointee:
+            fail(s.where, "%s is held through std::shared_ptr" % decl.full_name)
+        if kind == "Record" and decl.abstract:
+            fail(s.where, "%s is abstract" % decl.full_name)
+        return CppType(decl.cpp_name, by_value=kind == "Enum", record=decl if kind == "Record" else None)
+
+    def order(self, key):
+        if key.record is not None:
+            self.ordered[key.record.full_name] = key.record
+
+
+class Param:
+    def __init__(self, decl, cpp):
+        self.name, self.text, self.kind = decl.name, decl.text, decl.kind
+        self.reference, self.cpp = decl.reference, cpp
+
+    @property
+    def declared(self):
+        """The C++ type of the parameter in the interface."""
+        if self.reference:
+            return self.cpp.text + "&"
+        if self.cpp.by_value:
+            return self.cpp.text
+        return "const %s&" % self.cpp.text
+
+    @property
+    def written(self):
+        return self.kind & 3 != 2
+
+    @property
+    def read_back(self):
+        return self.reference and (self.kind & 3) != 1
+
+
+class Method:
+    def __init__(self, component, decl, params):
+        self.component, self.number, self.name = component, decl.number, decl.name
+        self.since, self.params = decl.since, params
+        self.signature = tuple(p.declared for p in params)
+        self.signature_index = None
+
+    @property
+    def ident(self):
+        return "%s_%s" % (self.component.short_name, self.name)
+
+
+class Component:
+    def __init__(self, file, decl):
+        self.file, self.decl = file, decl
+        self.full_name = "%s::%s" % (file.namespace, decl.name)
+        self.namespace, _, self.short_name = self.full_name.rpartition("::")
+        self.id, self.version = decl.id, decl.version
+        self.base, self.bases = decl.base, decl.bases
+        self.class_flag, self.option_flag, self.info = decl.class_flag, decl.option_flag, decl.info
+        self.methods = []
+
+    @property
+    def extended(self):
+        """A component whose interface derives from interfaces of its own, and whose proxy
+        a hand-written X_ProxyImpl completes."""
+        return bool(self.bases)
+
+    @property
+    def created(self):
+        return self.short_name + ("_ProxyImplComponent" if self.extended else "_ProxyComponent")
+
+
+class Components:
+    def __init__(self, model, files):
+        self.model, self.files = model, files
+        self.components = []
+        resolver = Resolver(model)
+        ids = {}
+        for f in files:
+            f.resolved = []
+            for decl in f.components:
+                if decl.id in ids:
+                    fail(decl.where, "component id %d is given twice (first at %s)" % (decl.id, ids[decl.id].where))
+                ids[decl.id] = decl
+                c = Component(f, decl)
+                numbers, names = set(), set()
+                for m in decl.methods:
+                    if m.number in numbers:
+                        fail(m.where, "method number %d is given twice" % m.number)
+                    if m.name in names:
+                        fail(m.where, "method %s is declared twice" % m.name)
+                    numbers.add(m.number)
+                    names.add(m.name)
+                    seen = set()
+                    params = []
+                    for p in m.params:
+                        if p.name in seen:
+                            fail(p.where, "parameter %s is declared twice" % p.name)
+                        seen.add(p.name)
+                        cpp = resolver.resolve(p.spelled, c.namespace)
+                        if p.kind & 4 and cpp.text != "std::u16string":
+                            fail(p.where, "only a wstring can be obscured")
+                        params.append(Param(p, cpp))
+                    c.methods.append(Method(c, m, params))
+                if sorted(numbers) != list(range(1, len(numbers) + 1)):
+                    fail(decl.where, "the method numbers of %s run from 1 without gaps" % c.full_name)
+                f.resolved.append(c)
+                self.components.append(c)
+        self.ordered = [resolver.ordered[n] for n in sorted(resolver.ordered)]
+        self.components.sort(key=lambda c: c.id)
+        self.signatures = []
+        index = {}
+        for c in self.components:
+            for m in c.methods:
+                if m.signature not in index:
+                    index[m.signature] = len(self.signatures)
+                    self.signatures.append(m.signature)
+                m.signature_index = index[m.signature]
+
+    def uses_units(self):
+        return any(p.cpp.unit for c in self.components for m in c.methods for p in m.params)
+
+
+def read_all(order, components_dir):
+    model = Model([parse_file(p) for p in xidlc.read_order(order)])
+    files = [parse_component_file(p) for p in sorted(glob.glob(os.path.join(components_dir, "*.xidl")))]
+    return Components(model, files)
+
+
+# --- writing helpers ------------------------------------------------------------------------------
+
+def c_string(text):
+    return '"' + text.replace("\\", "\\\\").replace('"', '\\"') + '"'
+
+
+def split(items, count, weight):
+    """Spreads items over at most `count` groups of about equal weight, keeping their order."""
+    total = sum(weight(i) for i in items) or 1
+    groups, current, acc = [], [], 0
+    for item in items:
+        current.append(item)
+        acc += weight(item)
+        if acc * count >= total * (len(groups) + 1) and len(groups) < count - 1:
+            groups.append(current)
+            current = []
+    if current:
+        groups.append(current)
+    return groups
+
+
+def open_namespace(namespace):
+    return ["namespace %s {" % namespace, ""]
+
+
+def close_namespace(namespace):
+    return ["}  // namespace %s" % namespace, ""]
+
+
+def param_list(params, with_names=True):
+    if with_names:
+        return ", ".join("%s %s" % (p.declared, p.name) for p in params)
+    return ", ".join(p.declared for p in params)
+
+
+def method_declaration(m, prefix="virtual ", suffix=" = 0"):
+    return "    %s::Common::Error %s(%s)%s;" % (prefix, m.name, param_list(m.params), suffix)
+
+
+def public_header_path(f):
+    return "tessel_link/components/%s.h" % f.stem
+
+
+def proxy_header_path(f):
+    return "xidl/components/%s_proxy.h" % f.stem
+
+
+# --- the public interfaces --------------------------------------------------------------------------
+
+EXTENDED_HEADER = "tessel_link/facade/event_interfaces.h"
+
+
+def public_header(f):
+    lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "",
+             "#include <tessel_link/common/dynamic_caster.h>", "#include <tessel_link/common/error.h>",
+             "#include <tessel_link/common/non_copyable.h>", "#include <tessel_link/export.h>",
+             "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>"]
+    if any(c.extended for c in f.resolved):
+        lines.append("#include <%s>" % EXTENDED_HEADER)
+    if any(p.cpp.unit for c in f.resolved for m in c.methods for p in m.params):
+        lines.append("#include <tessel_link/por/view.h>")
+    lines.append("")
+    for c in f.resolved:
+        lines += open_namespace(c.namespace)
+        if c.base == "caster":
+            bases, dtor = " : public virtual ::Common::DynamicCasterImpl", "~%s() override;"
+        elif c.base == "noncopyable":
+            bases, dtor = " : private ::Common::NonCopyable", "virtual ~%s();"
+        elif c.bases:
+            bases = " : " + ", ".join("public %s" % b for b in c.bases)
+            dtor = "~%s() override;"
+        else:
+            bases, dtor = "", "virtual ~%s();"
+        lines.append("// Component %d, interface version %d." % (c.id, c.version))
+        if c.extended:
+            lines.append("// Its remote methods are declared by the interfaces it derives from.")
+        lines += ["class TL_API %s%s {" % (c.short_name, bases), "public:"]
+        if c.base == "noncopyable":
+            lines.append("    %s() = default;" % c.short_name)
+        lines.append("    " + dtor % c.short_name)
+        if not c.extended:
+            lines.append("")
+            for m in c.methods:
+                lines.append("    // Method %d%s." % (m.number, ", since version %d" % m.since if m.since != 1 else ""))
+                lines.append(method_declaration(m))
+        lines += ["};", ""]
+        lines += close_namespace(c.namespace)
+    return "\n".join(lines)
+
+
+def orderings_header(comps):
+    lines = ["#pragma once", "", BANNER, "",
+             "// The order of the records that parameters hold in sets or as map keys: member by",
+             "// member, in wire order.", "", "#include <tuple>", "",
+             "#include <tessel_link/xidl/records.h>", ""]
+    for r in comps.ordered:
+        names = [m.name for m in r.wire_members()]
+        lines += open_namespace(r.namespace)
+        lines += ["inline bool operator<(const %s& a, const %s& b) {" % (r.short_name, r.short_name),
+                  "    return std::tie(%s) < std::tie(%s);" % (", ".join("a." + n for n in names),
+                                                             ", ".join("b." + n for n in names)),
+                  "}", ""]
+        lines += close_namespace(r.namespace)
+    return "\n".join(lines)
+
+
+def umbrella_header(comps):
+    lines = ["#pragma once", "", BANNER, "", "// The interfaces of all remote components.", ""]
+    lines += ["#include <%s>" % public_header_path(f) for f in comps.files]
+    return "\n".join(lines) + "\n"
+
+
+# --- the proxies --------------------------------------------------------------------------------
+
+def proxy_header(f):
+    lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "#include <memory>", "",
+             "#include <tessel_link/binding/request.h>", "#include <tessel_link/binding/request_channel.h>",
+             "#include <%s>" % public_header_path(f), "",
+             '#include "facade/component_traits.h"', '#include "facade/proxy_component.h"']
+    lines.append("")
+    for c in f.resolved:
+        lines += ["template <>", "struct Core::ComponentTraits<%d> {" % c.id,
+                  "    static constexpr const char* kInterfaceName = %s;" % c_string(c.short_name),
+                  "    static constexpr std::uint32_t kInterfaceVersion = %d;" % c.version,
+                  "    static constexpr std::int32_t kMethodCount = %d;" % len(c.methods),
+                  "    static constexpr bool kClassFlag = %s;" % ("true" if c.class_flag else "false"),
+                  "    static constexpr std::uint32_t kOptionFlag = %d;" % (1 if c.option_flag else 0),
+                  "    static constexpr MethodInfo kMethodInfo{%d, %d};" % c.info,
+                  "};", ""]
+    for c in f.resolved:
+        lines += open_namespace(c.namespace)
+        lines += ["class %s_Proxy : public %s {" % (c.short_name, c.short_name), "public:",
+                  "    explicit %s_Proxy(std::shared_ptr<::Binding::RequestChannel> channel);" % c.short_name,
+                  "    ~%s_Proxy() override;" % c.short_name, ""]
+        if c.extended:
+            # the proxy implements some overloads of a name; the others stay visible
+            names = sorted({m.name for m in c.methods})
+            for b in c.bases:
+                lines += ["    using %s::%s;" % (b, n) for n in names if n in EXTENDED_OVERLOADS.get(b, ())]
+        for m in c.methods:
+            lines.append(method_declaration(m, prefix="", suffix=" override"))
+        lines += ["", "protected:",
+                  "    const std::shared_ptr<::Binding::RequestChannel>& Channel() const { return channel_; }",
+                  "", "private:", "    std::shared_ptr<::Binding::RequestChannel> channel_;", "};", ""]
+        if not c.extended:
+            # an extended component's X_ProxyImplComponent is declared with its X_ProxyImpl
+            lines += ["class %s final" % c.created,
+                      "    : public ::Core::ProxyComponent<%s_Proxy, %s, %d> {" % (c.short_name, c.short_name, c.id),
+                      "public:", "    using ProxyComponent::ProxyComponent;", "};", ""]
+        for m in c.methods:
+            lines.append("std::unique_ptr<::Binding::Request> MakeRequest_%s(%s);" % (m.ident, param_list(m.params)))
+        lines.append("")
+        lines += close_namespace(c.namespace)
+    return "\n".join(lines)
+
+
+# the overloaded names of hand-written base interfaces that a proxy implements only in part
+EXTENDED_OVERLOADS = {"EventAccumulator": ("AbsorbQueue",)}
+
+
+def impl_header_path(c):
+    return "facade/%s_proxy_impl.h" % snake(c.short_name)
+
+
+def snake(name):
+    return re.sub(r"(?<!^)(?=[A-Z])", "_", name).lower()
+
+
+def signature_function(index):
+    return "::Binding::Generated::CreateRequest_%d" % index
+
+
+def argument_type(declared):
+    return "const ::Binding::Detail::Argument<%s>&" % declared
+
+
+# The codec of unit arguments must be declared before the codec templates that reach it.
+UNIT_CODEC = ["#include <tessel_link/serialize/unit_member.h>", ""]
+
+
+def signatures_header(comps):
+    lines = ["#pragma once", "", BANNER, "",
+             "// One creation function per method signature: every method whose parameters have the",
+             "// same types makes its request through the same RequestImpl instantiation, which",
+             "// only the signature units compile.", "",
+             "#include <memory>", ""] + UNIT_CODEC + [
+             "#include <tessel_link/binding/method_descriptor.h>", "#include <tessel_link/binding/request.h>",
+             "#include <tessel_link/binding/request_impl.h>", "#include <tessel_link/por/view.h>",
+             "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>", "",
+             "namespace Binding::Generated {", ""]
+    for i, sig in enumerate(comps.signatures):
+        args = "".join(", %s" % argument_type(p) for p in sig)
+        lines.append("std::unique_ptr<Request> CreateRequest_%d(const MethodDescriptor& method%s);" % (i, args))
+    lines += ["", "}  // namespace Binding::Generated", ""]
+    return "\n".join(lines)
+
+
+def signature_unit(comps, indices):
+    lines = [BANNER, "", '#include "xidl/components/signatures.h"', "", "namespace Binding::Generated {", ""]
+    for i in indices:
+        sig = comps.signatures[i]
+        params = "".join(", %s a%d" % (argument_type(p), n) for n, p in enumerate(sig))
+        args = "".join(", a%d" % n for n in range(len(sig)))
+        lines += ["std::unique_ptr<Request> CreateRequest_%d(const MethodDescriptor& method%s) {" % (i, params),
+                  "    return Detail::RequestImpl<void(%s)>::Create(method%s);" % (", ".join(sig), args),
+                  "}", ""]
+    lines += ["}  // namespace Binding::Generated", ""]
+    return "\n".join(lines)
+
+
+def proxy_unit(comps, files):
+    lines = [BANNER, "", "#include <tessel_link/binding/call.h>", "",
+             '#include "facade/component_catalogue.h"', '#include "facade/component_info_impl.h"',
+             '#include "facade/component_info_registry.h"', '#include "xidl/components/signatures.h"']
+    lines += ['#include "%s"' % proxy_header_path(f) for f in files]
+    lines += ['#include "%s"' % impl_header_path(c) for f in files for c in f.resolved if c.extended]
+    lines.append("")
+    for f in files:
+        for c in f.resolved:
+            lines += open_namespace(c.namespace)
+            x, p = c.short_name, c.short_name + "_Proxy"
+            lines += ["%s::~%s() = default;" % (x, x), "",
+                      "%s::%s(std::shared_ptr<::Binding::RequestChannel> channel)" % (p, p),
+                      "    : channel_(std::move(channel)) {}", "", "%s::~%s() = default;" % (p, p), ""]
+            for m in c.methods:
+                names = ", ".join(q.name for q in m.params)
+                lines += ["::Common::Error %s::%s(%s) {" % (p, m.name, param_list(m.params)),
+                          "    return ::Binding::Detail::CallRemote(*channel_, [&] { return MakeRequest_%s(%s); });"
+                          % (m.ident, names), "}", ""]
+            for m in c.methods:
+                lines.append("std::unique_ptr<::Binding::Request> MakeRequest_%s(%s) {" % (m.ident, param_list(m.params)))
+                describe = "::Core::Describe<%d>(%d, %s, %d)" % (c.id, m.number, c_string(m.name), m.since)
+                if not m.params:
+                    lines.append("    return %s(%s);" % (signature_function(m.signature_index), describe))
+                else:
+                    lines.append("    return %s(" % signature_function(m.signature_index))
+                    lines.append("        %s," % describe)
+                    for n, q in enumerate(m.params):
+                        end = "," if n + 1 < len(m.params) else ");"
+                        lines.append("        {%s, %s, ::Binding::ArgumentKind{%d}}%s" % (q.name, c_string(q.name), q.kind, end))
+                lines += ["}", ""]
+            # the request of a call with default-constructed arguments, for tools
+            for m in c.methods:
+                lines.append("void VisitDefaultRequest_%s(::Core::Catalogue::RequestVisitor visit_, void* context_) {" % m.ident)
+                for q in m.params:
+                    lines.append("    %s %s{};" % (q.cpp.text, q.name))
+                names = ", ".join(q.name for q in m.params)
+                lines += ["    const std::unique_ptr<::Binding::Request> request_ = MakeRequest_%s(%s);" % (m.ident, names),
+                          "    visit_(*request_, context_);", "}", ""]
+            lines += close_namespace(c.namespace)
+            lines += ["namespace Core::Generated {", "",
+                      "std::unique_ptr<::ComponentManagement::Component>& CreateProxy_%d(" % c.id,
+                      "    const std::shared_ptr<::Binding::RequestChannel>& channel,",
+                      "    std::unique_ptr<::ComponentManagement::Component>& slot) {",
+                      "    return CreateProxyComponent<%s::%s>(channel, slot);" % (c.namespace, c.created), "}", "",
+                      "namespace {", "const ComponentInfoRegistrar<ComponentInfoImpl<%d>> registrar%d;" % (c.id, c.id),
+                      "}", "", "}  // namespace Core::Generated", ""]
+    return "\n".join(lines)
+
+
+# --- the catalogue and the factory table ----------------------------------------------------------
+
+def catalogue_unit(comps):
+    lines = [BANNER, "", '#include "facade/component_catalogue.h"', '#include "facade/component_proxy_factory.h"', ""]
+    for c in comps.components:
+        lines += open_namespace(c.namespace)
+        for m in c.methods:
+            lines.append("void VisitDefaultRequest_%s(::Core::Catalogue::RequestVisitor visit, void* context);" % m.ident)
+        lines += [""] + close_namespace(c.namespace)
+    lines += ["namespace Core {", "", "namespace Generated {", ""]
+    for c in comps.components:
+        lines.append("std::unique_ptr<::ComponentManagement::Component>& CreateProxy_%d(" % c.id)
+        lines.append("    const std::shared_ptr<::Binding::RequestChannel>&, std::unique_ptr<::ComponentManagement::Component>&);")
+    lines += ["", "}  // namespace Generated", "", "std::span<const ComponentProxyEntry> ComponentProxyTable() {",
+              "    static constexpr ComponentProxyEntry kTable[] = {"]
+    for c in comps.components:
+        lines.append("        {%d, &Generated::CreateProxy_%d}," % (c.id, c.id))
+    lines += ["    };", "    return kTable;", "}", "", "namespace Catalogue {", "namespace {", ""]
+    for c in comps.components:
+        for m in c.methods:
+            if m.params:
+                rows = ", ".join("{%s, %s, %d}" % (c_string(q.name), c_string(q.text), q.kind) for q in m.params)
+                lines.append("constexpr Parameter kParams_%d_%d[] = {%s};" % (c.id, m.number, rows))
+        lines.append("constexpr Method kMethods_%d[] = {" % c.id)
+        for m in c.methods:
+            params = "kParams_%d_%d, %d" % (c.id, m.number, len(m.params)) if m.params else "nullptr, 0"
+            lines.append("    {%d, %s, %d, %s, &::%s::VisitDefaultRequest_%s}," % (
+                m.number, c_string(m.name), m.since, params, c.namespace, m.ident))
+        lines += ["};", ""]
+    lines.append("constexpr Component kComponents[] = {")
+    for c in comps.components:
+        lines.append("    {%d, %s, %s, %d, kMethods_%d, %d}," % (
+            c.id, c_string(c.full_name), c_string(c.short_name), c.version, c.id, len(c.methods)))
+    lines += ["};", "", "}  // namespace", "", "std::span<const Component> Components() {",
+              "    return kComponents;", "}", "", "}  // namespace Catalogue", "", "}  // namespace Core", ""]
+    return "\n".join(lines)
+
+
+# --- driving ------------------------------------------------------------------------------------
+
+def generated_files(comps):
+    """Path relative to the output directory -> function that makes its text."""
+    files = {}
+    for f in comps.files:
+        files[public_header_path(f)] = lambda f=f: public_header(f)
+        files[proxy_header_path(f)] = lambda f=f: proxy_header(f)
+    files["tessel_link/components/components.h"] = lambda: umbrella_header(comps)
+    files["tessel_link/components/orderings.h"] = lambda: orderings_header(comps)
+    files["xidl/components/signatures.h"] = lambda: signatures_header(comps)
+    groups = split(list(range(len(comps.signatures))), SIGNATURE_UNITS, lambda i: 1 + len(comps.signatures[i]))
+    for n, group in enumerate(groups):
+        files["xidl/components/signatures_%d.cpp" % n] = lambda g=group: signature_unit(comps, g)
+    groups = split([f for f in comps.files], PROXY_UNITS, lambda f: sum(len(c.methods) for c in f.resolved))
+    for n, group in enumerate(groups):
+        files["xidl/components/proxies_%d.cpp" % n] = lambda g=group: proxy_unit(comps, g)
+    files["xidl/components/catalogue.cpp"] = lambda: catalogue_unit(comps)
+    return files
+
+
+def as_json(comps):
+    return [{"id": c.id, "interface": c.full_name, "version": c.version,
+             "methods": [{"number": m.number, "name": m.name, "since": m.since,
+                          "params": [{"name": p.name, "type": p.text, "kind": p.kind} for p in m.params]}
+                         for m in c.methods]}
+            for c in comps.components]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--order", required=True, help="the file that lists the record definition files")
+    parser.add_argument("--components", required=True, help="the directory of the component definitions")
+    parser.add_argument("--out", help="the directory to write into")
+    parser.add_argument("--list-outputs", action="store_true")
+    parser.add_argument("--json", action="store_true")
+    args = parser.parse_args()
+    try:
+        comps = read_all(args.order, args.components)
+    except (DefinitionError, OSError) as e:
+        print("xidl_components: %s" % e, file=sys.stderr)
+        return 1
+    files = generated_files(comps)
+    if args.list_outputs:
+        print(";".join(files))
+        return 0
+    if args.json:
+        json.dump(as_json(comps), sys.stdout, indent=1)
+        print()
+        return 0
+    if not args.out:
+        parser.error("--out is needed to write files")
+    for path, make in files.items():
+        text = make()
+        xidlc.write_if_changed(os.path.join(args.out, path), text if text.endswith("\n") else text + "\n")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
