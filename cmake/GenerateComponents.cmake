@@ -50,9 +50,9 @@ list(APPEND TL_GENERATED_SOURCES ${TL_COMPONENTS_SOURCES} ${TL_COMPONENTS_STAMP}
 set_source_files_properties(${TL_COMPONENTS_SOURCES} PROPERTIES
     COMPILE_OPTIONS "$<$<CONFIG:Debug,RelWithDebInfo>:-g1>")
 # A proxy method waits for the network; full optimisation of some four hundred of them
-# triples their build time and gains nothing. The argument marshalling (signatures_*)
-# keeps the optimisation of the build.
+# triples their build time and gains nothing. Marshalling arguments (signatures_*)
+# and serving (services_*) keep the optimisation of the build.
 set(tl_components_light ${TL_COMPONENTS_SOURCES})
-list(FILTER tl_components_light EXCLUDE REGEX "/signatures_[0-9]+\\.cpp$")
+list(FILTER tl_components_light EXCLUDE REGEX "/(signatures|services)_[0-9]+\\.cpp$")
 set_source_files_properties(${tl_components_light} PROPERTIES
     COMPILE_OPTIONS "$<$<CONFIG:Debug,RelWithDebInfo>:-g1>;$<$<CONFIG:Release,RelWithDebInfo>:-O1>")

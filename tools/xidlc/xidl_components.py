@@ -29,8 +29,7 @@ BANNER = "// Generated from the component definitions by tools/xidlc; edit the d
 # How many units each kind of generated code is spread over: enough for two cores to share
 # the work, few enough that the header of all records is not parsed over and over.
 PROXY_UNITS = 4
-SIGNATURE_UNITS = 4
-SERVICE_UNITS = 4
+SIGNATURE_UNITS = 4  # request and service side alike
 
 
 # --- reading ----------------------------------------------------------------------------------
@@ -487,7 +486,8 @@ EXTENDED_HEADER = "tessel_link/facade/event_interfaces.h"
 
 
 def public_header(f):
-    lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "",
+    lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "#include <memory>", "",
+             "#include <tessel_link/binding/service_dispatcher.h>",
              "#include <tessel_link/common/dynamic_caster.h>", "#include <tessel_link/common/error.h>",
              "#include <tessel_link/common/non_copyable.h>", "#include <tessel_link/export.h>",
              "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>"]
@@ -520,6 +520,12 @@ def public_header(f):
                 lines.append("    // Method %d%s." % (m.number, ", since version %d" % m.since if m.since != 1 else ""))
                 lines.append(method_declaration(m))
         lines += ["};", ""]
+        lines += ["// The service side of component %d: serves the calls of %s proxies with an" % (c.id, c.short_name),
+                  "// implementation of the host's, for example through a Binding::LoopbackChannel.",
+                  "class TL_API %s_Dispatcher final : public ::Binding::ComponentDispatcher<%s> {" % (c.short_name, c.short_name),
+                  "public:",
+                  "    explicit %s_Dispatcher(std::shared_ptr<%s> implementation);" % (c.short_name, c.short_name),
+                  "};", ""]
         lines += close_namespace(c.namespace)
     return "\n".join(lines)
 
@@ -621,13 +627,39 @@ def signatures_header(comps):
              "// only the signature units compile.", "",
              "#include <memory>", ""] + UNIT_CODEC + [
              "#include <tessel_link/binding/method_descriptor.h>", "#include <tessel_link/binding/request.h>",
-             "#include <tessel_link/binding/request_impl.h>", "#include <tessel_link/por/view.h>",
+             "#include <tessel_link/binding/request_impl.h>", "#include <tessel_link/binding/service_dispatcher.h>",
+             "#include <tessel_link/por/view.h>",
              "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>", "",
-             "namespace Binding::Generated {", ""]
+             "namespace Binding::Generated {", "",
+             "// The method of an overloaded name that has the parameters P, as a pointer to a member",
+             "// of the class that declares it.",
+             "template <class... P>",
+             "struct Overload {",
+             "    template <class C>",
+             "    static constexpr auto Of(::Common::Error (C::*method)(P...)) {",
+             "        return method;",
+             "    }",
+             "};", ""]
     for i, sig in enumerate(comps.signatures):
         args = "".join(", %s" % argument_type(p) for p in sig)
         lines.append("std::unique_ptr<Request> CreateRequest_%d(const MethodDescriptor& method%s);" % (i, args))
+        lines.append("void Serve_%d(%s);" % (i, SERVE_PARAMS))
     lines += ["", "}  // namespace Binding::Generated", ""]
+    return "\n".join(lines)
+
+
+SERVE_PARAMS = ("const PreparedMethod& method, Detail::InvokeFunction invoke, void* implementation, "
+                "::Serialization::Deserializer& request, ::Serialization::Serializer& reply")
+
+
+def service_unit(comps, indices):
+    lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
+             "#include <tessel_link/binding/service_method.h>", "", "namespace Binding::Generated {", ""]
+    for i in indices:
+        lines += ["void Serve_%d(%s) {" % (i, SERVE_PARAMS),
+                  "    Detail::ServeMethod<void(%s)>::Serve(method, invoke, implementation, request, reply);"
+                  % ", ".join(comps.signatures[i]), "}", ""]
+    lines += ["}  // namespace Binding::Generated", ""]
     return "\n".join(lines)
 
 
@@ -645,9 +677,10 @@ def signature_unit(comps, indices):
 
 
 def proxy_unit(comps, files):
-    lines = [BANNER, "", "#include <tessel_link/binding/call.h>", "",
+    lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
+             "#include <tessel_link/binding/call.h>", "#include <tessel_link/binding/service_method.h>", "",
              '#include "facade/component_catalogue.h"', '#include "facade/component_info_impl.h"',
-             '#include "facade/component_info_registry.h"', '#include "xidl/components/signatures.h"']
+             '#include "facade/component_info_registry.h"']
     lines += ['#include "%s"' % proxy_header_path(f) for f in files]
     lines += ['#include "%s"' % impl_header_path(c) for f in files for c in f.resolved if c.extended]
     lines.append("")
@@ -675,6 +708,7 @@ def proxy_unit(comps, files):
                         end = "," if n + 1 < len(m.params) else ");"
                         lines.append("        {%s, %s, ::Binding::ArgumentKind{%d}}%s" % (q.name, c_string(q.name), q.kind, end))
                 lines += ["}", ""]
+            lines += dispatcher_constructor(c)
             # the request of a call with default-constructed arguments, for tools
             for m in c.methods:
                 lines.append("void VisitDefaultRequest_%s(::Core::Catalogue::RequestVisitor visit_, void* context_) {" % m.ident)
@@ -692,6 +726,29 @@ def proxy_unit(comps, files):
                       "namespace {", "const ComponentInfoRegistrar<ComponentInfoImpl<%d>> registrar%d;" % (c.id, c.id),
                       "}", "", "}  // namespace Core::Generated", ""]
     return "\n".join(lines)
+
+
+def member_pointer(c, m):
+    x = c.short_name
+    if c.extended:
+        # the bases may overload the name: the parameter list picks the method
+        return "::Binding::Generated::Overload<%s>::Of(&%s::%s)" % (param_list(m.params, False), x, m.name)
+    return "&%s::%s" % (x, m.name)
+
+
+def dispatcher_constructor(c):
+    x, d = c.short_name, c.short_name + "_Dispatcher"
+    lines = ["%s::%s(std::shared_ptr<%s> implementation)" % (d, d, x),
+             "    : ComponentDispatcher(%d, %s, %d, std::move(implementation), {" % (c.id, c_string(x), c.version)]
+    for n, m in enumerate(c.methods):
+        params = ", ".join("{%s, ::Binding::ArgumentKind{%d}}" % (c_string(q.name), q.kind) for q in m.params)
+        end = "," if n + 1 < len(c.methods) else ""
+        lines.append("          ::Binding::ServiceMethod{%d, %s, %d, {%s}, &::Binding::Generated::Serve_%d," % (
+            m.number, c_string(m.name), m.since, params, m.signature_index))
+        lines.append("                                   &::Binding::Detail::InvokeMember<%s, %s>}%s" % (
+            x, member_pointer(c, m), end))
+    lines += ["      }) {}", ""]
+    return lines
 
 
 # --- the catalogue and the factory table ----------------------------------------------------------
@@ -746,6 +803,7 @@ def generated_files(comps):
     groups = split(list(range(len(comps.signatures))), SIGNATURE_UNITS, lambda i: 1 + len(comps.signatures[i]))
     for n, group in enumerate(groups):
         files["xidl/components/signatures_%d.cpp" % n] = lambda g=group: signature_unit(comps, g)
+        files["xidl/components/services_%d.cpp" % n] = lambda g=group: service_unit(comps, g)
     groups = split([f for f in comps.files], PROXY_UNITS, lambda f: sum(len(c.methods) for c in f.resolved))
     for n, group in enumerate(groups):
         files["xidl/components/proxies_%d.cpp" % n] = lambda g=group: proxy_unit(comps, g)
