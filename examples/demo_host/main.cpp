@@ -1,19 +1,25 @@
-// An example host. It loads the library given on the command line, takes the two entry
-// points from it by name, creates the TestManager proxy over a channel of its own, calls
-// GetData and prints what the channel saw and what came back.
+// The example host. It loads the library given on the command line and takes the two entry
+// points from it by name; checks in every XIDL type; stands up an in-process service with a
+// few components implemented for real (instances kept in memory, connection tests, external
+// actions); creates every remote component through CreateProxy, asks each for its interface
+// and calls one method of each; then works with the instance manager and prints one whole
+// request and reply packet.
 
+#include <tessel_link/binding/loopback_channel.h>
 #include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/common/unicode.h>
+#include <tessel_link/components/components.h>
 #include <tessel_link/facade/entry_points.h>
-#include <tessel_link/components/test_management.h>
 
 #include <dlfcn.h>
 
+#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <string>
 
-#include "demo_channel.h"
+#include "demo_calls.h"
+#include "demo_services.h"
 
 namespace {
 
@@ -27,13 +33,39 @@ public:
     int count = 0;
 };
 
-void PrintResult(const char* what, const Common::Error& error) {
-    std::cout << what << ": 0x" << std::hex << error.Code() << std::dec;
+std::string Hex(std::uint32_t code) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08x", code);
+    return text;
+}
+
+std::string Describe(const Common::Error& error) {
     if (error.Succeeded()) {
-        std::cout << " (success)\n";
-    } else {
-        std::cout << " " << Common::Utf16ToUtf8(error.Text()) << "\n";
+        return "success";
     }
+    return Hex(error.Code()) + " " + Common::Utf16ToUtf8(error.Text());
+}
+
+// The packets of the one call whose traffic is shown, as UTF-8 text without the byte
+// order mark.
+struct ShownCall {
+    std::string request;
+    std::string reply;
+};
+
+std::string PacketText(std::span<const unsigned char> bytes) {
+    std::string text(bytes.begin(), bytes.end());
+    const std::string bom = "\xEF\xBB\xBF";
+    return text.rfind(bom, 0) == 0 ? text.substr(bom.size()) : text;
+}
+
+template <class Interface>
+Interface* CreateTyped(CreateProxyFunction createProxy, const Core::ChannelPointer& channel,
+                       std::uint32_t id, Core::ComponentSlot& slot) {
+    if (createProxy(id, &channel, &slot) != Core::ProxyCreated || !slot) {
+        return nullptr;
+    }
+    return Common::QueryInterface<Interface>(*slot);
 }
 
 }  // namespace
@@ -60,36 +92,108 @@ int main(int argc, char** argv) {
 
     CountingRegistrar registrar;
     checkInTypes(&registrar);
-    std::cout << "CheckInXIDLTypes: " << registrar.count << " type names checked in\n";
+    std::cout << "CheckInXIDLTypes: " << registrar.count << " type names checked in\n\n";
 
-    const Core::ChannelPointer channel = std::make_shared<Demo::DemoChannel>(std::cout);
-    Core::ComponentSlot component;
-    const std::uint32_t created = createProxy(188, &channel, &component);
-    std::cout << "CreateProxy(188): " << created;
-    if (created != Core::ProxyCreated) {
-        std::cout << " (no proxy)\n";
-        return 1;
+    // The in-process service. Components without an implementation here are answered by
+    // the loopback with its error for an unknown component.
+    auto instances = std::make_shared<Demo::InMemoryInstanceManager>();
+    auto compatibility = std::make_shared<Demo::CompatibilityService>();
+    ShownCall shown;
+    auto loopback = std::make_shared<Binding::LoopbackChannel>(
+        [&shown](const Binding::Request& request, std::span<const unsigned char> requestPacket,
+                 std::span<const unsigned char> replyPacket) {
+            // GetData, method 3 of the test manager
+            if (request.GetComponentID() == 188 && request.GetMethodNumber() == 3) {
+                shown.request = PacketText(requestPacket);
+                shown.reply = PacketText(replyPacket);
+            }
+        });
+    loopback->Register(std::make_unique<InstanceManagement::InstanceManager_Dispatcher>(instances));
+    loopback->Register(
+        std::make_unique<TestManagement::TestManager_Dispatcher>(std::make_shared<Demo::TestService>()));
+    loopback->Register(
+        std::make_unique<CompatibilityManagement::CompatibilityManager_Dispatcher>(compatibility));
+    const Core::ChannelPointer channel = loopback;
+
+    int created = 0, typed = 0, served = 0;
+    std::printf("%-4s  %-62s  %-7s  %-9s  %-26s  %s\n", "ID", "interface", "proxy", "interface",
+                "method called", "result");
+    for (const Demo::DemoCall& call : Demo::DemoCalls()) {
+        Core::ComponentSlot component;
+        const std::uint32_t outcome = createProxy(call.ComponentID, &channel, &component);
+        const bool isCreated = outcome == Core::ProxyCreated && component;
+        bool found = false;
+        Common::Error result;
+        if (isCreated && call.Call != nullptr) {
+            result = call.Call(*component, found);
+        }
+        created += isCreated;
+        typed += found;
+        served += found && result.Succeeded();
+        std::string outcomeText = "-";
+        if (found) {
+            outcomeText = result.Code() == Binding::kErrorUnknownComponent
+                              ? "no service here (" + Hex(result.Code()) + ")"
+                              : Describe(result);
+        }
+        std::printf("%-4u  %-62s  %-7s  %-9s  %-26s  %s\n", call.ComponentID, call.Interface,
+                    isCreated ? "created" : "failed", found ? "found" : "missing", call.Method,
+                    outcomeText.c_str());
     }
-    std::cout << " -> " << component->GetComponentName() << ", component "
-              << component->GetComponentID() << ", interface version "
-              << component->GetInterfaceVersion() << "\n";
+    std::cout << "\n" << Demo::DemoCalls().size() << " components: " << created
+              << " proxies created, " << typed << " interfaces found, " << served
+              << " calls served by the in-process service\n\n";
 
-    auto* manager = Common::QueryInterface<TestManagement::TestManager>(*component);
+    // A short session with the instance manager, whose instances live in the service.
+    Core::ComponentSlot instanceSlot;
+    auto* manager = CreateTyped<InstanceManagement::InstanceManager>(createProxy, channel, 129,
+                                                                     instanceSlot);
     if (manager == nullptr) {
-        std::cerr << "the component does not offer TestManagement::TestManager\n";
+        std::cerr << "the instance manager is not there\n";
         return 1;
     }
+    for (const char16_t* path : {u"/srv/mail", u"/srv/db", u"/home"}) {
+        InstanceManagement::Instance instance;
+        instance.Type = path[1] == u's' ? 2 : 1;
+        instance.FullPath = path;
+        const Common::Error added = manager->Add(instance);
+        std::cout << "InstanceManager.Add(" << Common::Utf16ToUtf8(path) << "): " << Describe(added)
+                  << "\n";
+    }
+    std::list<Common::Guid> ids;
+    std::list<InstanceManagement::Instance> list;
+    std::list<Common::Guid> servers;
+    const Common::Error listed = manager->GetIDs(ids);
+    const Common::Error read = manager->GetList(ids, list);
+    const Common::Error typedList = manager->GetInstancesOfType(2, servers);
+    std::cout << "InstanceManager.GetIDs: " << Describe(listed) << ", " << ids.size()
+              << " instances; GetList: " << Describe(read) << ", " << list.size()
+              << " read back; GetInstancesOfType(2): " << servers.size() << "\n";
+    InstanceManagement::Instance stranger;
+    stranger.FullPath = u"/nowhere";
+    std::cout << "InstanceManager.Update(/nowhere): " << Describe(manager->Update(stranger)) << "\n";
+    std::cout << "CompatibilityManager actions taken: " << compatibility->Actions << "\n\n";
 
-    const std::string hostname = "backup-01.example";
-    const std::uint32_t size = 4096;
+    // One call with its packets in full.
+    Core::ComponentSlot testSlot;
+    auto* tests = CreateTyped<TestManagement::TestManager>(createProxy, channel, 188, testSlot);
+    if (tests == nullptr) {
+        std::cerr << "the test manager is not there\n";
+        return 1;
+    }
     std::string data;
-    std::cout << "GetData(\"" << hostname << "\", " << size << ", data):\n";
-    const Common::Error result = manager->GetData(hostname, size, data);
-    PrintResult("GetData returned", result);
-    std::cout << "data = \"" << data << "\"\n";
+    const Common::Error got = tests->GetData("backup-01.example", 4096, data);
+    std::cout << "TestManager.GetData(\"backup-01.example\", 4096, data): " << Describe(got)
+              << "\ndata = \"" << data << "\"\n";
+    std::cout << "the request packet:\n" << shown.request << "\nthe reply packet:\n"
+              << shown.reply << "\n";
 
+    const bool allWell = created == static_cast<int>(Demo::DemoCalls().size()) &&
+                         typed == created && got.Succeeded() && read.Succeeded() &&
+                         list.size() == 3;
     // The host destroys its proxies before it lets the library go.
-    component.reset();
+    instanceSlot.reset();
+    testSlot.reset();
     dlclose(library);
-    return result.Succeeded() ? 0 : 1;
+    return allWell ? 0 : 1;
 }

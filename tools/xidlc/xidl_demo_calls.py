@@ -1,0 +1,76 @@
+#!/usr/bin/env python3
+"""xidl_demo_calls: writes, for the example host, one call per remote component: the
+component's interface is asked for by type and its simplest method (fewest parameters,
+the first in slot order among equals) is called with default-constructed arguments.
+
+    xidl_demo_calls.py --order xidl/modules.txt --components xidl/components --out FILE
+
+The host is compiled against the public headers only, so this is what lets it reach all
+components without one hand-written line per interface.
+"""
+
+import argparse
+import os
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+import xidl_components  # noqa: E402
+import xidlc  # noqa: E402
+
+BANNER = "// Generated from the component definitions by tools/xidlc; edit the definitions instead."
+
+
+def simplest(component):
+    return min(component.methods, key=lambda m: len(m.params)) if component.methods else None
+
+
+def call_function(c):
+    m = simplest(c)
+    lines = ["Common::Error Call_%d(Common::DynamicCaster& component, bool& found) {" % c.id,
+             "    auto* target = Common::QueryInterface<::%s>(component);" % c.full_name,
+             "    found = target != nullptr;",
+             "    if (!found) {",
+             "        return Common::ErrorSuccess;",
+             "    }"]
+    for i, p in enumerate(m.params):
+        lines.append("    %s arg%d{};" % (p.cpp.text, i))
+    lines.append("    return target->%s(%s);" % (m.name, ", ".join("arg%d" % i for i in range(len(m.params)))))
+    lines += ["}", ""]
+    return lines
+
+
+def demo_calls(comps):
+    lines = [BANNER, "", '#include "demo_calls.h"', "",
+             "#include <tessel_link/components/components.h>", "",
+             "namespace Demo {", "", "namespace {", ""]
+    callable_components = [c for c in comps.components if simplest(c) is not None]
+    for c in callable_components:
+        lines += call_function(c)
+    lines += ["}  // namespace", "", "const std::vector<DemoCall>& DemoCalls() {",
+              "    static const std::vector<DemoCall> calls{"]
+    for c in comps.components:
+        m = simplest(c)
+        lines.append('        {%d, "%s", "%s", %s},' % (c.id, c.full_name, m.name if m else "",
+                                                     "&Call_%d" % c.id if m else "nullptr"))
+    lines += ["    };", "    return calls;", "}", "", "}  // namespace Demo"]
+    return "\n".join(lines) + "\n"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--order", required=True)
+    parser.add_argument("--components", required=True)
+    parser.add_argument("--out", required=True, help="the C++ file to write")
+    args = parser.parse_args()
+    try:
+        comps = xidl_components.read_all(args.order, args.components)
+    except (xidl_components.DefinitionError, OSError) as e:
+        print("xidl_demo_calls: %s" % e, file=sys.stderr)
+        return 1
+    xidlc.write_if_changed(args.out, demo_calls(comps))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
