@@ -1,7 +1,7 @@
 # The por commands of the tool.
 if(TARGET tessel)
     set(por_data ${CMAKE_CURRENT_SOURCE_DIR}/data/por)
-    set(por_check ${CMAKE_CURRENT_SOURCE_DIR}/por/tool_check.cmake)
+    set(por_check ${CMAKE_CURRENT_SOURCE_DIR}/support/tool_check.cmake)
     add_test(NAME cli.por_dump COMMAND ${CMAKE_COMMAND}
         -DTOOL=$<TARGET_FILE:tessel> "-DARGS=por;dump;${por_data}/sample.por" -DSTATUS=0
         "-DSTDOUT=Root (Composite)\n  [Version (unsigned __int64) = 3]\n  n (unsigned long) = 5\n  name (Common::String) = x\n"
