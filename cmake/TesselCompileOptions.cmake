@@ -22,8 +22,11 @@ if(TL_TSAN)
     add_link_options(-fsanitize=thread)
 endif()
 
+# ccache with paths taken relative to the tree, so that clones and work trees in other
+# places share one cache (a fresh clone's build is then mostly cache hits).
 find_program(TL_CCACHE ccache)
 if(TL_CCACHE)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${TL_CCACHE})
-    set(CMAKE_C_COMPILER_LAUNCHER ${TL_CCACHE})
+    set(TL_CCACHE_LAUNCHER env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=true ${TL_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${TL_CCACHE_LAUNCHER})
+    set(CMAKE_C_COMPILER_LAUNCHER ${TL_CCACHE_LAUNCHER})
 endif()
