@@ -61,8 +61,10 @@ void file_in_zip::ReadLocalHeader() {
     const bool sameSizes = U32(header + kLocalCrc) == entry_.Crc32 &&
                            U32(header + kLocalCompressed) == entry_.CompressedSize &&
                            U32(header + kLocalUncompressed) == entry_.Size;
+    const bool zip64 = U32(header + kLocalCompressed) == kZip64Marker32 ||
+                       U32(header + kLocalUncompressed) == kZip64Marker32;
     if (U32(header) != kLocalSignature || U16(header + kLocalMethod) != entry_.Method ||
-        !(sizesFollow || sameSizes)) {
+        !(sizesFollow || sameSizes) || zip64) {
         RecordError(MakeFileError(TL_ORIGIN("file_in_zip::ReadLocalHeader"), kCorrupted));
         return;
     }

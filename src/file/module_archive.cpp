@@ -18,12 +18,13 @@ namespace {
 // reader allocate more than the data that actually arrives.
 constexpr std::uint64_t kReadPiece = std::uint64_t{1} << 20;
 
-std::unique_ptr<si_dir> OpenArchiveFile(const std::u16string& path) {
+std::unique_ptr<rio_file> OpenForReading(const std::u16string& path) {
     Common::Error error;
-    std::unique_ptr<rio_file> file = OpenSystemFile(path, open_mode::read, error);
-    if (!file) {
-        return nullptr;
-    }
+    return OpenSystemFile(path, open_mode::read, error);
+}
+
+std::unique_ptr<si_dir> OpenArchive(std::unique_ptr<rio_file> file) {
+    Common::Error error;
     return OpenZipArchive(std::move(file), error);
 }
 
@@ -60,10 +61,17 @@ std::unique_ptr<si_dir> OpenDataArchive(const std::u16string& modulePath) {
     if (modulePath.empty()) {
         return nullptr;
     }
-    if (std::unique_ptr<si_dir> archive = OpenArchiveFile(DataArchivePath(modulePath))) {
-        return archive;
+    // Only a data file that can't be opened sends the search on to the module itself: one
+    // that opens but is no archive means no archive, rather than another table than the
+    // one installed beside the library.
+    std::unique_ptr<rio_file> file = OpenForReading(DataArchivePath(modulePath));
+    if (!file) {
+        file = OpenForReading(modulePath);
+        if (!file) {
+            return nullptr;
+        }
     }
-    return OpenArchiveFile(modulePath);
+    return OpenArchive(std::move(file));
 }
 
 si_dir* GetModuleArchive() {

@@ -212,7 +212,10 @@ void zip_file_impl::ReadCentralDir() {
     // One disk only, a count that agrees with itself, at least one entry, and a directory
     // that ends before the end record. The sum is taken in 32 bits as the fields are; a
     // directory larger than everything in front of the end record can't be there either.
-    const bool plausible = U16(end + kEndEntriesOnDisk) == entries && U16(end + kEndDisk) == 0 &&
+    const bool zip64 = entries == kZip64Marker16 || directorySize == kZip64Marker32 ||
+                       directoryOffset == kZip64Marker32;
+    const bool plausible = !zip64 && U16(end + kEndEntriesOnDisk) == entries &&
+                           U16(end + kEndDisk) == 0 &&
                            U16(end + kEndDirectoryDisk) == 0 && entries != 0 &&
                            position >= static_cast<std::uint32_t>(directorySize + directoryOffset) &&
                            position >= directorySize;
@@ -244,6 +247,12 @@ void zip_file_impl::ReadCentralDir() {
     for (std::uint32_t i = 0; i < entries; ++i) {
         if (offset + kCentralSize > directorySize ||
             offset + CentralRecordLength(directory.get() + offset) > directorySize) {
+            SetError(MakeFileError(TL_ORIGIN("zip_file_impl::zip_file_impl"), kCorrupted));
+            return;
+        }
+        const zip_central_entry entry = zip_central_entry::At(directory.get() + offset);
+        if (entry.CompressedSize == kZip64Marker32 || entry.Size == kZip64Marker32 ||
+            entry.LocalHeaderOffset == kZip64Marker32) {
             SetError(MakeFileError(TL_ORIGIN("zip_file_impl::zip_file_impl"), kCorrupted));
             return;
         }

@@ -51,6 +51,11 @@ inline constexpr std::size_t kLocalMethod = 8;
 inline constexpr std::size_t kLocalCrc = 14;
 inline constexpr std::size_t kLocalCompressed = 18;
 inline constexpr std::size_t kLocalUncompressed = 22;
+
+// Values that announce a ZIP64 extra field with the real numbers. Archives in that form are
+// refused: read as plain numbers, such a size would hand out the bytes of other members.
+inline constexpr std::uint32_t kZip64Marker32 = 0xffffffffu;
+inline constexpr std::uint16_t kZip64Marker16 = 0xffffu;
 inline constexpr std::size_t kLocalNameLength = 26;
 inline constexpr std::size_t kLocalExtraLength = 28;
 // Flag bit 3: CRC and sizes follow the data in a descriptor; the header's are zero.

@@ -62,13 +62,15 @@ std::u16string xml_reader_core::ReadText(std::uint64_t count) {
         std::string_view(bytes).substr(0, nul == std::string::npos ? bytes.size() : nul));
 }
 
-const std::string& xml_reader_core::ResolveName(std::uint32_t reference) {
-    const auto known = names_.find(reference);
-    if (known != names_.end()) {
-        return known->second;
+const detail::XmlName& xml_reader_core::ResolveName(std::uint32_t reference) {
+    const auto known = names_.lower_bound(reference);
+    if (known != names_.end() && known->first == reference) {
+        return *known->second;
     }
     const std::uint32_t length = ReadNumber();
-    return names_.emplace(reference, ReadBytes(length)).first->second;
+    const detail::XmlName* name = sink_.InternName(ReadBytes(length));
+    names_.emplace_hint(known, reference, name);
+    return *name;
 }
 
 bool xml_reader_core::Enter() {
@@ -87,7 +89,7 @@ bool xml_reader_binary_old::Read() {
     sink_.StartTag(ResolveName(ReadNumber()));
     const std::uint8_t attributes = ReadByte();
     for (unsigned i = 0; i < attributes; ++i) {
-        const std::string& name = ResolveName(ReadNumber());
+        const detail::XmlName& name = ResolveName(ReadNumber());
         const std::u16string value = ReadText(ReadNumber());
         sink_.Attribute(name, value);
     }
@@ -105,12 +107,10 @@ bool xml_reader_binary_old::Read() {
 }
 
 bool xml_reader_binary_new::Read() {
-    if (!Enter()) {
-        return false;
-    }
+    // The terminator is no element: it must not count against the nesting bound, or a
+    // document would be refused one level earlier than the same tree as text.
     const std::uint32_t reference = ReadNumber();
-    if (reference == 0) {
-        Leave();
+    if (reference == 0 || !Enter()) {
         return false;
     }
     sink_.StartTag(ResolveName(reference));
@@ -119,7 +119,7 @@ bool xml_reader_binary_new::Read() {
         if (attribute == 0) {
             break;
         }
-        const std::string& name = ResolveName(attribute);
+        const detail::XmlName& name = ResolveName(attribute);
         const std::uint32_t textLength = ReadNumber();
         TL_ASSERT_TEXT((textLength & 1) == 0, "(textLength & 1) == 0");
         const std::u16string value = textLength < 2 ? std::u16string() : ReadText(textLength / 2);
@@ -145,6 +145,10 @@ void xml_reader_binary_new::ReadTextItem() {
     }
 }
 
+const detail::XmlName* binary_reader::InternName(std::string_view name) {
+    return builder_.Intern(name);
+}
+
 void binary_reader::StartDocument() {
     builder_.CloseAll();
 }
@@ -154,8 +158,8 @@ void binary_reader::EndDocument() {
     builder_.CloseAll();
 }
 
-void binary_reader::StartTag(std::string_view name) {
-    builder_.Open(builder_.Intern(name));
+void binary_reader::StartTag(const detail::XmlName& name) {
+    builder_.Open(&name);
 }
 
 void binary_reader::EndTag() {
@@ -164,10 +168,10 @@ void binary_reader::EndTag() {
     }
 }
 
-void binary_reader::Attribute(std::string_view name, std::u16string_view value) {
+void binary_reader::Attribute(const detail::XmlName& name, std::u16string_view value) {
     TL_ASSERT_TEXT(builder_.Depth() != 0, "tagStack.size()");
     if (builder_.Depth() != 0) {
-        builder_.AddAttribute(builder_.Intern(name), value);  // a repeated name keeps the first
+        builder_.AddAttribute(&name, value);  // a repeated name keeps the first
     }
 }
 

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 #include <string>
+#include <map>
 #include <string_view>
-#include <unordered_map>
 
 #include <tessel_link/file/file_object.h>
 #include <tessel_link/xml/xml_tag.h>
@@ -15,15 +15,18 @@ namespace Xml {
 
 class XmlTreeBuilder;
 
-// Events of a binary document. Every operation does nothing by default.
+// Events of a binary document. Names arrive interned by the sink itself, so that a name the
+// dictionary already holds costs nothing more than its number. Every other operation does
+// nothing by default.
 class xml_reader_interface {
 public:
     virtual ~xml_reader_interface();
+    virtual const detail::XmlName* InternName(std::string_view name) = 0;
     virtual void StartDocument() {}
     virtual void EndDocument() {}
-    virtual void StartTag(std::string_view /*name*/) {}
+    virtual void StartTag(const detail::XmlName& /*name*/) {}
     virtual void EndTag() {}
-    virtual void Attribute(std::string_view /*name*/, std::u16string_view /*value*/) {}
+    virtual void Attribute(const detail::XmlName& /*name*/, std::u16string_view /*value*/) {}
     virtual void Text(std::u16string_view /*value*/) {}
     virtual void BinaryText(std::string_view /*bytes*/) {}
 };
@@ -51,8 +54,9 @@ protected:
     // `count` bytes of UTF-8, up to the first NUL, as UTF-16.
     std::u16string ReadText(std::uint64_t count);
     // The name that `reference` stands for; a reference seen for the first time is followed
-    // by the name's length and bytes.
-    const std::string& ResolveName(std::uint32_t reference);
+    // by the name's length and bytes. A known reference is one lookup in the dictionary,
+    // whatever the length of its name.
+    const detail::XmlName& ResolveName(std::uint32_t reference);
 
     // Guards the recursion of Read.
     bool Enter();
@@ -60,7 +64,9 @@ protected:
 
     File::i_file& file_;
     xml_reader_interface& sink_;
-    std::unordered_map<std::uint32_t, std::string> names_;
+    // Sorted by the sender's numbers: the sender chooses them, so no hashing of them may
+    // decide the cost.
+    std::map<std::uint32_t, const detail::XmlName*> names_;
 
 private:
     std::uint32_t depth_ = 0;
@@ -89,11 +95,12 @@ private:
 class binary_reader : public xml_reader_interface {
 public:
     explicit binary_reader(XmlTreeBuilder& builder) : builder_(builder) {}
+    const detail::XmlName* InternName(std::string_view name) override;
     void StartDocument() override;
     void EndDocument() override;
-    void StartTag(std::string_view name) override;
+    void StartTag(const detail::XmlName& name) override;
     void EndTag() override;
-    void Attribute(std::string_view name, std::u16string_view value) override;
+    void Attribute(const detail::XmlName& name, std::u16string_view value) override;
     void Text(std::u16string_view value) override;
 
 private:

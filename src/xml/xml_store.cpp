@@ -1,7 +1,10 @@
 #include "xml/xml_store.h"
 
+#include <chrono>
 #include <cstring>
 #include <stdexcept>
+
+#include "platform/random_source.h"
 
 namespace Xml::detail {
 
@@ -10,23 +13,56 @@ namespace {
 constexpr std::size_t kFirstChunk = 4096;
 constexpr std::size_t kLargestChunk = std::size_t{1} << 20;
 
+// Names come from the peer, so their hash is keyed with secrets drawn once per process: a
+// sender cannot choose names that collide, and the table keeps its constant cost per name.
+struct HashKeys {
+    std::uint64_t First;
+    std::uint64_t Second;
+};
+
+HashKeys DrawHashKeys() {
+    HashKeys keys{0x243f6a8885a308d3ull, 0x13198a2e03707344ull};
+    std::uint64_t drawn[2] = {0, 0};
+    if (!Platform::KernelRandom(drawn, sizeof drawn)) {
+        // Without the kernel's source, the clock and the layout of this process still keep
+        // the keys out of a remote sender's reach.
+        drawn[0] = static_cast<std::uint64_t>(
+            std::chrono::steady_clock::now().time_since_epoch().count());
+        drawn[1] = reinterpret_cast<std::uintptr_t>(&drawn) ^
+                   reinterpret_cast<std::uintptr_t>(&DrawHashKeys);
+    }
+    keys.First ^= drawn[0];
+    keys.Second ^= drawn[1];
+    keys.Second |= 1;
+    return keys;
+}
+
+const HashKeys& Keys() {
+    static const HashKeys keys = DrawHashKeys();
+    return keys;
+}
+
+// Folds the 128-bit product of two words: every input bit reaches every output bit.
+inline std::uint64_t Mix(std::uint64_t a, std::uint64_t b) {
+    const unsigned __int128 product = static_cast<unsigned __int128>(a) * b;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+}  // namespace
+
 std::uint64_t HashName(std::string_view name) {
-    // FNV-1a over 8-byte words: names are short, and this is what decides the cost.
-    std::uint64_t hash = 0xcbf29ce484222325ull ^ name.size();
+    const HashKeys& keys = Keys();
+    std::uint64_t hash = keys.First ^ name.size();
     std::size_t i = 0;
     for (; i + 8 <= name.size(); i += 8) {
         std::uint64_t word;
         std::memcpy(&word, name.data() + i, 8);
-        hash = (hash ^ word) * 0x100000001b3ull;
-        hash ^= hash >> 29;
+        hash = Mix(hash ^ word, keys.Second);
     }
     std::uint64_t tail = 0;
     std::memcpy(&tail, name.data() + i, name.size() - i);
-    hash = (hash ^ tail) * 0x9e3779b97f4a7c15ull;
-    return hash ^ (hash >> 32);
+    return Mix(hash ^ tail ^ keys.First, keys.Second ^ 0x9e3779b97f4a7c15ull);
 }
-
-}  // namespace
 
 void Arena::Grow(std::size_t bytes) {
     // Chunks double up to a megabyte, so small documents stay small and large ones make

@@ -36,6 +36,9 @@ private:
     std::size_t capacity_ = 0;
 };
 
+// The hash of a name in the table below, keyed per process.
+std::uint64_t HashName(std::string_view name);
+
 // Names are interned so that a tag holds one pointer and equal names compare by address.
 class NameTable {
 public:

@@ -171,6 +171,39 @@ TEST(ZipOpen, RecordsThatDoNotAddUpAreCorrupted) {
     EXPECT_EQ(OpenFailure(tiny), 0x4000du);
 }
 
+TEST(ZipOpen, Zip64MarkersAreRefusedBeforeAnyByteIsHandedOut) {
+    // A stored member whose sizes claim the marker would otherwise read on into the next
+    // member and the directory.
+    const auto good = BuildZip({{"a", "first"}, {"b", "second"}});
+    auto patched = [&](auto patch) {
+        BuiltZip zip = good;
+        patch(zip);
+        return OpenFailure(zip);
+    };
+    EXPECT_EQ(patched([](BuiltZip& z) { z.Put32(z.Central[0] + 20, 0xffffffff); }), 0x4000du);
+    EXPECT_EQ(patched([](BuiltZip& z) { z.Put32(z.Central[0] + 24, 0xffffffff); }), 0x4000du);
+    EXPECT_EQ(patched([](BuiltZip& z) { z.Put32(z.Central[1] + 42, 0xffffffff); }), 0x4000du);
+    EXPECT_EQ(patched([](BuiltZip& z) {
+                  z.Put16(z.End + 8, 0xffff);
+                  z.Put16(z.End + 10, 0xffff);
+              }),
+              0x4000du);
+    EXPECT_EQ(patched([](BuiltZip& z) { z.Put32(z.End + 12, 0xffffffff); }), 0x4000du);
+    EXPECT_EQ(patched([](BuiltZip& z) { z.Put32(z.End + 16, 0xffffffff); }), 0x4000du);
+
+    // The marker in a local header behind a data descriptor: the entry fails, with nothing
+    // read.
+    BuiltZip local = BuildZip({{"a", "first", 0, 8}, {"b", "second"}});
+    local.Put32(local.Local[0] + 18, 0xffffffff);
+    local.Put32(local.Local[0] + 22, 0xffffffff);
+    auto archive = Open(local);
+    ASSERT_TRUE(archive);
+    auto entry = Entry(*archive, u"a");
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->GetError().Code(), 0x4000du);
+    EXPECT_EQ(ReadToEnd(*entry), "");
+}
+
 TEST(ZipOpen, ReadFailuresCarryTheFilesReasonAsCause) {
     const auto zip = BuildZip({{"a", Text(3000)}, {"b", "y"}});
     // In the scan, in the end record, and in the directory itself.

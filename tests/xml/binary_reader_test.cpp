@@ -185,3 +185,40 @@ TEST_F(BinaryReader, DeepNestingFailsCleanly) {
 }
 
 }  // namespace
+
+namespace {
+
+// A chain of `levels` nested elements "a" in each form.
+std::string NestedText(int levels) {
+    std::string out;
+    for (int i = 0; i < levels; ++i) out += "<a>";
+    for (int i = 0; i < levels; ++i) out += "</a>";
+    return out;
+}
+std::string NestedNew(int levels) {
+    Bytes b;
+    b << NewForm() << 1 << 1 << "a" << 0 << 0;
+    for (int i = 1; i < levels; ++i) b << 1 << 0 << 0;
+    for (int i = 1; i < levels; ++i) b << 0 << 0;  // end of children, then the parent's text
+    b << 0;                                         // end of the root's children
+    return b.data;
+}
+std::string NestedOld(int levels) {
+    Bytes b;
+    b << OldForm() << 1 << 1 << "a" << 0 << (levels > 1 ? 2 : 1) << 0;
+    for (int i = 1; i < levels; ++i) b << 1 << 0 << (i + 1 < levels ? 2 : 1) << 0;
+    for (int i = 1; i < levels; ++i) b << 0;  // the text behind each child
+    return b.data;
+}
+
+TEST(NestingBound, IsTheSameInEveryForm) {
+    const int limit = static_cast<int>(Xml::kMaxXmlDepth);
+    EXPECT_TRUE(Read(NestedText(limit)).Ok);
+    EXPECT_FALSE(Read(NestedText(limit + 1)).Ok);
+    EXPECT_TRUE(Read(NestedOld(limit)).Ok);
+    EXPECT_FALSE(Read(NestedOld(limit + 1)).Ok);
+    EXPECT_TRUE(Read(NestedNew(limit)).Ok);
+    EXPECT_FALSE(Read(NestedNew(limit + 1)).Ok);
+}
+
+}  // namespace
