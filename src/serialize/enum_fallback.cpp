@@ -1,6 +1,8 @@
 // The numeric fallback of enumeration values: a value without a name travels as its decimal
 // number, with a log entry and an assertion on each side.
 
+#include <algorithm>
+#include <limits>
 #include <sstream>
 #include <string>
 
@@ -23,7 +25,30 @@ std::string EnumFallbackWrite(std::int64_t value) {
     return std::to_string(value);
 }
 
-std::int64_t EnumFallbackRead(const std::string& text) {
+namespace {
+
+// A stream extraction into I: the value it leaves, failed or not (0 for no number, the limit
+// of I for a number beyond it).
+template <class I>
+std::int64_t Extract(const std::string& text) {
+    std::istringstream in(text);
+    I value = 0;
+    in >> value;
+    return static_cast<std::int64_t>(value);
+}
+
+// Streams read characters, not numbers, into one-byte integers: a wider extraction clamped
+// to the byte's limits gives what a numeric extraction would.
+template <class I>
+std::int64_t ExtractByte(const std::string& text) {
+    const std::int64_t wide = Extract<std::int32_t>(text);
+    return std::clamp<std::int64_t>(wide, std::numeric_limits<I>::min(),
+                                    std::numeric_limits<I>::max());
+}
+
+}  // namespace
+
+std::int64_t EnumFallbackRead(const std::string& text, std::size_t width, bool isSigned) {
     Common::Error invalid(TL_ORIGIN("Serialization::ReadEnum"), kInvalidEnumValue,
                           u"Invalid enum value: " + Common::WidenLatin1(text));
     Common::Error logged(TL_ORIGIN("Serialization::ReadEnum"), kInvalidEnumValue,
@@ -31,10 +56,17 @@ std::int64_t EnumFallbackRead(const std::string& text) {
     logged.AddCause(invalid);
     Common::TraceError(3, logged);
     TL_ASSERT_TEXT(false, "!\"Unknown value of enum!\"");
-    std::istringstream in(text);
-    std::int64_t value = 0;
-    in >> value;
-    return in.fail() ? 0 : value;
+    switch (width) {
+    case 1:
+        return isSigned ? ExtractByte<std::int8_t>(text) : ExtractByte<std::uint8_t>(text);
+    case 2:
+        return isSigned ? Extract<std::int16_t>(text) : Extract<std::uint16_t>(text);
+    case 4:
+        return isSigned ? Extract<std::int32_t>(text) : Extract<std::uint32_t>(text);
+    default:
+        return isSigned ? Extract<std::int64_t>(text)
+                        : static_cast<std::int64_t>(Extract<std::uint64_t>(text));
+    }
 }
 
 }  // namespace Serialization::Detail

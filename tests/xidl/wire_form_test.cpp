@@ -85,6 +85,19 @@ TEST(WireForm, AnEnumerationValueWithoutANameTravelsAsItsNumberWithALogOnEachSid
               0);
 }
 
+TEST(WireForm, ANumberBeyondTheEnumerationsWidthReadsAsItsLimit) {
+    Watch quiet;
+    auto read = [](const char* number) {
+        return static_cast<std::int64_t>(Read<DiskManagementEx::OperationCode>(
+            std::string("<X><OperationCode>") + number + "</OperationCode></X>", "X"));
+    };
+    // The enumeration is 32 bits wide: what lies beyond saturates instead of wrapping.
+    EXPECT_EQ(read("4294967297"), 2147483647);
+    EXPECT_EQ(read("-4294967297"), -2147483647 - 1);
+    EXPECT_EQ(read("2147483647"), 2147483647);
+    EXPECT_EQ(read("-5"), -5);
+}
+
 TEST(WireForm, OptionalsStateTheirNullFlagAndHoldTheValueOnlyWhenSet) {
     Core::Optional<std::uint32_t> port;
     EXPECT_EQ(Body(port, "Port"), "<Port><optional_type><is_null>1</is_null></optional_type></Port>");
@@ -145,6 +158,22 @@ TEST(WireForm, AForeignElementBehindASequenceEndsItWithoutAnError) {
         "</vector></L>";
     const auto items = Read<std::vector<std::u16string>>(body, "L");
     EXPECT_EQ(items, (std::vector<std::u16string>{u"a", u"b", u"c"}));
+}
+
+TEST(WireForm, APointerReadsANewObjectAndFillsIt) {
+    DiskManagement::Volume volume;
+    const auto back = RoundTrip(std::make_shared<DiskManagement::Volume>(volume));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(Body(*back), Body(volume));
+    // The empty element that a null pointer is written as has none of the members, and
+    // that is an error like any other missing member, not a null pointer.
+    try {
+        Read<std::shared_ptr<DiskManagement::Volume>>(
+            "<Root><shared_ptr version=\"54\"></shared_ptr></Root>");
+        FAIL() << "no error";
+    } catch (const Common::Error& error) {
+        EXPECT_EQ(error.Code(), 0x9c0002u);
+    }
 }
 
 TEST(WireForm, AMissingMemberIsAnError) {

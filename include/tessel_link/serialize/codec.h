@@ -89,7 +89,9 @@ namespace Detail {
 // The logged numeric fallbacks of enumerations (both log at level 3 and raise the
 // "Unknown value of enum" assertion).
 TL_API std::string EnumFallbackWrite(std::int64_t value);
-TL_API std::int64_t EnumFallbackRead(const std::string& text);
+// The number in `text`, extracted as a stream extracts into an integer of `width` bytes and
+// the given signedness: 0 for what is no number, the type's limit for what lies beyond it.
+TL_API std::int64_t EnumFallbackRead(const std::string& text, std::size_t width, bool isSigned);
 
 // The name-only MetaInfo of the fixed wire elements, built once.
 TL_API const MetaInfo& FixedMeta(int which);
@@ -331,6 +333,8 @@ void ReadOptional(Deserializer& d, Core::Optional<T>& value) {
     value = std::move(read);
 }
 
+// A null pointer is written as the empty element "shared_ptr" (with its version), which is
+// all a peer can be told of it; see ReadPointer for what becomes of that on reading.
 template <class T>
 void WritePointer(Serializer& s, const std::shared_ptr<T>& value) {
     if constexpr (IsPolytype<T>::value) {
@@ -356,12 +360,10 @@ void ReadPointer(Deserializer& d, std::shared_ptr<T>& value) {
         d >> object;
         value = std::dynamic_pointer_cast<T>(object);
     } else {
+        // Reading always makes a new object and fills it. The writer's form of a null
+        // pointer, the empty element, therefore fails here on the first missing member; only
+        // a record without members reads back from it, as a new object.
         ReadScope element(d, FixedMeta(kSharedPtr));
-        // A null pointer is written as an empty element.
-        if (!IsEmptyRecord<T>::value && d.NextMetaInfo().Name.empty()) {
-            value.reset();
-            return;
-        }
         auto object = std::make_shared<T>();
         d >> *object;
         value = std::move(object);
@@ -431,7 +433,9 @@ void ReadMember(Deserializer& d, const MetaInfo& meta, T& value) {
         std::string text;
         d.Read(MetaInfo(EnumCodec<T>::TypeName), text);
         if (!EnumCodec<T>::Parse(text, value)) {
-            value = static_cast<T>(Detail::EnumFallbackRead(text));
+            using Width = std::underlying_type_t<T>;
+            value = static_cast<T>(
+                Detail::EnumFallbackRead(text, sizeof(Width), std::is_signed_v<Width>));
         }
     } else {
         ReadScope element(d, meta);
