@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include <tessel_link/binding/reply_reading.h>
 #include <tessel_link/common/messages.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
@@ -15,82 +16,12 @@ namespace Binding {
 
 namespace {
 
-// The packet format of both packets of a call.
-constexpr std::uint32_t kPacketFormatRevision = 2;
-// No version is in force at the root of either packet: every versioned record states its own.
-constexpr std::uint32_t kRootSubjectVersion = 0;
-
 // "The operation is not supported."
 constexpr std::uint32_t kRowNotSupported = 564;
 
 Common::Error NotSupported(const Common::ErrorOrigin& origin) {
     return Common::Error(origin, Detail::kNotSupported, Common::GetMessageRow(kRowNotSupported));
 }
-
-// Passes every read through to the reply's deserializer and keeps the first value read as
-// "result" directly inside the reply element: that is the outcome of the call, which
-// ReadReply reads but does not hand out.
-class ResultCapture final : public Serialization::Deserializer {
-public:
-    explicit ResultCapture(Serialization::Deserializer& inner) : inner_(inner) {}
-
-    bool Captured() const { return captured_; }
-    const Common::Error& Result() const { return result_; }
-
-#define TL_FORWARD_READ(Type)                                                       \
-    Deserializer& Read(const Serialization::MetaInfo& meta, Type& value) override { \
-        inner_.Read(meta, value);                                                   \
-        return *this;                                                               \
-    }
-    TL_FORWARD_READ(Serialization::Blob)
-    TL_FORWARD_READ(std::vector<unsigned char>)
-    TL_FORWARD_READ(std::uint16_t)
-    TL_FORWARD_READ(std::int16_t)
-    TL_FORWARD_READ(std::string)
-    TL_FORWARD_READ(std::int64_t)
-    TL_FORWARD_READ(std::int32_t)
-    TL_FORWARD_READ(std::uint64_t)
-    TL_FORWARD_READ(double)
-    TL_FORWARD_READ(std::uint32_t)
-    TL_FORWARD_READ(std::u16string)
-    TL_FORWARD_READ(Common::Guid)
-    TL_FORWARD_READ(std::uint8_t)
-    TL_FORWARD_READ(bool)
-#undef TL_FORWARD_READ
-
-    Deserializer& Read(const Serialization::MetaInfo& meta, Common::Error& value) override {
-        inner_.Read(meta, value);
-        if (!captured_ && depth_ == 1 && meta.Name == "result") {
-            result_ = value;
-            captured_ = true;
-        }
-        return *this;
-    }
-
-    Serialization::MetaInfo NextMetaInfo() override {
-        return inner_.NextMetaInfo();
-    }
-    void BeginReadMetaInfo(const Serialization::MetaInfo& meta) override {
-        inner_.BeginReadMetaInfo(meta);
-        ++depth_;
-    }
-    void FinishReadMetaInfo(const Serialization::MetaInfo& meta) override {
-        --depth_;
-        inner_.FinishReadMetaInfo(meta);
-    }
-    std::uint64_t GetSubjectVersion() override {
-        return inner_.GetSubjectVersion();
-    }
-    void* QueryType(const char* typeName) override {
-        return inner_.QueryType(typeName);
-    }
-
-private:
-    Serialization::Deserializer& inner_;
-    Common::Error result_;
-    int depth_ = 0;
-    bool captured_ = false;
-};
 
 }  // namespace
 
@@ -166,11 +97,7 @@ private:
         if (observer_) {
             observer_(*request_, Bytes(requestPacket), Bytes(replyPacket));
         }
-        Serialization::XMLPacketDeserializer replyReader(replyPacket.Data(), replyPacket.Size(),
-                                                         kRootSubjectVersion);
-        ResultCapture capture(replyReader);
-        request_->ReadReply(capture);
-        return capture.Result();
+        return ReadReplyPacket(*request_, Bytes(replyPacket));
     }
 
     static std::span<const unsigned char> Bytes(const Serialization::Blob& blob) {

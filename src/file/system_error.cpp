@@ -22,15 +22,16 @@ constexpr Translation kTranslations[] = {
 };
 
 // The system records beneath the function record: the Windows code, and the native code
-// beneath that when the platform has one of its own.
-Common::Error SystemCause(const Common::ErrorOrigin& origin, const Platform::SystemError& failure,
-                          FileErrorCode head) {
+// beneath that when the platform has one of its own. The native record has a code of its
+// own, so that the deepest record of the chain says what it is rather than repeating the
+// head's code.
+Common::Error SystemCause(const Common::ErrorOrigin& origin, const Platform::SystemError& failure) {
     Common::Error cause;
     if (failure.Windows != 0) {
         cause.AddWindowsError(static_cast<int>(failure.Windows));
     }
     if (failure.Native != 0) {
-        const Common::Error native = Common::Error::Errno(origin, head.Code, failure.Native);
+        const Common::Error native = Common::Error::Errno(origin, Common::Error::kErrnoCode, failure.Native);
         if (cause.Empty()) {
             cause = native;
         } else {
@@ -64,7 +65,7 @@ Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* fun
     const FileErrorCode code = Choose(failure, fallback);
     Common::Error error =
         Common::Error::WithFunction(origin, code.Code, Common::GetMessageRow(code.Row), function);
-    error.AddCause(SystemCause(origin, failure, code));
+    error.AddCause(SystemCause(origin, failure));
     return error;
 }
 
@@ -74,7 +75,7 @@ Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* fun
     const FileErrorCode code = Choose(failure, fallback);
     Common::Error error = Common::Error::WithFunctionAndPath(
         origin, code.Code, Common::GetMessageRow(code.Row), function, path);
-    error.AddCause(SystemCause(origin, failure, code));
+    error.AddCause(SystemCause(origin, failure));
     return error;
 }
 

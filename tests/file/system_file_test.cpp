@@ -25,7 +25,11 @@ TEST(SystemErrors, TranslationKeepsTheSystemCodesAsCauses) {
     EXPECT_EQ(std::u16string(e.GetWide("path")), u"/x");
     const Common::Error system = e.Cause();
     EXPECT_EQ(system.GetNumber("code"), 0x80070002u);
+    EXPECT_EQ(system.Code(), Common::Error::kSystemCode);
     EXPECT_EQ(system.Cause().GetNumber("Errno"), 2u);
+    // The deepest record says what it is: the errno record, not the head's code again.
+    EXPECT_EQ(system.Cause().Code(), Common::Error::kErrnoCode);
+    EXPECT_TRUE(system.Cause().Cause().Empty());
 
     // Without a translation the caller's code stands; the causes are still there.
     const Common::Error io = File::MakeSystemError(
@@ -38,6 +42,7 @@ TEST(SystemErrors, TranslationKeepsTheSystemCodesAsCauses) {
         TL_ORIGIN("F"), "read", Platform::SystemError{0, 4242}, File::kReadFailed);
     EXPECT_EQ(odd.Code(), 0x40001u);
     EXPECT_EQ(odd.Cause().GetNumber("Errno"), 4242u);
+    EXPECT_EQ(odd.Cause().Code(), Common::Error::kErrnoCode);
 }
 
 TEST(SystemErrors, TableCoversTheSystemCodes) {

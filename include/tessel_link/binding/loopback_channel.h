@@ -18,13 +18,15 @@ namespace Binding {
 // A channel that serves every call inside the process, for hosts that test themselves and
 // for fake services: a host stands up a service of any component in a few lines:
 //
-//   auto channel = std::make_shared<Binding::LoopbackChannel>();
-//   channel->Register(std::make_unique<TestManagement::TestManager_Dispatcher>(myManager));
+//   auto loopback = std::make_shared<Binding::LoopbackChannel>();
+//   loopback->Register(std::make_unique<TestManagement::TestManager_Dispatcher>(myManager));
+//   Core::ChannelPointer channel = loopback;
+//   Core::ComponentSlot component;
 //   CreateProxy(188, &channel, &component);
 //
 // The job of a call takes the request's own packet (CreateDeserializer), lets the
 // component's dispatcher write the reply into a fresh packet, and reads that packet back
-// with ReadReply: each call crosses the same bytes as it would between processes. Run
+// with ReadReplyPacket: each call crosses the same bytes as it would between processes. Run
 // returns the reply's "result" as it was read from the packet.
 //
 // A call for a component without a dispatcher, or for a method its dispatcher does not

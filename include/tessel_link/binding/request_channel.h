@@ -19,9 +19,13 @@ public:
     // Blocks until the call is complete. On success the channel has called ReadReply and
     // the out arguments stand in the caller's variables. Proxy calls pass no handler.
     virtual Common::Error Run(JobManagement::JobHandler* handler) = 0;
-    // Starts the job without waiting and tells the handler of its end; and ends it.
-    // Only the event proxy uses these.
+    // Starts the job in the background and returns at once; the handler is told when the
+    // call has ended (the event proxy's fetches run this way). A channel without a
+    // background form answers with an error.
     virtual Common::Error Start(JobManagement::JobHandler* handler) = 0;
+    // Ends a started job: from its return on, the job no longer calls its handler and no
+    // longer touches the request's out arguments. It must not wait for a service call that
+    // blocks.
     virtual Common::Error Stop() = 0;
 };
 
@@ -31,6 +35,8 @@ public:
 // Send takes the request over and fills `job`, null on entry, with the job of the call, or
 // returns why the call could not be started. After the job's Run has returned the channel
 // must not touch the request any more: its out arguments point into the caller's frame.
+// A channel writes the request with the constants and reads the reply with the function of
+// reply_reading.h.
 class TL_API RequestChannel {
 public:
     virtual ~RequestChannel() = default;

@@ -24,6 +24,9 @@ class TL_API Error {
 public:
     // Reserved codes of module 0.
     static constexpr std::uint32_t kSystemCode = 0xfff0;       // system record
+    // The C library's error number beneath a system record, on systems where that number is
+    // the native reason; the record's "Errno" parameter holds it.
+    static constexpr std::uint32_t kErrnoCode = 0xfff1;
     static constexpr std::uint32_t kOutOfMemoryCode = 0xfff2;  // the static record
 
     Error() noexcept = default;
