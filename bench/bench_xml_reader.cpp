@@ -1,7 +1,8 @@
 // XML reader throughput, building the whole tree from memory, against pugixml (DOM parse),
 // libxml2 (xmlReadMemory) and expat (no-op handlers), on three documents: a packet of many
 // small records, a text-heavy document and an attribute-heavy one. Also reports the memory
-// that the tree of the packet takes per byte of input.
+// that the tree of the packet takes per byte of input, and the time of documents built to
+// make the readers slow beside benign documents of the same size.
 
 #include <cstdio>
 #include <string>
@@ -14,6 +15,7 @@
 #include <pugixml.hpp>
 
 #include "ratio_reporter.h"
+#include "support/hostile_xml.h"
 
 namespace {
 
@@ -162,6 +164,48 @@ TL_XML_BENCH(Packet, PacketDocument)
 TL_XML_BENCH(TextHeavy, TextDocument)
 TL_XML_BENCH(AttributeHeavy, AttributeDocument)
 
+// Hostile documents against their benign twins, our reader alone: the ratio of the two
+// times must stay small whatever the sender chose.
+const std::string& SparseHostile() {
+    static const std::string doc = hostile_xml::SparseNameNumbers(40000, true);
+    return doc;
+}
+const std::string& SparseBenign() {
+    static const std::string doc = hostile_xml::SparseNameNumbers(40000, false);
+    return doc;
+}
+const std::string& LongNameHostile() {
+    static const std::string doc = hostile_xml::RepeatedLongName(std::size_t{1} << 20, 20000, true);
+    return doc;
+}
+const std::string& LongNameBenign() {
+    static const std::string doc = hostile_xml::RepeatedLongName(std::size_t{1} << 20, 20000, false);
+    return doc;
+}
+const std::string& CollidingHostile() {
+    static const std::string doc = hostile_xml::ElementsNamed(
+        hostile_xml::NamesOf(TL_TEST_DATA_DIR "/xml/colliding_names.txt"));
+    return doc;
+}
+const std::string& CollidingBenign() {
+    static const std::string doc = hostile_xml::ElementsNamed(hostile_xml::BenignNames(30000));
+    return doc;
+}
+
+#define TL_HOSTILE_BENCH(name)                                         \
+    void name##_Hostile(benchmark::State& s) {                         \
+        Ours(s, name##Hostile());                                      \
+    }                                                                  \
+    void name##_Benign(benchmark::State& s) {                          \
+        Ours(s, name##Benign());                                       \
+    }                                                                  \
+    BENCHMARK(name##_Hostile)->Unit(benchmark::kMillisecond);          \
+    BENCHMARK(name##_Benign)->Unit(benchmark::kMillisecond);
+
+TL_HOSTILE_BENCH(Sparse)
+TL_HOSTILE_BENCH(LongName)
+TL_HOSTILE_BENCH(Colliding)
+
 void ReportTreeMemory() {
     const std::string& doc = PacketDocument();
     File::buf_ifile<char> file(doc.data(), doc.size());
@@ -187,6 +231,12 @@ int main(int argc, char** argv) {
         lines.push_back({std::string(doc) + " vs pugixml", std::string(doc) + "_Pugixml", ours,
                          packet ? 0.5 : 0.0});
         lines.push_back({std::string(doc) + " vs expat", std::string(doc) + "_Expat", ours, 0.0});
+    }
+    // Printed as benign time over hostile time: at least 0.5 means hostile names cost at
+    // most twice what benign ones do.
+    for (const char* doc : {"Sparse", "LongName", "Colliding"}) {
+        lines.push_back({std::string("hostile names (") + doc + "), benign/hostile",
+                         std::string(doc) + "_Benign", std::string(doc) + "_Hostile", 0.5});
     }
     const int status = bench_support::RunWithRatios(argc, argv, lines);
     ReportTreeMemory();
