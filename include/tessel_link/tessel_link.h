@@ -58,6 +58,7 @@
 #include <tessel_link/binding/call.h>
 #include <tessel_link/binding/loopback_channel.h>
 #include <tessel_link/binding/method_descriptor.h>
+#include <tessel_link/binding/reply_reading.h>
 #include <tessel_link/binding/request.h>
 #include <tessel_link/binding/request_base.h>
 #include <tessel_link/binding/request_channel.h>
