@@ -6,6 +6,8 @@
 #include <map>
 #include <sstream>
 
+#include <tessel_link/common/assert.h>
+
 #include "command.h"
 
 namespace tessel_cli {
@@ -110,5 +112,8 @@ int Main(int argc, char** argv) {
 }  // namespace tessel_cli
 
 int main(int argc, char** argv) {
+    // The tool reports a failed internal check on standard error and goes on, unless the
+    // user set CORVANE_SAFE_ASSERT.
+    Common::SetAssertionDefault(Common::AssertToLog);
     return tessel_cli::Main(argc, argv);
 }

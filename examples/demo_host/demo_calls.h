@@ -21,4 +21,7 @@ struct DemoCall {
 // In ascending component ID.
 const std::vector<DemoCall>& DemoCalls();
 
+// Every method of every component, called the same way, by component ID and method number.
+const std::vector<DemoCall>& EveryMethodCall();
+
 }  // namespace Demo

@@ -85,14 +85,21 @@ void Event(const char* text) {
 Detail::AssertSettings g_settings;
 std::once_flag g_settingsOnce;
 
+std::atomic<std::uint32_t> g_defaultMask{Detail::kAssertDefault};
+
 void ReadSettings() {
-    g_settings.Mask = Detail::ParseAssertMask(std::getenv("CORVANE_SAFE_ASSERT"));
+    const char* variable = std::getenv("CORVANE_SAFE_ASSERT");
+    g_settings.Mask = variable != nullptr ? Detail::ParseAssertMask(variable) : g_defaultMask.load();
     if (g_settings.Mask != Detail::kAssertOff && (g_settings.Mask & Detail::kAssertLog) != 0) {
         g_settings.Log = Detail::OpenAssertLog(std::getenv("CORVANE_SAFE_ASSERT_LOGFILE"));
     }
 }
 
 }  // namespace
+
+std::uint32_t SetAssertionDefault(std::uint32_t mask) {
+    return g_defaultMask.exchange(mask);
+}
 
 std::uint32_t Detail::ParseAssertMask(const char* value) {
     if (value == nullptr) {

@@ -156,9 +156,28 @@ TEST_F(AssertEnvironment, DefaultLogsToStandardErrorAndAborts) {
         {
             unsetenv("CORVANE_SAFE_ASSERT");
             unsetenv("CORVANE_SAFE_ASSERT_LOGFILE");
+            Common::SetAssertionDefault(0x65);
             Common::Assert("ready", "b.cpp", 40);
         },
         "Assertion failed: ready, file b.cpp, line 40\n0x[0-9A-F]+");
+}
+
+TEST_F(AssertEnvironment, AHostsDefaultStandsOnlyWithoutTheVariable) {
+    // This test program's own default: log and go on.
+    EXPECT_EXIT(
+        {
+            unsetenv("CORVANE_SAFE_ASSERT");
+            unsetenv("CORVANE_SAFE_ASSERT_LOGFILE");
+            std::exit(Common::Assert("goes on", "d.cpp", 7) == 1 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "Assertion failed: goes on, file d.cpp, line 7\n");
+    // The user's variable wins over it.
+    EXPECT_DEATH(
+        {
+            setenv("CORVANE_SAFE_ASSERT", "abort", 1);
+            Common::Assert("stops", "d.cpp", 8);
+        },
+        "");
 }
 
 TEST_F(AssertEnvironment, WordsReadTheLogTarget) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include <tessel_link/export.h>
 
 namespace Common {
@@ -20,6 +22,21 @@ TL_API int Assert(const char* expression, const char* file, int line);
 //   stack 0x40   add a stack trace of up to 32 frames to debug, log and event
 // An unknown word turns assertions off. Returns 0 to ignore, 1 to go on.
 TL_API int Report(const char* expression, const char* file, int line, const char* message);
+
+// The outputs of the report, as bits of CORVANE_SAFE_ASSERT's mask.
+enum AssertionOutput : std::uint32_t {
+    AssertToDebug = 0x02,
+    AssertToLog = 0x04,
+    AssertToEvent = 0x08,
+    AssertAbort = 0x20,
+    AssertWithStack = 0x40,
+};
+
+// The mask that stands when CORVANE_SAFE_ASSERT is not set (0x65 unless a host changes it).
+// A host that must not be ended by a failed check, such as a tool or a service, calls this
+// before the first report, for example with AssertToLog: the user's variable still wins.
+// Returns the previous default.
+TL_API std::uint32_t SetAssertionDefault(std::uint32_t mask);
 
 // Called with the expression of every assertion that is reported (before the mask is
 // applied, and also when assertions are turned off), so that tests can see which checks
