@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include <tessel_link/binding/call.h>
 #include <tessel_link/binding/reply_reading.h>
 #include <tessel_link/common/messages.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
@@ -137,6 +138,9 @@ const ServiceDispatcher* LoopbackChannel::Find(std::uint32_t componentId) const 
 
 Common::Error LoopbackChannel::Send(std::unique_ptr<Request> request,
                                     std::unique_ptr<RequestJob>& job) {
+    if (request == nullptr) {
+        return NullPointerError(TL_ORIGIN("Binding::LoopbackChannel::Send"), "request != nullptr");
+    }
     // An unknown component is answered by the job, as a service would answer it.
     const ServiceDispatcher* dispatcher = Find(request->GetComponentID());
     job = std::make_unique<Job>(std::move(request), dispatcher, observer_);

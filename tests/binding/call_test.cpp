@@ -1,4 +1,5 @@
 #include <tessel_link/binding/call.h>
+#include <tessel_link/binding/loopback_channel.h>
 #include <tessel_link/binding/request_impl.h>
 
 #include <stdexcept>
@@ -34,6 +35,34 @@ TEST(ExecuteCall, SendFailureIsTheResultAndSkipsRun) {
     EXPECT_EQ(channel.Sends, 1);
     EXPECT_EQ(channel.Runs, 0);
     EXPECT_EQ(request, nullptr);
+}
+
+// A channel that reports success and makes no job.
+class JoblessChannel : public Binding::RequestChannel {
+public:
+    Common::Error Send(std::unique_ptr<Binding::Request>,
+                       std::unique_ptr<Binding::RequestJob>&) override {
+        return Common::ErrorSuccess;
+    }
+};
+
+TEST(ExecuteCall, NullRequestsAndMissingJobsAreUsageErrors) {
+    Fakes::ScriptedChannel channel;
+    std::unique_ptr<Binding::Request> none;
+    EXPECT_EQ(Binding::ExecuteCall(channel, none).Code(), Binding::kErrorNullPointer);
+    EXPECT_EQ(channel.Sends, 0);
+
+    JoblessChannel jobless;
+    std::string result;
+    auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
+    const Common::Error error = Binding::ExecuteCall(jobless, request);
+    EXPECT_EQ(error.Code(), Binding::kErrorNullPointer);
+    EXPECT_EQ(error.Text(), u"Pointer is null.");
+
+    Binding::LoopbackChannel loopback;
+    std::unique_ptr<Binding::RequestJob> job;
+    EXPECT_EQ(loopback.Send(nullptr, job).Code(), Binding::kErrorNullPointer);
+    EXPECT_EQ(job, nullptr);
 }
 
 TEST(ExecuteCall, RunsTheJobWithoutHandlerAndReturnsItsOutcome) {
