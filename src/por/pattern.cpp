@@ -250,33 +250,32 @@ PatternTest GetPatternByName(const UnitName& name) {
 
 bool LikeMatch(std::u16string_view text, std::u16string_view pattern) {
     if (pattern.empty()) {
-        return true;
+        return true;  // an empty pattern matches every text, on purpose
     }
+    // Greedy, with one back-up point: the place behind the last "%" and the text position
+    // it took over. A mismatch lets that "%" take one unit more; the match is decided once
+    // the pattern is used up, without backing up again.
     std::size_t t = 0;
     std::size_t p = 0;
     bool backup = false;
     std::size_t backupPattern = 0;
     std::size_t backupText = 0;
-    while (t < text.size()) {
-        if (p < pattern.size() && pattern[p] == u'%') {
+    while (p < pattern.size()) {
+        if (pattern[p] == u'%') {
             backup = true;
             backupPattern = ++p;
             backupText = t;
-        } else if (p < pattern.size() && (pattern[p] == u'_' || pattern[p] == text[t])) {
+        } else if (t < text.size() && (pattern[p] == u'_' || pattern[p] == text[t])) {
             ++p;
             ++t;
-        } else if (backup) {
-            // Let the last "%" take one unit more and try again from behind it.
+        } else if (backup && t < text.size()) {
             p = backupPattern;
             t = ++backupText;
         } else {
-            return false;
+            return false;  // no back-up point, or the text ran out
         }
     }
-    while (p < pattern.size() && pattern[p] == u'%') {
-        ++p;
-    }
-    return p == pattern.size();
+    return pattern.back() == u'%' || t == text.size();
 }
 
 bool MatchTraits(const View::Unit& source, const View::Unit& pattern) {

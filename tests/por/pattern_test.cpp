@@ -131,8 +131,17 @@ TEST(Match, LikeWildcards) {
     EXPECT_FALSE(LikeMatch(u"xy", u"_"));
     EXPECT_TRUE(LikeMatch(u"abc", u"a%"));
     EXPECT_FALSE(LikeMatch(u"Abc", u"a%"));   // case-sensitive
-    EXPECT_TRUE(LikeMatch(u"abxb", u"a%b"));  // the last "b" is the one that counts
-    EXPECT_TRUE(LikeMatch(u"abcabd", u"%ab_"));
+    // Greedy with one back-up point: once the pattern is used up, the match is decided
+    // without backing up again, so only a text used up too (or a final "%") matches.
+    EXPECT_FALSE(LikeMatch(u"abxb", u"a%b"));
+    EXPECT_FALSE(LikeMatch(u"aXbab", u"a%b"));
+    EXPECT_FALSE(LikeMatch(u"abab", u"%ab"));
+    EXPECT_FALSE(LikeMatch(u"abcabd", u"%ab_"));
+    EXPECT_TRUE(LikeMatch(u"xaab", u"%ab"));   // a mismatch still backs up
+    EXPECT_TRUE(LikeMatch(u"aXb", u"a%b"));
+    EXPECT_TRUE(LikeMatch(u"abcd", u"a%"));    // a final "%" takes the rest
+    EXPECT_TRUE(LikeMatch(u"ab", u"ab%"));
+    EXPECT_FALSE(LikeMatch(u"ab", u"abc"));
     EXPECT_FALSE(LikeMatch(u"abcabe", u"%abd"));
     EXPECT_TRUE(LikeMatch(u"a%c", u"a%%c"));
     EXPECT_TRUE(LikeMatch(u"\U0001F600", u"__"));  // units, not characters
