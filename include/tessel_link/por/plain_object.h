@@ -60,7 +60,7 @@ struct ConstructionContext {
 TL_API ConstructionContext MakeConstructionContext(UnitPtr unit, Construction::UnitFactory& factory,
                                                    ErrorHandler* errorHandler = nullptr);
 
-class TL_API PlainObject : private Common::NonCopyable, public Serialization::CategoryHolder {
+class TL_API PlainObject : private ::Common::NonCopyable, public ::Serialization::CategoryHolder {
 public:
     ~PlainObject() override;
     // A deep copy of the branch, made with the object's factory; it shares nothing with it.
