@@ -6,6 +6,7 @@
 #include <tessel_link/por/errors.h>
 #include <tessel_link/por/util.h>
 
+#include "por/deep_stack.h"
 #include "por/por_errors.h"
 
 namespace Por::Util {
@@ -30,8 +31,13 @@ void AssignAt(Modification::Unit& target, const View::Unit& source,
 
 // Raises when a unit lies deeper than the copy of an array element may go, so that the
 // perform pass cannot fail half-way on a tree too deep to copy.
+void EnsureCopyableHere(const View::Unit& unit, unsigned depth);
+
 void EnsureCopyable(const View::Unit& unit, unsigned depth) {
-    Por::Detail::CheckDepth(depth, kAssignFunction);
+    Por::Detail::Descend(depth, kAssignFunction, [&] { EnsureCopyableHere(unit, depth); });
+}
+
+void EnsureCopyableHere(const View::Unit& unit, unsigned depth) {
     auto child = MakeProcessor<const View::Unit>(
         [&](const View::Unit& u) { EnsureCopyable(u, depth + 1); });
     auto property = MakeProcessor<const View::Property>(
@@ -196,8 +202,13 @@ void Dispatch(Modification::Unit& target, const View::Unit& source, AssignStrate
     });
 }
 
+void EnsureAtHere(Modification::Unit& target, const View::Unit& source, unsigned depth);
+
 void EnsureAt(Modification::Unit& target, const View::Unit& source, unsigned depth) {
-    Por::Detail::CheckDepth(depth, kAssignFunction);
+    Por::Detail::Descend(depth, kAssignFunction, [&] { EnsureAtHere(target, source, depth); });
+}
+
+void EnsureAtHere(Modification::Unit& target, const View::Unit& source, unsigned depth) {
     // Traits are a precondition only: every trait of the source must be in the target.
     if (!TraitsInclude(target, source)) {
         throw Por::Detail::MakeRowError(
@@ -208,11 +219,14 @@ void EnsureAt(Modification::Unit& target, const View::Unit& source, unsigned dep
     Dispatch(target, source, check);
 }
 
+// The perform pass: the whole tree was checked before it began, so nothing below fails for
+// a reason the check knows, and no level checks its subtree again.
 void AssignAt(Modification::Unit& target, const View::Unit& source,
               Construction::UnitFactory& factory, unsigned depth) {
-    EnsureAt(target, source, depth);
-    PerformAssignStrategy perform(factory, depth);
-    Dispatch(target, source, perform);
+    Por::Detail::Descend(depth, kAssignFunction, [&] {
+        PerformAssignStrategy perform(factory, depth);
+        Dispatch(target, source, perform);
+    });
 }
 
 }  // namespace
@@ -223,6 +237,7 @@ void EnsureUnitsCanBeAssigned(Modification::Unit& target, const View::Unit& sour
 
 void Assign(Modification::Unit& target, const View::Unit& source,
             Construction::UnitFactory& factory) {
+    EnsureAt(target, source, 0);
     AssignAt(target, source, factory, 0);
 }
 

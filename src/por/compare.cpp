@@ -8,6 +8,7 @@
 #include <tessel_link/por/walkers.h>
 
 #include "por/holders.h"
+#include "por/deep_stack.h"
 #include "por/por_errors.h"
 
 namespace Por::Util {
@@ -305,11 +306,16 @@ int CompareTraitsAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
     return CompareAt(leftOnly.trait->GetUnit(), rightOnly.trait->GetUnit(), depth);
 }
 
+int CompareAtHere(const View::Unit& a, const View::Unit& b, unsigned depth);
+
 int CompareAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
     if (&a == &b) {
         return 0;
     }
-    Por::Detail::CheckDepth(depth, kCompareFunction);
+    return Por::Detail::Descend(depth, kCompareFunction, [&] { return CompareAtHere(a, b, depth); });
+}
+
+int CompareAtHere(const View::Unit& a, const View::Unit& b, unsigned depth) {
     PerformValueCompare op{depth, 0};
     Por::Detail::ApplyBinary(a, b, op);
     if (op.result != 0) {
@@ -430,17 +436,23 @@ struct ValueComparator {
 };
 
 bool UnitValueEqualAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
-    Por::Detail::CheckDepth(depth, kEqualFunction);
-    ValueComparator op{depth, false};
-    Por::Detail::ApplyBinary(a, b, op);
-    return op.result;
+    return Por::Detail::Descend(depth, kEqualFunction, [&] {
+        ValueComparator op{depth, false};
+        Por::Detail::ApplyBinary(a, b, op);
+        return op.result;
+    });
 }
+
+bool UnitEqualAtHere(const View::Unit& a, const View::Unit& b, unsigned depth);
 
 bool UnitEqualAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
     if (&a == &b) {
         return true;
     }
-    Por::Detail::CheckDepth(depth, kEqualFunction);
+    return Por::Detail::Descend(depth, kEqualFunction, [&] { return UnitEqualAtHere(a, b, depth); });
+}
+
+bool UnitEqualAtHere(const View::Unit& a, const View::Unit& b, unsigned depth) {
     // Traits first: they are few, and usually decide quickly.
     if (!IncludeEachOtherAt(a, b, depth + 1)) {
         return false;

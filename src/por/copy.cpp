@@ -3,6 +3,7 @@
 #include <tessel_link/por/util.h>
 
 #include "por/holders.h"
+#include "por/deep_stack.h"
 #include "por/por_errors.h"
 
 namespace Por::Util {
@@ -62,8 +63,14 @@ struct UnitValueCopier {
     }
 };
 
+UnitPtr CopyAtHere(const View::Unit& source, Construction::UnitFactory& factory, unsigned depth);
+
 UnitPtr CopyAt(const View::Unit& source, Construction::UnitFactory& factory, unsigned depth) {
-    Por::Detail::CheckDepth(depth, kCopyFunction);
+    return Por::Detail::Descend(depth, kCopyFunction,
+                                [&] { return CopyAtHere(source, factory, depth); });
+}
+
+UnitPtr CopyAtHere(const View::Unit& source, Construction::UnitFactory& factory, unsigned depth) {
     UnitValueCopier copier{factory, depth, nullptr};
     VisitValue(source, copier);
     UnitPtr copy = std::move(copier.result);
@@ -172,8 +179,14 @@ struct MemoryValueCopier {
 
 }  // namespace
 
+UnitPtr CopyToMemoryHere(const View::Unit& source, unsigned depth);
+
 UnitPtr CopyToMemory(const View::Unit& source, unsigned depth) {
-    Detail::CheckDepth(depth, "Por::Util::CopyUnit");
+    return Detail::Descend(depth, "Por::Util::CopyUnit",
+                           [&] { return CopyToMemoryHere(source, depth); });
+}
+
+UnitPtr CopyToMemoryHere(const View::Unit& source, unsigned depth) {
     MemoryValueCopier copier{depth, nullptr};
     VisitValue(source, copier);
     const View::Traits& traits = source.GetTraits();

@@ -9,6 +9,7 @@
 #include <tessel_link/por/trait_names.h>
 #include <tessel_link/por/util.h>
 
+#include "por/deep_stack.h"
 #include "por/por_errors.h"
 
 namespace Por::Util {
@@ -289,8 +290,19 @@ bool MatchTraits(const View::Unit& source, const View::Unit& pattern) {
     return !pattern.GetTraits().ForEach(each);
 }
 
+bool MatchHere(const View::Unit& source, const View::Unit& pattern);
+
 bool Match(const View::Unit& source, const View::Unit& pattern) {
     DepthGuard depth;
+    // The depth lives in a thread-local: a level that moves to a fresh stack takes it along.
+    const unsigned level = t_depth;
+    return Por::Detail::OnFreshStackIfDue(level, "Por::Util::Match", [&] {
+        t_depth = level;  // already so on this thread; a fresh one starts from 0
+        return MatchHere(source, pattern);
+    });
+}
+
+bool MatchHere(const View::Unit& source, const View::Unit& pattern) {
     const unsigned kind = GetValueTypeIndex(pattern);
     if (kind == NilType && !HasTraits(pattern)) {
         return true;

@@ -8,6 +8,8 @@
 #include <tessel_link/por/compare.h>
 #include <tessel_link/por/util.h>
 
+#include "por/deep_stack.h"
+
 namespace Por::Util {
 
 namespace {
@@ -66,8 +68,14 @@ public:
 
     void PrintUnit(std::string_view name, const View::Unit& unit, const std::string& indent,
                    std::string_view prefix, unsigned depth) {
+        Por::Detail::OnFreshStackIfDue(depth, "Por::Util::Print",
+                                       [&] { PrintUnitHere(name, unit, indent, prefix, depth); });
+    }
+
+    void PrintUnitHere(std::string_view name, const View::Unit& unit, const std::string& indent,
+                       std::string_view prefix, unsigned depth) {
         out_ << indent << prefix << name;
-        if (depth > kMaxTreeDepth) {
+        if (depth > kMaxPrintDepth) {
             out_ << " ...";
             EndLine();
             return;
@@ -168,7 +176,7 @@ private:
         while (cause.Code() != 0) {
             causeIndent += "  ";
             out_ << causeIndent << "(SubError)";
-            if (++depth > kMaxTreeDepth) {
+            if (++depth > kMaxPrintDepth) {
                 out_ << " ...";
                 EndLine();
                 return;

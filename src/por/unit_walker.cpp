@@ -2,6 +2,7 @@
 
 #include <tessel_link/por/visitors.h>
 
+#include "por/deep_stack.h"
 #include "por/por_errors.h"
 
 namespace Por::Util {
@@ -80,8 +81,14 @@ private:
     unsigned depth_;
 };
 
+void WalkAtHere(const View::Unit& unit, TraitValueGuide& guide, UnitWalker& walker, unsigned depth);
+
 void WalkAt(const View::Unit& unit, TraitValueGuide& guide, UnitWalker& walker, unsigned depth) {
-    Por::Detail::CheckDepth(depth, "Por::Util::WalkHierarchy");
+    Por::Detail::Descend(depth, "Por::Util::WalkHierarchy",
+                         [&] { WalkAtHere(unit, guide, walker, depth); });
+}
+
+void WalkAtHere(const View::Unit& unit, TraitValueGuide& guide, UnitWalker& walker, unsigned depth) {
     walker.BeginUnit();
     HierarchyWalkerCrossroad crossroad(unit, guide, walker, depth);
     guide.Choose(crossroad);

@@ -1,6 +1,8 @@
 // Trees deeper than the recursive operations follow: they refuse or cut off, never crash.
 
 #include <tessel_link/por/assign.h>
+#include <tessel_link/por/binary_form.h>
+#include <tessel_link/por/pattern.h>
 #include <tessel_link/por/print.h>
 
 #include <sstream>
@@ -81,12 +83,74 @@ TEST(DeepTrees, TreesAtTheLimitAreHandled) {
     EXPECT_TRUE(Por::Util::UnitEqual(*traits, *Por::Util::CopyUnit(*traits, F())));
 }
 
+// Far deeper than a thread's stack would allow if every level took a frame on it: the
+// operations move to fresh stacks as they go down.
+TEST(DeepTrees, FourThousandLevelsWorkInEveryOperation) {
+    constexpr unsigned kLevels = 4096;
+    for (Shape shape : {Shape::Arrays, Shape::Composites, Shape::Traits}) {
+        SCOPED_TRACE(static_cast<int>(shape));
+        UnitPtr deep = Chain(kLevels, shape);
+        UnitPtr copy = Por::Util::CopyUnit(*deep, F());
+        EXPECT_EQ(Por::Util::Compare(*deep, *copy), 0);
+        EXPECT_TRUE(Por::Util::UnitEqual(*deep, *copy));
+        EXPECT_TRUE(Por::Util::UnitValueEqual(*deep, *copy));
+        if (shape != Shape::Traits) {  // traits of a pattern are tests, and "T" is none
+            EXPECT_TRUE(Por::Util::Match(*deep, *copy));
+        }
+        // A difference at the bottom is seen from the top.
+        UnitPtr other = Chain(kLevels, shape);
+        UnitPtr leaf = Dword(8);
+        UnitPtr changed = std::move(leaf);
+        for (unsigned i = 0; i < kLevels; ++i) {
+            switch (shape) {
+                case Shape::Arrays: changed = Arr(std::move(changed)); break;
+                case Shape::Composites: changed = Comp("p", std::move(changed)); break;
+                case Shape::Traits: changed = With(Nil(), "T", std::move(changed)); break;
+            }
+        }
+        EXPECT_FALSE(Por::Util::UnitEqual(*deep, *changed));
+        if (shape != Shape::Traits) {  // ordering trait sets costs the square of the depth
+            EXPECT_NE(Por::Util::Compare(*deep, *changed), 0);
+            Por::Util::Assign(*other, *changed, F());
+            EXPECT_TRUE(Por::Util::UnitEqual(*other, *changed));
+        }
+        // The binary form comes back with the same bytes.
+        std::vector<unsigned char> blob;
+        Por::Util::WriteBlob(*deep, blob);
+        UnitPtr back = Por::Util::ReadBlob(blob.data(), blob.size(), F());
+        EXPECT_TRUE(Por::Util::UnitEqual(*deep, *back));
+        std::vector<unsigned char> again;
+        Por::Util::WriteBlob(*back, again);
+        EXPECT_EQ(blob, again);
+        // Printing shows every level, the leaf included.
+        std::ostringstream out;
+        Por::Util::Print(*deep, "", out);
+        EXPECT_EQ(out.str().find(" ..."), std::string::npos);
+        EXPECT_NE(out.str().find("= 7"), std::string::npos);
+    }
+}
+
+TEST(DeepTrees, AMillionLevelBlobIsRefusedCleanly) {
+    std::vector<unsigned char> blob;
+    for (int i = 0; i < 3000000; ++i) {
+        blob.push_back('U');
+        blob.push_back('A');
+    }
+    try {
+        Por::Util::ReadBlob(blob.data(), blob.size(), F());
+        FAIL() << "read";
+    } catch (const Common::Error& error) {
+        EXPECT_EQ(error.Code(), 0xfa0021u);
+    }
+}
+
 TEST(DeepTrees, PrinterCutsTheTreeOff) {
-    UnitPtr deep = Chain(kMaxTreeDepth + 10, Shape::Arrays);
+    using Por::Util::kMaxPrintDepth;
+    UnitPtr deep = Chain(kMaxPrintDepth + 10, Shape::Arrays);
     std::ostringstream out;
     Por::Util::Print(*deep, "", out);
     const std::string text = out.str();
-    const std::string cut = std::string(2 * (kMaxTreeDepth + 1), ' ') + "0 ...\n";
+    const std::string cut = std::string(2 * (kMaxPrintDepth + 1), ' ') + "0 ...\n";
     EXPECT_NE(text.find(cut), std::string::npos);
     EXPECT_EQ(text.find("(unsigned long)"), std::string::npos);
     EXPECT_TRUE(text.ends_with(cut));
@@ -94,7 +158,7 @@ TEST(DeepTrees, PrinterCutsTheTreeOff) {
 
 TEST(DeepTrees, LongCauseChainsPrintCutOff) {
     Common::Error error(TL_ORIGIN("f"), 1);
-    for (unsigned i = 0; i < kMaxTreeDepth + 10; ++i) {
+    for (unsigned i = 0; i < Por::Util::kMaxPrintDepth + 10; ++i) {
         Common::Error head(TL_ORIGIN("f"), 1);
         head.AddCause(error);
         error = head;

@@ -7,11 +7,12 @@
 
 namespace Por::Util {
 
-// How deep a tree the recursive operations (comparison, copy, assignment, printing) follow.
-// A unit that lies deeper than this below the unit an operation started on makes comparison,
-// copy and assignment raise "POR: Out of range." (the printer cuts the tree off instead), so
-// that a hostile tree cannot exhaust the stack.
-inline constexpr unsigned kMaxTreeDepth = 256;
+// How deep a tree the operations that follow it level by level (comparison, copy,
+// assignment, walks, pattern matching, the binary form) go: a unit that lies deeper than
+// this below the unit an operation started on makes it raise "POR: Out of range.", so that
+// a hostile tree ends in that error. The stack of the calling thread is no limit: deep
+// levels are followed on stacks of their own.
+inline constexpr unsigned kMaxTreeDepth = 16384;
 
 // A total order: -1, 0 or 1. Values first (kinds by type index, then the values of the kind),
 // traits next.

@@ -11,7 +11,11 @@ namespace Por::Util {
 // Children are indented by two more blanks: traits first, in brackets, then array elements
 // under their index or composite properties under their name. Text is UTF-8. `newlines`
 // says whether each line ends with a line feed. Raises nothing; a tree deeper than
-// kMaxTreeDepth is cut off with " ..." after the name.
+// kMaxPrintDepth is cut off with " ..." after the name (and so is a chain of error causes
+// longer than that). Each level indents its lines further, so the text of a deep chain
+// grows with the square of its depth: that, not the stack, is what the bound keeps small.
+inline constexpr unsigned kMaxPrintDepth = 4096;
+
 TL_API void Print(const View::Unit& unit, std::string_view indent, std::ostream& stream,
                   bool newlines = true);
 
