@@ -181,7 +181,7 @@ const USN_RECORD* UsnJournalReaderImpl::Read() {
 }
 
 USN UsnJournalReaderImpl::NextUsn() const {
-    if (left_ != 0) {
+    if (left_ >= offsetof(USN_RECORD, Usn) + sizeof(USN)) {
         USN usn;
         std::memcpy(&usn, cursor_ + offsetof(USN_RECORD, Usn), sizeof usn);
         return usn;

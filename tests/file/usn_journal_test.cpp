@@ -10,7 +10,9 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/usn_journal.h>
 
+#include "file/change_notification.h"
 #include "file/usn_journal_impl.h"
+#include "file/watched_dir.h"
 #include "platform/journal_image.h"
 #include "support/fake_volume_control.h"
 #include "support/journal_image_builder.h"
@@ -322,10 +324,10 @@ TEST(UsnJournalCommands, DirectoryCommandsOpenImagesOnDisk) {
     close(fd);
     const std::u16string image_path = Common::Utf8ToUtf16Lenient(path);
 
-    Common::Error error;
+    // Through the directory object of the image's path, as a backup asks for them.
+    File::watched_dir dir(image_path, File::SystemNotifications());
     File::usn_journal_command journal;
-    ASSERT_TRUE(File::HandleJournalCommand(journal, image_path, error));
-    ASSERT_TRUE(error.Succeeded()) << error.Code();
+    ASSERT_TRUE(dir.IOCTL(journal)) << dir.GetError().Code();
     std::unique_ptr<File::UsnJournalReader> reader;
     ASSERT_TRUE(journal.Journal->CreateReader(0, reader).Succeeded());
     const File::USN_RECORD* r = reader->Read();
@@ -333,21 +335,22 @@ TEST(UsnJournalCommands, DirectoryCommandsOpenImagesOnDisk) {
     EXPECT_EQ(Name(*r), u"on disk");
 
     File::file_record_info_command files;
-    ASSERT_TRUE(File::HandleJournalCommand(files, image_path, error));
+    ASSERT_TRUE(dir.IOCTL(files));
     File::FileRecordInfo info;
     ASSERT_TRUE(files.Reader->GetFileRecordInfo(7, info).Succeeded());
     EXPECT_EQ(info.ParentFileReferenceNumber, 3u);
     std::remove(path);
 
+    // Failures are the directory's error; other commands go to the base class.
     File::usn_journal_command missing;
-    EXPECT_TRUE(File::HandleJournalCommand(missing, image_path, error));
-    EXPECT_EQ(error.Code(), 0x40011u);  // the image is gone
+    EXPECT_FALSE(dir.IOCTL(missing));
+    EXPECT_EQ(dir.GetError().Code(), 0x40011u);  // the image is gone
     EXPECT_EQ(missing.Journal, nullptr);
-
+    dir.ClearError();
     File::ioctl_command other{File::CommandCode("STME")};
-    error = Common::ErrorSuccess;
-    EXPECT_FALSE(File::HandleJournalCommand(other, image_path, error));
-    EXPECT_TRUE(error.Succeeded());
+    EXPECT_FALSE(dir.IOCTL(other));
+    EXPECT_EQ(dir.GetError().Code(), 0x4000eu);
+    EXPECT_EQ(std::string(dir.GetError().Origin().Func), "i_dir::IOCTL");
 }
 
 }  // namespace
