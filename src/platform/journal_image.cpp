@@ -80,7 +80,7 @@ SystemError Query(std::span<const unsigned char> image, void* output, std::size_
 
 SystemError ReadRecords(std::span<const unsigned char> image, const void* input,
                         std::size_t inputSize, void* output, std::size_t outputSize,
-                        std::size_t& returned) {
+                        std::size_t& returned, JournalResume* resume) {
     if (inputSize < kReadRequestSize || input == nullptr) {
         return {kErrorInvalidParameter, 0};
     }
@@ -94,8 +94,13 @@ SystemError ReadRecords(std::span<const unsigned char> image, const void* input,
     auto* out = static_cast<unsigned char*>(output);
     std::size_t written = 8;
     std::int64_t next = Load<std::int64_t>(image.data() + kHeadNextUsn);
-    bool started = false;
-    for (std::size_t offset = kHeadSize; offset < image.size();) {
+    // Going on from the last read: the records before its end were checked then, and all
+    // of them stand before `start`.
+    const bool resuming = resume != nullptr && resume->NextUsn == start &&
+                          resume->Offset >= kHeadSize && resume->Offset <= image.size();
+    bool started = resuming;
+    std::size_t offset = resuming ? resume->Offset : kHeadSize;
+    while (offset < image.size()) {
         const std::size_t length = CheckedRecord(image, offset);
         if (length == 0) {
             return kCorrupt;
@@ -118,6 +123,9 @@ SystemError ReadRecords(std::span<const unsigned char> image, const void* input,
     }
     Store(out, next);
     returned = written;
+    if (resume != nullptr) {
+        *resume = {next, offset};
+    }
     return {};
 }
 
@@ -162,7 +170,8 @@ SystemError EnumRecord(std::span<const unsigned char> image, const void* input,
 
 SystemError AnswerJournalControl(std::span<const unsigned char> image, std::uint32_t code,
                                  const void* input, std::size_t inputSize, void* output,
-                                 std::size_t outputSize, std::size_t& returned) {
+                                 std::size_t outputSize, std::size_t& returned,
+                                 JournalResume* resume) {
     returned = 0;
     if (code != kQueryJournal && code != kReadJournal && code != kEnumData) {
         return {kErrorInvalidFunction, 0};
@@ -177,7 +186,7 @@ SystemError AnswerJournalControl(std::span<const unsigned char> image, std::uint
         case kQueryJournal:
             return Query(image, output, outputSize, returned);
         case kReadJournal:
-            return ReadRecords(image, input, inputSize, output, outputSize, returned);
+            return ReadRecords(image, input, inputSize, output, outputSize, returned, resume);
         default:
             return EnumRecord(image, input, inputSize, output, outputSize, returned);
     }
@@ -220,7 +229,7 @@ SystemError JournalImageVolumes::Open(const std::u16string& volume, VolumeHandle
     }
     const std::lock_guard<std::mutex> hold(lock_);
     handle = next_++;
-    open_.emplace(handle, std::move(image));
+    open_.emplace(handle, OpenImage{std::move(image), {}});
     return {};
 }
 
@@ -233,6 +242,7 @@ SystemError JournalImageVolumes::Control(VolumeHandle handle, std::uint32_t code
                                          const void* input, std::size_t inputSize, void* output,
                                          std::size_t outputSize, std::size_t& returned) {
     Image image;
+    JournalResume resume;
     {
         const std::lock_guard<std::mutex> hold(lock_);
         const auto it = open_.find(handle);
@@ -240,9 +250,19 @@ SystemError JournalImageVolumes::Control(VolumeHandle handle, std::uint32_t code
             returned = 0;
             return {kErrorInvalidHandle, 0};
         }
-        image = it->second;
+        image = it->second.Bytes;
+        resume = it->second.Resume;
     }
-    return AnswerJournalControl(*image, code, input, inputSize, output, outputSize, returned);
+    const SystemError failure = AnswerJournalControl(*image, code, input, inputSize, output,
+                                                     outputSize, returned, &resume);
+    if (!failure.Failed() && code == kReadJournal) {
+        const std::lock_guard<std::mutex> hold(lock_);
+        const auto it = open_.find(handle);
+        if (it != open_.end()) {
+            it->second.Resume = resume;
+        }
+    }
+    return failure;
 }
 
 VolumeControl& SystemVolumeControl() {

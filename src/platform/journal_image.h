@@ -29,9 +29,17 @@ namespace Platform {
 // - FSCTL_ENUM_USN_DATA: the next file reference, then the last record of the image for
 //   StartFileReferenceNumber, or no record when it has none.
 // Other codes fail with ERROR_INVALID_FUNCTION.
+//
+// A reader goes on where its last read ended: `resume`, when given, remembers that place,
+// so that such a read starts there rather than scan the image from its start again.
+struct JournalResume {
+    std::int64_t NextUsn = -1;  // the next USN of the last read; -1 for none
+    std::size_t Offset = 0;     // where in the image the record after it starts
+};
 SystemError AnswerJournalControl(std::span<const unsigned char> image, std::uint32_t code,
                                  const void* input, std::size_t inputSize, void* output,
-                                 std::size_t outputSize, std::size_t& returned);
+                                 std::size_t outputSize, std::size_t& returned,
+                                 JournalResume* resume = nullptr);
 
 // Volumes that are journal images: the volume of a path is the image file at that path,
 // read whole through `files` when it is opened.
@@ -52,7 +60,11 @@ private:
 
     FileSystem& files_;
     std::mutex lock_;
-    std::map<VolumeHandle, Image> open_;
+    struct OpenImage {
+        Image Bytes;
+        JournalResume Resume;
+    };
+    std::map<VolumeHandle, OpenImage> open_;
     VolumeHandle next_ = 1;
 };
 

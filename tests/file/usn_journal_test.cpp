@@ -313,6 +313,37 @@ TEST_F(UsnJournalTest, FileRecordInfoFindsTheLastRecordOfAReference) {
     EXPECT_STREQ(e.GetAnsi("function"), "DeviceIoControl(FSCTL_ENUM_USN_DATA)");
 }
 
+// Reads of an image file go on where the last one ended; they must give what a read from the
+// image's start would, including after a reader starts over elsewhere.
+TEST(UsnJournalImages, ReadsOfALargeImageFileGoOnInOrder) {
+    JournalImageBuilder image;
+    std::vector<File::USN> usns;
+    for (int i = 0; i < 3000; ++i) {
+        usns.push_back(image.Add(static_cast<std::uint64_t>(i), 1,
+                                 i % 7 == 0 ? u"" : u"name " + std::u16string(i % 40, u'x')));
+    }
+    const auto bytes = image.Image();
+    char path[] = "/tmp/usn_journal_testXXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    close(fd);
+    const auto journal = File::OpenUsnJournal(Common::Utf8ToUtf16Lenient(path));
+    std::remove(path);
+    for (const std::size_t from : {std::size_t{0}, std::size_t{1234}, std::size_t{0}}) {
+        std::unique_ptr<File::UsnJournalReader> reader;
+        ASSERT_TRUE(journal->CreateReader(usns[from], reader).Succeeded());
+        std::size_t next = from;
+        while (const File::USN_RECORD* r = reader->Read()) {
+            ASSERT_LT(next, usns.size());
+            EXPECT_EQ(r->Usn, usns[next]);
+            EXPECT_EQ(r->FileReferenceNumber, next);
+            ++next;
+        }
+        EXPECT_EQ(next, usns.size());
+    }
+}
+
 TEST(UsnJournalCommands, DirectoryCommandsOpenImagesOnDisk) {
     JournalImageBuilder image;
     image.Add(7, 3, u"on disk");
