@@ -33,11 +33,12 @@ public:
                                   std::size_t inputSize, void* output, std::size_t outputSize,
                                   std::size_t& returned) override {
         return Platform::AnswerJournalControl(image_, code, input, inputSize, output, outputSize,
-                                              returned);
+                                              returned, &resume_);
     }
 
 private:
     std::span<const unsigned char> image_;
+    Platform::JournalResume resume_;
 };
 
 }  // namespace
