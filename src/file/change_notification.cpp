@@ -15,13 +15,6 @@ namespace {
 
 constexpr Platform::ChangeHandle kDeadHandle = -1;
 
-// Holds the semaphore, which the bucket's thread may have to give up for a while.
-struct SemaphoreHold {
-    explicit SemaphoreHold(Common::Semaphore& s) : semaphore(s) { semaphore.Wait(); }
-    ~SemaphoreHold() { semaphore.Signal(); }
-    Common::Semaphore& semaphore;
-};
-
 }  // namespace
 
 void dir_notification::Release() noexcept {
@@ -324,6 +317,7 @@ void NotificationService::Deliver(Bucket& bucket, Item& item, std::uint32_t slot
         return;
     }
     watch->SetNotificationToken(token);
+    i_dir* const owner = item.Dir;
     ++item.RefCount;
     bucket.semaphore.Signal();
 
@@ -335,6 +329,9 @@ void NotificationService::Deliver(Bucket& bucket, Item& item, std::uint32_t slot
     if (watch->NotificationToken() == token && item.RefCount > 1) {
         --item.RefCount;
         watch->SetNotificationToken(0);  // so that its end doesn't end the watch
+        if (item.Dir == fresh.get()) {
+            item.Dir = owner;  // given a new callback through it: the watch stays the owner's
+        }
     }
     fresh.reset();
 }

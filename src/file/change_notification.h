@@ -13,6 +13,7 @@
 // the thread with the wake event. Calls made by the callback on its own bucket's thread
 // skip the pause.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 

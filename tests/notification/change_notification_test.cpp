@@ -188,6 +188,30 @@ TEST_F(ChangeNotificationTest, CallbackMayReArmThroughItsOwnObject) {
     EndAll();
 }
 
+TEST_F(ChangeNotificationTest, CallbackMayGiveTheWatchANewCallbackThroughItsObject) {
+    std::atomic<int> second{0};
+    CallbackRef next([&](File::i_dir& dir) {
+        EXPECT_EQ(PathOf(dir), u"/a");
+        ++second;
+    });
+    std::atomic<int> first{0};
+    CallbackRef swap([&](File::i_dir& dir) {
+        ++first;
+        EXPECT_TRUE(dir.EnableNotification(next.p));
+        dir.ContinueNotification();
+    });
+    watched_dir& watched = Watch(u"/a", swap.p);
+    platform.Change(u"/a");
+    ASSERT_TRUE(Eventually([&] { return first.load() == 1; }));
+    // The object handed to the callback is gone; the watch is still that of the watched
+    // object, which the next change is reported through.
+    platform.Change(u"/a");
+    EXPECT_TRUE(Eventually([&] { return second.load() == 1; }));
+    EXPECT_EQ(first.load(), 1);
+    EXPECT_NE(watched.NotificationToken(), 0u);
+    EndAll();
+}
+
 TEST_F(ChangeNotificationTest, WatchRemovedInItsOwnCallbackHoldsItsSlotUntilItReturns) {
     std::atomic<bool> inside{false};
     std::atomic<bool> release{false};
