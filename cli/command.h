@@ -9,6 +9,7 @@ namespace tessel_cli {
 struct Arguments {
     std::vector<std::string> positional;
     std::vector<std::string> options;  // "--json", "--members", ...
+    std::vector<std::string> words;    // all of them in their order, for options with values
 
     bool Has(const std::string& option) const;
 };

@@ -94,6 +94,7 @@ int Main(int argc, char** argv) {
     bool onlyPositional = false;
     for (std::size_t i = bestLength; i < words.size(); ++i) {
         const std::string& w = words[i];
+        args.words.push_back(w);
         if (!onlyPositional && w == "--") {
             onlyPositional = true;
         } else if (!onlyPositional && w.size() > 2 && w.compare(0, 2, "--") == 0) {

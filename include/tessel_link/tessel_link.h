@@ -28,6 +28,8 @@
 #include <tessel_link/file/memory_file.h>
 #include <tessel_link/file/system_file.h>
 #include <tessel_link/file/zip_archive.h>
+#include <tessel_link/file/usn_journal.h>
+#include <tessel_link/file/dir_notification.h>
 
 // XML documents
 #include <tessel_link/xml/xml_tag.h>
