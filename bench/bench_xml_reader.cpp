@@ -15,6 +15,7 @@
 #include <pugixml.hpp>
 
 #include "ratio_reporter.h"
+#include "serialize/binary_packet.h"
 #include "support/hostile_xml.h"
 
 namespace {
@@ -206,6 +207,20 @@ TL_HOSTILE_BENCH(Sparse)
 TL_HOSTILE_BENCH(LongName)
 TL_HOSTILE_BENCH(Colliding)
 
+// The packet document in the new binary form, against the same tree read from its text.
+const std::string& PacketBinary() {
+    static const std::string doc = packet_test::BinaryEncoder(2).Encode(PacketDocument());
+    return doc;
+}
+void BinaryPacket_Binary(benchmark::State& s) {
+    Ours(s, PacketBinary());
+}
+void BinaryPacket_Text(benchmark::State& s) {
+    Ours(s, PacketDocument());
+}
+BENCHMARK(BinaryPacket_Binary)->Unit(benchmark::kMillisecond);
+BENCHMARK(BinaryPacket_Text)->Unit(benchmark::kMillisecond);
+
 void ReportTreeMemory() {
     const std::string& doc = PacketDocument();
     File::buf_ifile<char> file(doc.data(), doc.size());
@@ -238,6 +253,10 @@ int main(int argc, char** argv) {
         lines.push_back({std::string("hostile names (") + doc + "), benign/hostile",
                          std::string(doc) + "_Benign", std::string(doc) + "_Hostile", 0.5});
     }
+    // Text time over binary time: at least 1/1.2 means the binary form reads within 1.2x of
+    // the same tree from text.
+    lines.push_back({"binary form vs text form (packet)", "BinaryPacket_Text", "BinaryPacket_Binary",
+                     1.0 / 1.2});
     const int status = bench_support::RunWithRatios(argc, argv, lines);
     ReportTreeMemory();
     return status;

@@ -1,5 +1,6 @@
 #include "xml/binary_xml.h"
 
+#include <algorithm>
 #include <memory>
 
 #include <tessel_link/common/assert.h>
@@ -10,46 +11,64 @@
 namespace Xml {
 
 namespace {
-// Strings are read in pieces of this size at most, each piece only once the one before it
-// has arrived.
-constexpr std::uint64_t kReadPiece = 65536;
+// The input is read in blocks of this size.
+constexpr std::size_t kBlockSize = 65536;
 }  // namespace
 
 xml_reader_interface::~xml_reader_interface() = default;
 xml_reader_core::~xml_reader_core() = default;
 
+xml_reader_core::xml_reader_core(File::i_file& file, xml_reader_interface& sink)
+    : file_(file), sink_(sink), block_(new std::uint8_t[kBlockSize]) {
+    next_ = end_ = block_.get();
+}
+
+bool xml_reader_core::Fill() {
+    if (file_.Failed()) {
+        return false;
+    }
+    std::uint64_t got = 0;
+    file_.Read(block_.get(), kBlockSize, got);
+    next_ = block_.get();
+    end_ = next_ + std::min<std::uint64_t>(got, kBlockSize);
+    if (next_ != end_) {
+        return true;
+    }
+    // Nothing arrived: an exact read of the byte that is missing puts the file's own
+    // end-of-file error on it, unless the read failed with an error of its own.
+    if (!file_.Failed()) {
+        std::uint8_t byte = 0;
+        file_.ReadExact(&byte, 1);
+    }
+    return false;
+}
+
 std::uint8_t xml_reader_core::ReadByte() {
-    std::uint8_t byte = 0;
-    file_.ReadExact(&byte, 1);
-    return byte;
+    return Available() ? *next_++ : 0;
 }
 
 std::uint32_t xml_reader_core::ReadNumber() {
     std::uint32_t value = 0;
     std::uint32_t shift = 0;
-    for (;;) {
-        std::uint8_t byte = 0;
-        if (!file_.ReadExact(&byte, 1)) {
-            return value;
-        }
+    while (Available()) {
+        const std::uint8_t byte = *next_++;
         value |= static_cast<std::uint32_t>(byte & 0x7f) << (shift & 31);
         shift += 7;
         if ((byte & 0x80) == 0) {
-            return value;
+            break;
         }
     }
+    return value;
 }
 
 std::string xml_reader_core::ReadBytes(std::uint64_t count) {
     std::string bytes;
-    while (count != 0 && !file_.Failed()) {
-        const std::uint64_t piece = std::min(count, kReadPiece);
-        const std::size_t old = bytes.size();
-        bytes.resize(old + static_cast<std::size_t>(piece));
-        if (!file_.ReadExact(bytes.data() + old, piece)) {
-            bytes.resize(old);
-            break;
-        }
+    while (count != 0 && Available()) {
+        // Pieces of at most one block, each only once the one before it has arrived: the
+        // string grows with what the input holds, not with what a length claims.
+        const std::uint64_t piece = std::min<std::uint64_t>(count, end_ - next_);
+        bytes.append(reinterpret_cast<const char*>(next_), static_cast<std::size_t>(piece));
+        next_ += piece;
         count -= piece;
     }
     return bytes;

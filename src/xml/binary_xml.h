@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <map>
+#include <memory>
 #include <string_view>
 
 #include <tessel_link/file/file_object.h>
@@ -32,11 +33,13 @@ public:
 };
 
 // What both binary readers share: the input, the sink and the name dictionary, which spans
-// the whole document and serves tag and attribute names alike. Every read goes through the
-// file object; once it has failed, reads deliver nothing and numbers read as far as they got.
+// the whole document and serves tag and attribute names alike. The input is read in blocks,
+// since a document is mostly numbers of a byte or two; a read that finds the file at its end
+// leaves the file's own end-of-file error on it, as an exact read would. Once the file has
+// failed, reads deliver nothing and numbers read as far as they got.
 class xml_reader_core {
 public:
-    xml_reader_core(File::i_file& file, xml_reader_interface& sink) : file_(file), sink_(sink) {}
+    xml_reader_core(File::i_file& file, xml_reader_interface& sink);
     virtual ~xml_reader_core();
     // Reads one element with its subtree.
     virtual bool Read() = 0;
@@ -69,6 +72,13 @@ protected:
     std::map<std::uint32_t, const detail::XmlName*> names_;
 
 private:
+    // Refills the block; false when nothing more arrives.
+    bool Fill();
+    bool Available() { return next_ != end_ || Fill(); }
+
+    std::unique_ptr<std::uint8_t[]> block_;
+    const std::uint8_t* next_ = nullptr;
+    const std::uint8_t* end_ = nullptr;
     std::uint32_t depth_ = 0;
     bool tooDeep_ = false;
 };

@@ -222,3 +222,72 @@ TEST(NestingBound, IsTheSameInEveryForm) {
 }
 
 }  // namespace
+
+namespace {
+
+// Counts the reads that reach it. It holds on to `bytes`, as its base does.
+class CountingFile : public File::buf_ifile<char> {
+public:
+    explicit CountingFile(const std::string& bytes) : buf_ifile(bytes.data(), bytes.size()) {}
+    bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override {
+        ++reads_;
+        return buf_ifile::Read(buffer, count, read);
+    }
+    std::uint64_t reads_ = 0;
+};
+
+// A revision 2 document of `children` elements, each with an attribute and a text that
+// straddle the reader's blocks.
+std::string ManyChildren(int children) {
+    Bytes b;
+    b << NewForm() << 1 << 1 << "r" << 0 << 0;  // the root: no attributes, empty text
+    for (int i = 0; i < children; ++i) {
+        const std::string value = "v" + std::to_string(i);
+        const std::string text = "text " + std::to_string(i);
+        b << 2;
+        if (i == 0) {
+            b << 1 << "c";  // names are spelled out at their first use only
+        }
+        b << 3;
+        if (i == 0) {
+            b << 1 << "a";
+        }
+        b << static_cast<int>(value.size() * 2) << value << 0;  // one attribute
+        b << static_cast<int>(text.size() * 2) << text << 0;    // its text, no children
+        b << 0;                                                 // empty text behind it
+    }
+    b << 0;
+    return b.data;
+}
+
+}  // namespace
+
+TEST_F(BinaryReader, InputIsReadInBlocks) {
+    const std::string document = ManyChildren(20000);
+    ASSERT_GT(document.size(), 3u * 65536u);
+    {
+        CountingFile file(document);
+        Xml::XmlDocument tree;
+        std::uint32_t line = 0, column = 0;
+        ASSERT_TRUE(Xml::ReadDocument(tree, file, line, column));
+        const auto& children = tree.Root()->Children();
+        ASSERT_EQ(children.size(), 20000u);
+        EXPECT_EQ(Attribute(children[12345], "a"), u"v12345");
+        EXPECT_EQ(Text(children[19999]), u"text 19999");
+        // Not a read per byte: a handful of block reads for a document of 300 KiB.
+        EXPECT_LT(file.reads_, 16u);
+    }
+
+    // Cut anywhere, at a block's edge too, the document fails with the file's own
+    // end-of-file error.
+    for (const std::size_t cut : {std::size_t{7}, std::size_t{65535}, std::size_t{65536 + 6},
+                                  std::size_t{65537 + 6}, document.size() - 1}) {
+        SCOPED_TRACE(cut);
+        const std::string cutDocument = document.substr(0, cut);
+        CountingFile file(cutDocument);
+        Xml::XmlDocument tree;
+        std::uint32_t line = 0, column = 0;
+        EXPECT_FALSE(Xml::ReadDocument(tree, file, line, column));
+        EXPECT_EQ(file.GetError().Code(), 0x40002u);
+    }
+}
