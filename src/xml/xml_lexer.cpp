@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <new>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace Xml {
 
@@ -131,10 +136,12 @@ XmlLexer::XmlLexer(File::i_file& file) : file_(file) {
     stepStart_ = cursor_ = end_ = counted_ = nameStart_ = buffer_.get();
 }
 
-void XmlLexer::CountTo(const unsigned char* to) {
-    std::uint32_t line = line_;
-    std::uint32_t column = column_;
-    for (const unsigned char* p = counted_; p < to; ++p) {
+namespace {
+
+// Line and column after the bytes from `p` to `to`, one byte at a time.
+inline void CountBytes(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
+                       std::uint32_t& column) {
+    for (; p < to; ++p) {
         const unsigned char b = *p;
         if (b == '\t') {
             column = (column | 7) + 1;
@@ -145,6 +152,36 @@ void XmlLexer::CountTo(const unsigned char* to) {
             ++column;
         }
     }
+}
+
+}  // namespace
+
+void XmlLexer::CountTo(const unsigned char* to) {
+    std::uint32_t line = line_;
+    std::uint32_t column = column_;
+    const unsigned char* p = counted_;
+#if defined(__SSE2__)
+    // Sixteen bytes at a time: without a tab among them, only the line feeds matter, and the
+    // column is the number of bytes behind the last of them.
+    while (to - p >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const auto tabs = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))));
+        if (tabs != 0) {
+            CountBytes(p, p + 16, line, column);
+        } else {
+            const auto feeds =
+                static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n'))));
+            if (feeds != 0) {
+                line += static_cast<std::uint32_t>(std::popcount(feeds));
+                column = static_cast<std::uint32_t>(std::countl_zero(feeds << 16));
+            } else {
+                column += 16;
+            }
+        }
+        p += 16;
+    }
+#endif
+    CountBytes(p, to, line, column);
     line_ = line;
     column_ = column;
     counted_ = to;
@@ -360,31 +397,161 @@ XmlToken XmlLexer::ContentStep() {
     }
 }
 
+namespace {
+
+// The bytes of a text run: neither white space, control bytes, '<', '&' nor the closing
+// quote (0 in content). The ASCII test is one table lookup; the block test looks at 16
+// bytes at once and gives a bit per byte that passes.
+struct TextRunBytes {
+    unsigned char quote;
+    bool operator()(unsigned char b) const { return Is(b, kRun) && b != quote; }
+#if defined(__SSE2__)
+    unsigned Block(__m128i v) const {
+        // Signed compare: 0x21 to 0x7f are above 0x20, bytes from 0x80 up are negative.
+        const __m128i printable = _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20));
+        const __m128i stop = _mm_or_si128(
+            _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('<')), _mm_cmpeq_epi8(v, _mm_set1_epi8('&'))),
+            _mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(quote))));
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(stop, printable)));
+    }
+#endif
+};
+
+// The bytes of a run in a CDATA section: up to the next ']' or control byte.
+struct CDataRunBytes {
+    bool operator()(unsigned char b) const { return b >= 0x20 && b != ']'; }
+#if defined(__SSE2__)
+    unsigned Block(__m128i v) const {
+        const __m128i printable = _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f));
+        const __m128i stop = _mm_cmpeq_epi8(v, _mm_set1_epi8(']'));
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(stop, printable)));
+    }
+#endif
+};
+
+// Copies the ASCII bytes at `p` that pass, widened, to `out`; stops at the first byte that
+// does not pass (the padding behind the input never does).
+template <typename AsciiTest>
+inline void CopyPassing(const unsigned char*& p, char16_t*& out, const AsciiTest& passes) {
+#if defined(__SSE2__)
+    for (;;) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const unsigned mask = passes.Block(v);
+        if (mask != 0xffff) {
+            // The passing bytes in front of the first that does not pass, one by one.
+            const int count = std::countr_one(mask);
+            for (int i = 0; i < count; ++i) {
+                out[i] = p[i];
+            }
+            p += count;
+            out += count;
+            return;
+        }
+        const __m128i zero = _mm_setzero_si128();
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(v, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(v, zero));
+        p += 16;
+        out += 16;
+    }
+#else
+    while (*p < 0x80 && passes(*p)) {
+        *out++ = *p++;
+    }
+#endif
+}
+
+// As CopyPassing, and single blanks between passing bytes go along, as the one blank they
+// collapse to. `blankStart` and `wordStart` follow the last blank copied and the byte behind
+// it. White space of any other shape stops the copy.
+template <typename AsciiTest>
+inline void CopyPassingAndBlanks(const unsigned char*& p, char16_t*& out, const AsciiTest& passes,
+                                 const unsigned char*& blankStart, const unsigned char*& wordStart) {
+#if defined(__SSE2__)
+    for (;;) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const unsigned pass = passes.Block(v);
+        unsigned blanks =
+            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(' '))));
+        // A blank goes along when the byte behind it passes; the last byte's successor is
+        // unknown here, so a blank there stops the copy.
+        const unsigned ok = pass | (blanks & (pass >> 1));
+        const int count = ok == 0xffff ? 16 : std::countr_one(ok);
+        if (count == 16) {
+            const __m128i zero = _mm_setzero_si128();
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(v, zero));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(v, zero));
+        } else {
+            for (int i = 0; i < count; ++i) {
+                out[i] = p[i];
+            }
+            blanks &= (1u << count) - 1;
+        }
+        if (blanks != 0) {
+            const int last = 31 - std::countl_zero(blanks);
+            blankStart = p + last;
+            wordStart = p + last + 1;
+        }
+        p += count;
+        out += count;
+        if (count != 16) {
+            return;
+        }
+    }
+#else
+    (void)blankStart;
+    (void)wordStart;
+    CopyPassing(p, out, passes);
+#endif
+}
+
+}  // namespace
+
 XmlToken XmlLexer::TextRun(unsigned char quote) {
-    // A run of bytes that are neither white space, control bytes, '<', '&' nor the closing
-    // quote.
-    return DecodeRun([quote](unsigned char b) { return Is(b, kRun) && b != quote; });
+    // Outside preserved content, white space between words becomes one blank inside the run,
+    // so that a sentence is one token rather than one per word.
+    return DecodeRun(TextRunBytes{quote}, quote != 0 || !preserve_);
 }
 
 template <typename AsciiTest>
-XmlToken XmlLexer::DecodeRun(AsciiTest passes) {
+XmlToken XmlLexer::DecodeRun(const AsciiTest& passes, bool collapseBlanks) {
     // ASCII bytes that pass are copied as they are, other ASCII bytes end the run, and
-    // everything from 0x80 up is decoded as UTF-8. The run may stop early at the end of the
-    // buffer; the next token goes on with it.
-    const unsigned char* runStart = cursor_;
+    // everything from 0x80 up is decoded as UTF-8. With `collapseBlanks`, white space that
+    // is followed by more of the run stands as one blank in it; white space that is not is
+    // left to the next step. The run may stop early at the end of the buffer; the next token
+    // goes on with it.
+    const unsigned char* wordStart = cursor_;
+    const unsigned char* blankStart = stepStart_;  // where the step of this word began
     char16_t* out = text_.Reserve(static_cast<std::size_t>(end_ - cursor_) + 1);
     if (blanks_ == Blanks::Pending) {
         *out++ = u' ';
     }
     const unsigned char* p = cursor_;
     for (;;) {
-        unsigned char b = *p;
-        while (b < 0x80 && passes(b)) {
-            *out++ = b;
-            b = *++p;
+        if (collapseBlanks) {
+            CopyPassingAndBlanks(p, out, passes, blankStart, wordStart);
+        } else {
+            CopyPassing(p, out, passes);
         }
+        unsigned char b = *p;
         if (b < 0x80) {
-            break;
+            if (!collapseBlanks || !Is(b, kWhite)) {
+                break;
+            }
+            const unsigned char* white = p;
+            while (Is(*p, kWhite)) {
+                ++p;
+            }
+            b = *p;
+            if (b < 0x80 && !passes(b)) {
+                // Markup, a reference, the quote, a bad byte or the buffer's end follows:
+                // the white space is left to the next step, which counts from it.
+                p = white;
+                break;
+            }
+            *out++ = u' ';
+            blankStart = white;
+            wordStart = p;
+            continue;
         }
         const int length = SequenceLength(b);
         if (end_ - p < length && !endOfInput_) {
@@ -392,7 +559,11 @@ XmlToken XmlLexer::DecodeRun(AsciiTest passes) {
         }
         char32_t cp = 0;
         if (DecodeSequence(p, cp) == 0) {
-            failureColumns_ = static_cast<std::uint32_t>(p - runStart);
+            // The position is that of the step that would have read this word: it began
+            // at the white space in front of the word, and counts the word's bytes up to
+            // the failure.
+            stepStart_ = blankStart;
+            failureColumns_ = static_cast<std::uint32_t>(p - wordStart);
             cursor_ = p;
             return XmlToken::Error;
         }
@@ -589,7 +760,7 @@ XmlToken XmlLexer::CDataStep() {
             return XmlToken::Text;
         }
         // A run up to the next ']' or control byte.
-        return DecodeRun([](unsigned char b) { return b >= 0x20 && b != ']'; });
+        return DecodeRun(CDataRunBytes{}, false);
     }
 }
 

@@ -108,7 +108,7 @@ private:
     XmlToken SkipWhitespaceOrText();
     XmlToken TextRun(unsigned char quote);
     template <typename AsciiTest>
-    XmlToken DecodeRun(AsciiTest passes);
+    XmlToken DecodeRun(const AsciiTest& passes, bool collapseBlanks);
     XmlToken Entity();
     XmlToken PendingBlankFirst();
     void ScanName();
