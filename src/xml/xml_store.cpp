@@ -50,17 +50,57 @@ inline std::uint64_t Mix(std::uint64_t a, std::uint64_t b) {
 
 }  // namespace
 
+namespace {
+
+template <typename Word>
+inline std::uint64_t Load(const char* p) {
+    Word word;
+    std::memcpy(&word, p, sizeof word);
+    return word;
+}
+
+// Equal names, compared without a library call for the short names that documents use.
+inline bool SameName(const XmlName& interned, std::string_view name) {
+    const std::size_t size = name.size();
+    if (interned.Size != size) {
+        return false;
+    }
+    const char* a = interned.View().data();
+    const char* b = name.data();
+    if (size >= 8 && size <= 16) {
+        return Load<std::uint64_t>(a) == Load<std::uint64_t>(b) &&
+               Load<std::uint64_t>(a + size - 8) == Load<std::uint64_t>(b + size - 8);
+    }
+    if (size >= 4 && size < 8) {
+        return Load<std::uint32_t>(a) == Load<std::uint32_t>(b) &&
+               Load<std::uint32_t>(a + size - 4) == Load<std::uint32_t>(b + size - 4);
+    }
+    return std::memcmp(a, b, size) == 0;
+}
+
+}  // namespace
+
 std::uint64_t HashName(std::string_view name) {
     const HashKeys& keys = Keys();
-    std::uint64_t hash = keys.First ^ name.size();
-    std::size_t i = 0;
-    for (; i + 8 <= name.size(); i += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, name.data() + i, 8);
-        hash = Mix(hash ^ word, keys.Second);
-    }
+    const char* p = name.data();
+    const std::size_t size = name.size();
+    std::uint64_t hash = keys.First ^ size;
     std::uint64_t tail = 0;
-    std::memcpy(&tail, name.data() + i, name.size() - i);
+    if (size >= 8) {
+        std::size_t i = 0;
+        for (; i + 8 < size; i += 8) {
+            hash = Mix(hash ^ Load<std::uint64_t>(p + i), keys.Second);
+        }
+        // The last eight bytes, overlapping the word before when the size is no multiple
+        // of eight: with the size in the hash, equal inputs still mean equal names.
+        tail = Load<std::uint64_t>(p + size - 8);
+    } else if (size >= 4) {
+        tail = (Load<std::uint32_t>(p) << 32) | Load<std::uint32_t>(p + size - 4);
+    } else if (size != 0) {
+        tail = (std::uint64_t{static_cast<unsigned char>(p[0])} << 16) |
+               (std::uint64_t{static_cast<unsigned char>(p[size / 2])} << 8) |
+               static_cast<unsigned char>(p[size - 1]);
+    }
     return Mix(hash ^ tail ^ keys.First, keys.Second ^ 0x9e3779b97f4a7c15ull);
 }
 
@@ -81,6 +121,12 @@ const XmlName* NameTable::Intern(std::string_view name) {
     if (name.size() > UINT32_MAX) {
         throw std::length_error("name too long");
     }
+    // Documents repeat a few names over and over: a small cache by length and end bytes
+    // finds them without hashing. A sender can only make it miss, never make it wrong.
+    XmlName*& cached = recent_[RecentIndex(name)];
+    if (cached != nullptr && SameName(*cached, name)) {
+        return cached;
+    }
     if ((used_ + 1) * 2 > slots_.size()) {
         Rehash();
     }
@@ -95,9 +141,11 @@ const XmlName* NameTable::Intern(std::string_view name) {
             std::memcpy(entry + 1, name.data(), name.size());
             slot = {hash, entry};
             ++used_;
+            cached = entry;
             return entry;
         }
-        if (slot.Hash == hash && slot.Name->View() == name) {
+        if (slot.Hash == hash && SameName(*slot.Name, name)) {
+            cached = slot.Name;
             return slot.Name;
         }
     }

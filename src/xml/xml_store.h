@@ -52,8 +52,18 @@ private:
         XmlName* Name;
     };
     void Rehash();
+    static std::size_t RecentIndex(std::string_view name) noexcept {
+        if (name.empty()) {
+            return 0;
+        }
+        const auto first = static_cast<unsigned char>(name.front());
+        const auto last = static_cast<unsigned char>(name.back());
+        return (name.size() * 7 + first * 3 + last) & (kRecent - 1);
+    }
 
+    static constexpr std::size_t kRecent = 64;
     Arena& arena_;
+    XmlName* recent_[kRecent] = {};
     std::vector<Slot> slots_;
     std::size_t used_ = 0;
 };

@@ -76,6 +76,32 @@ bool XmlTreeBuilder::AddAttribute(const detail::XmlName* name, std::u16string_vi
     return true;
 }
 
+void XmlTreeBuilder::SortAttributes(detail::XmlAttributeSlot* first, std::size_t count) {
+    // Names are interned: the same pointers in the same order sort the same way.
+    const bool repeated =
+        count == lastNames_.size() &&
+        std::equal(first, first + count, lastNames_.begin(),
+                   [](const detail::XmlAttributeSlot& slot, const detail::XmlName* name) {
+                       return slot.Name == name;
+                   });
+    if (!repeated) {
+        lastNames_.resize(count);
+        lastOrder_.resize(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            lastNames_[i] = first[i].Name;
+            lastOrder_[i] = static_cast<std::uint32_t>(i);
+        }
+        std::sort(lastOrder_.begin(), lastOrder_.end(), [first](std::uint32_t a, std::uint32_t b) {
+            return first[a].Name->View() < first[b].Name->View();
+        });
+    }
+    sorted_.resize(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        sorted_[i] = first[lastOrder_[i]];
+    }
+    std::copy(sorted_.begin(), sorted_.end(), first);
+}
+
 void XmlTreeBuilder::Close() {
     const Frame frame = frames_.back();
     frames_.pop_back();
@@ -89,10 +115,7 @@ void XmlTreeBuilder::Close() {
     } else {
         detail::XmlAttributeSlot* first = attributes_.data() + frame.FirstAttribute;
         if (attributeCount > 1) {
-            std::sort(first, first + attributeCount,
-                      [](const detail::XmlAttributeSlot& a, const detail::XmlAttributeSlot& b) {
-                          return a.Name->View() < b.Name->View();
-                      });
+            SortAttributes(first, attributeCount);
         }
         const std::size_t bytes = sizeof(detail::XmlContent) + childCount * sizeof(XmlTag*) +
                                   attributeCount * sizeof(detail::XmlAttributeSlot) +

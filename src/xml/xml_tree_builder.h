@@ -44,6 +44,8 @@ public:
     std::string_view OpenName() const noexcept { return frames_.back().Tag->Name(); }
 
 private:
+    // Puts the `count` attributes at `first` in the order of their names.
+    void SortAttributes(detail::XmlAttributeSlot* first, std::size_t count);
     struct Frame {
         XmlTag* Tag;
         std::uint32_t Mark;
@@ -58,6 +60,11 @@ private:
     // The pending content of all open tags, innermost last.
     std::vector<const XmlTag*> children_;
     std::vector<detail::XmlAttributeSlot> attributes_;
+    // The names of the last tag whose attributes were sorted, in the order they came, and
+    // the order that sorting gave them: tags of one kind mostly repeat both.
+    std::vector<const detail::XmlName*> lastNames_;
+    std::vector<std::uint32_t> lastOrder_;
+    std::vector<detail::XmlAttributeSlot> sorted_;
     std::vector<const detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
 };
