@@ -4,6 +4,7 @@
 
 #include "xml/binary_xml.h"
 #include "xml/xml_lexer.h"
+#include "xml/xml_store.h"
 #include "xml/xml_tree_builder.h"
 
 namespace Xml {
@@ -65,7 +66,7 @@ public:
                     continue;
                 case Token::EndTag:
                     TakeText();
-                    if (lexer_.TokenName() != builder_.OpenName() ||
+                    if (!detail::SameBytes(lexer_.TokenName(), builder_.OpenName()) ||
                         lexer_.Next() != Token::TagClose) {
                         return false;
                     }

@@ -59,23 +59,8 @@ inline std::uint64_t Load(const char* p) {
     return word;
 }
 
-// Equal names, compared without a library call for the short names that documents use.
 inline bool SameName(const XmlName& interned, std::string_view name) {
-    const std::size_t size = name.size();
-    if (interned.Size != size) {
-        return false;
-    }
-    const char* a = interned.View().data();
-    const char* b = name.data();
-    if (size >= 8 && size <= 16) {
-        return Load<std::uint64_t>(a) == Load<std::uint64_t>(b) &&
-               Load<std::uint64_t>(a + size - 8) == Load<std::uint64_t>(b + size - 8);
-    }
-    if (size >= 4 && size < 8) {
-        return Load<std::uint32_t>(a) == Load<std::uint32_t>(b) &&
-               Load<std::uint32_t>(a + size - 4) == Load<std::uint32_t>(b + size - 4);
-    }
-    return std::memcmp(a, b, size) == 0;
+    return SameBytes(interned.View(), name);
 }
 
 }  // namespace

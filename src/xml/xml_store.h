@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,34 @@ private:
     char* end_ = nullptr;
     std::size_t capacity_ = 0;
 };
+
+// Equal byte strings, compared without a library call for the short names that documents
+// use.
+inline bool SameBytes(std::string_view x, std::string_view y) noexcept {
+    const std::size_t size = x.size();
+    if (y.size() != size) {
+        return false;
+    }
+    const char* a = x.data();
+    const char* b = y.data();
+    auto load8 = [](const char* p) {
+        std::uint64_t word;
+        std::memcpy(&word, p, sizeof word);
+        return word;
+    };
+    auto load4 = [](const char* p) {
+        std::uint32_t word;
+        std::memcpy(&word, p, sizeof word);
+        return word;
+    };
+    if (size >= 8 && size <= 16) {
+        return load8(a) == load8(b) && load8(a + size - 8) == load8(b + size - 8);
+    }
+    if (size >= 4 && size < 8) {
+        return load4(a) == load4(b) && load4(a + size - 4) == load4(b + size - 4);
+    }
+    return size == 0 || std::memcmp(a, b, size) == 0;
+}
 
 // The hash of a name in the table below, keyed per process.
 std::uint64_t HashName(std::string_view name);
