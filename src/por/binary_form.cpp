@@ -256,12 +256,27 @@ public:
         return text;
     }
 
-    // A name: a string value.
+    // A name: a string value. A tree repeats a few names in every record, so the names
+    // already made are kept by their bytes in the blob and shared again: a repeated name
+    // costs a comparison, not a conversion and an allocation.
     UnitName Name() {
         if (Byte() != StringType) {
             Corrupted(pos_);
         }
-        return UnitName(Units());
+        const std::size_t start = pos_;
+        const std::uint32_t bytes = Count();
+        if (bytes % 2 != 0) {
+            Corrupted(pos_);
+        }
+        const unsigned char* at = Take(bytes);
+        KnownName& known = names_[Slot(at, bytes)];
+        if (known.bytes == bytes && known.at != nullptr && std::memcmp(known.at, at, bytes) == 0) {
+            return known.name;
+        }
+        pos_ = start;
+        UnitName name(Units());
+        known = KnownName{at, bytes, name};
+        return name;
     }
 
     // The payload of a scalar or complex tag, sent to the walker.
@@ -330,9 +345,28 @@ public:
     }
 
 private:
+    struct KnownName {
+        const unsigned char* at = nullptr;  // its bytes in the blob
+        std::uint32_t bytes = 0;
+        UnitName name;
+    };
+    static constexpr std::size_t kKnownNames = 32;
+
+    static std::size_t Slot(const unsigned char* at, std::uint32_t bytes) {
+        std::size_t h = bytes;
+        if (bytes >= 2) {
+            h = h * 31 + at[0] + 7 * at[bytes - 2];
+        }
+        if (bytes >= 4) {
+            h = h * 31 + at[2];
+        }
+        return h % kKnownNames;
+    }
+
     const unsigned char* data_;
     std::size_t size_;
     std::size_t& pos_;
+    KnownName names_[kKnownNames];
 };
 
 }  // namespace
