@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+#include <pthread.h>
+#include <sched.h>
+
 #include <benchmark/benchmark.h>
 #include <tessel_link/binding/call.h>
 #include <tessel_link/binding/loopback_channel.h>
@@ -20,6 +23,8 @@
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/records.h>
+
+#include "ratio_reporter.h"
 
 namespace {
 
@@ -110,8 +115,48 @@ Binding::LoopbackChannel& Channel() {
     return *channel;
 }
 
+// Keeps a single-threaded run on one core for its duration, the same core for the call and for
+// its packets alone, so that the two meet the same caches and the ratio does not depend on
+// where the scheduler moved the thread. Runs on several threads are left free.
+class PinnedToOneCore {
+public:
+    explicit PinnedToOneCore(const benchmark::State& state) {
+        if (state.threads() != 1 || pthread_getaffinity_np(pthread_self(), sizeof previous_,
+                                                            &previous_) != 0) {
+            return;
+        }
+        static const int core = sched_getcpu();
+        if (core < 0) {
+            return;
+        }
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(core, &one);
+        pinned_ = pthread_setaffinity_np(pthread_self(), sizeof one, &one) == 0;
+    }
+    ~PinnedToOneCore() {
+        if (pinned_) {
+            pthread_setaffinity_np(pthread_self(), sizeof previous_, &previous_);
+        }
+    }
+    PinnedToOneCore(const PinnedToOneCore&) = delete;
+    PinnedToOneCore& operator=(const PinnedToOneCore&) = delete;
+
+private:
+    cpu_set_t previous_{};
+    bool pinned_ = false;
+};
+
+// Calls made before the measurement, so that the first repetition finds the allocator, the
+// caches and the channel's state as the later ones do.
+constexpr int kWarmUpRounds = 50;
+
 void BM_Call_Ping(benchmark::State& state) {
+    PinnedToOneCore pin(state);
     Binding::LoopbackChannel& channel = Channel();
+    for (int i = 0; i < kWarmUpRounds; ++i) {
+        (void)Ping(channel);
+    }
     for (auto _ : state) {
         if (Ping(channel).Failed()) {
             state.SkipWithError("the call failed");
@@ -122,8 +167,13 @@ void BM_Call_Ping(benchmark::State& state) {
 }
 
 void BM_Call_ListSlices(benchmark::State& state) {
+    PinnedToOneCore pin(state);
     Binding::LoopbackChannel& channel = Channel();
     Slices slices;
+    for (int i = 0; i < kWarmUpRounds; ++i) {
+        slices.clear();
+        (void)ListSlices(channel, slices);
+    }
     for (auto _ : state) {
         slices.clear();
         if (ListSlices(channel, slices).Failed()) {
@@ -172,6 +222,7 @@ void PacketsAlone(WriteRequest&& writeRequest, ReadRequest&& readRequest, WriteR
 }
 
 void BM_Packets_Ping(benchmark::State& state) {
+    PinnedToOneCore pin(state);
     const auto& request = Meta("request_SliceManager_Ping");
     const auto& reply = Meta("reply_SliceManager_Ping");
     const auto& result = Meta("result");
@@ -193,6 +244,7 @@ void BM_Packets_Ping(benchmark::State& state) {
 }
 
 void BM_Packets_ListSlices(benchmark::State& state) {
+    PinnedToOneCore pin(state);
     const auto& request = Meta("request_SliceManager_ListSlices");
     const auto& reply = Meta("reply_SliceManager_ListSlices");
     const auto& result = Meta("result");
@@ -227,69 +279,80 @@ BENCHMARK(BM_Call_Ping)->UseRealTime()->Threads(1)->Threads(2);
 BENCHMARK(BM_Packets_ListSlices)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Call_ListSlices)->UseRealTime()->Threads(1)->Threads(2)->Unit(benchmark::kMillisecond);
 
-// Keeps the calls per second (wall clock) and the CPU time per call of every run.
+// Keeps the calls per second (wall clock) and the CPU time per call of every repetition.
 class RateReporter : public benchmark::ConsoleReporter {
 public:
     struct Figures {
-        double CallsPerSecond = 0;
-        double CpuPerCall = 0;
+        bench_support::Summary CallsPerSecond;
+        bench_support::Summary CpuPerCall;
     };
 
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                Figures& figures = figures_[run.benchmark_name()];
+                Samples& samples = samples_[run.benchmark_name()];
                 const auto rate = run.counters.find("items_per_second");
                 if (rate != run.counters.end()) {
-                    figures.CallsPerSecond = rate->second.value;
+                    samples.rate.push_back(rate->second.value);
                 }
-                figures.CpuPerCall = run.GetAdjustedCPUTime();
+                samples.cpu.push_back(run.GetAdjustedCPUTime());
             }
         }
         ConsoleReporter::ReportRuns(runs);
     }
 
     Figures Get(const std::string& name) const {
-        const auto at = figures_.find(name);
-        return at == figures_.end() ? Figures{} : at->second;
+        const auto at = samples_.find(name);
+        if (at == samples_.end()) {
+            return Figures{};
+        }
+        return Figures{bench_support::Summarize(at->second.rate),
+                       bench_support::Summarize(at->second.cpu)};
     }
 
 private:
-    std::map<std::string, Figures> figures_;
+    struct Samples {
+        std::vector<double> rate;
+        std::vector<double> cpu;
+    };
+    std::map<std::string, Samples> samples_;
 };
 
-// The binding's cost is a ratio of CPU times, which holds on a busy machine. The gain of a
-// second thread is a ratio of calls per second by the wall clock, which needs two idle
-// cores; beside it stands the CPU time per call on two threads over one, which shows any
-// contention between the threads whatever else the machine does.
+// The binding's cost is a ratio of CPU times (medians of the repetitions), which holds on a
+// busy machine. The gain of a second thread is a ratio of calls per second by the wall clock,
+// which needs two idle cores; beside it stands the CPU time per call on two threads over one,
+// which shows any contention between the threads whatever else the machine does.
 void Summarize(const RateReporter& reporter, const char* method) {
     const std::string call = std::string("BM_Call_") + method;
     const auto packets = reporter.Get(std::string("BM_Packets_") + method + "/real_time");
     const auto one = reporter.Get(call + "/real_time/threads:1");
     const auto two = reporter.Get(call + "/real_time/threads:2");
-    if (packets.CpuPerCall <= 0 || one.CpuPerCall <= 0) {
+    if (packets.CpuPerCall.median <= 0 || one.CpuPerCall.median <= 0) {
         return;
     }
-    const double cost = one.CpuPerCall / packets.CpuPerCall;
+    const double cost = one.CpuPerCall.median / packets.CpuPerCall.median;
     std::printf(
         "%s: %.0f calls/s on 1 thread; a call costs %.2f x writing and reading its "
-        "packets alone (target <= 1.50) %s\n",
-        method, one.CallsPerSecond, cost, cost <= 1.5 ? "ok" : "ABOVE");
-    if (two.CallsPerSecond > 0) {
-        const double gain = two.CallsPerSecond / one.CallsPerSecond;
+        "packets alone (target <= 1.30) %s; repetitions spread %.0f%% (call), %.0f%% (packets)\n",
+        method, one.CallsPerSecond.median, cost, cost <= 1.3 ? "ok" : "ABOVE",
+        100 * one.CpuPerCall.spread, 100 * packets.CpuPerCall.spread);
+    if (two.CallsPerSecond.median > 0) {
+        const double gain = two.CallsPerSecond.median / one.CallsPerSecond.median;
         std::printf(
             "%s: %.0f calls/s on 2 threads = %.2f x 1 thread (target >= 1.70) %s; "
             "CPU per call on 2 threads / on 1 = %.2f\n",
-            method, two.CallsPerSecond, gain, gain >= 1.7 ? "ok" : "BELOW",
-            two.CpuPerCall / one.CpuPerCall);
+            method, two.CallsPerSecond.median, gain, gain >= 1.7 ? "ok" : "BELOW",
+            two.CpuPerCall.median / one.CpuPerCall.median);
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    bench_support::RepeatedArguments arguments(argc, argv);
+    int& count = arguments.Count();
+    benchmark::Initialize(&count, arguments.Values());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.Values())) {
         return 1;
     }
     RateReporter reporter;

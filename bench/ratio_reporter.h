@@ -1,9 +1,13 @@
 #pragma once
 
-// Runs the registered benchmarks with the console reporter, keeps every result's CPU time per
-// iteration, and prints the ratios that a benchmark file asks for behind the table.
+// Runs the registered benchmarks with the console reporter, keeps the CPU time per iteration
+// of every repetition, and prints the ratios that a benchmark file asks for behind the table.
+// A ratio compares the medians of the repetitions (three unless the command line asks for
+// another number), and its line says how far the repetitions spread.
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -12,29 +16,82 @@
 
 namespace bench_support {
 
+// The median and the spread ((largest - smallest) / median) of some measurements.
+struct Summary {
+    double median = 0;
+    double spread = 0;
+};
+
+inline Summary Summarize(std::vector<double> values) {
+    Summary summary;
+    if (values.empty()) {
+        return summary;
+    }
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    summary.median = n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+    if (summary.median > 0) {
+        summary.spread = (values.back() - values.front()) / summary.median;
+    }
+    return summary;
+}
+
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+                times_[run.benchmark_name()].push_back(run.GetAdjustedCPUTime());
             }
         }
         ConsoleReporter::ReportRuns(runs);
     }
 
-    // Time of `slow` over time of `fast`, or 0 when either did not run.
+    // The CPU time per iteration of one benchmark over its repetitions.
+    Summary Time(const std::string& name) const {
+        const auto at = times_.find(name);
+        return at == times_.end() ? Summary{} : Summarize(at->second);
+    }
+
+    // Median time of `slow` over median time of `fast`, or 0 when either did not run.
     double Ratio(const std::string& slow, const std::string& fast) const {
-        const auto s = times_.find(slow);
-        const auto f = times_.find(fast);
-        if (s == times_.end() || f == times_.end() || f->second <= 0) {
+        const Summary s = Time(slow);
+        const Summary f = Time(fast);
+        if (s.median <= 0 || f.median <= 0) {
             return 0;
         }
-        return s->second / f->second;
+        return s.median / f.median;
+    }
+
+    // The larger spread of two benchmarks' repetitions.
+    double Spread(const std::string& a, const std::string& b) const {
+        return std::max(Time(a).spread, Time(b).spread);
     }
 
 private:
-    std::map<std::string, double> times_;
+    std::map<std::string, std::vector<double>> times_;
+};
+
+// The command line with "--benchmark_repetitions=3" added unless it names a number itself:
+// one run of a benchmark says little about the next.
+class RepeatedArguments {
+public:
+    RepeatedArguments(int argc, char** argv) : arguments_(argv, argv + argc) {
+        const bool given = std::any_of(arguments_.begin(), arguments_.end(), [](const char* a) {
+            return std::strncmp(a, "--benchmark_repetitions", 23) == 0;
+        });
+        if (!given) {
+            arguments_.push_back(repetitions_);
+        }
+        arguments_.push_back(nullptr);
+    }
+    int& Count() { return count_ = static_cast<int>(arguments_.size()) - 1; }
+    char** Values() { return arguments_.data(); }
+
+private:
+    char repetitions_[32] = "--benchmark_repetitions=3";
+    std::vector<char*> arguments_;
+    int count_ = 0;
 };
 
 struct RatioLine {
@@ -45,10 +102,12 @@ struct RatioLine {
 };
 
 // The main of a benchmark file: runs everything, then prints "label: peer/ours = R (target
-// T) ok|BELOW" for each line.
+// T) ok|BELOW; spread S%" for each line.
 inline int RunWithRatios(int argc, char** argv, const std::vector<RatioLine>& lines) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    RepeatedArguments arguments(argc, argv);
+    int& count = arguments.Count();
+    benchmark::Initialize(&count, arguments.Values());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.Values())) {
         return 1;
     }
     RatioReporter reporter;
@@ -59,12 +118,15 @@ inline int RunWithRatios(int argc, char** argv, const std::vector<RatioLine>& li
         if (ratio == 0) {
             continue;
         }
+        const double spread = 100 * reporter.Spread(line.peer, line.ours);
         if (line.target <= 0) {
-            std::printf("%s: peer time / our time = %.2f\n", line.label.c_str(), ratio);
+            std::printf("%s: peer time / our time = %.2f (repetitions spread %.0f%%)\n",
+                        line.label.c_str(), ratio, spread);
             continue;
         }
-        std::printf("%s: peer time / our time = %.2f (target >= %.2f) %s\n", line.label.c_str(),
-                    ratio, line.target, ratio >= line.target ? "ok" : "BELOW");
+        std::printf("%s: peer time / our time = %.2f (target >= %.2f) %s (repetitions spread %.0f%%)\n",
+                    line.label.c_str(), ratio, line.target, ratio >= line.target ? "ok" : "BELOW",
+                    spread);
     }
     benchmark::Shutdown();
     return 0;

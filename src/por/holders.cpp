@@ -9,6 +9,11 @@
 
 namespace Por {
 
+// Arrays and composites built one item at a time start with room for a few items: most hold
+// a handful, and growing from one by doubling would cost three allocations for four items.
+constexpr std::size_t kFirstCapacity = 4;
+
+
 namespace Detail {
 
 namespace {
@@ -235,6 +240,9 @@ void ArrayValueHolder::Insert(std::uint64_t index, UnitPtr unit) {
 
 void ArrayValueHolder::PushBack(UnitPtr unit) {
     Util::Detail::CheckNotNull(unit.get(), "Por::ArrayValueHolder::PushBack");
+    if (elements_.capacity() == 0) {
+        elements_.reserve(kFirstCapacity);
+    }
     elements_.push_back(std::move(unit));
 }
 
@@ -367,6 +375,9 @@ void CompositeValueHolder::Set(PropertyPtr property) {
     const char* name = property->GetName().c_str();
     // Properties usually arrive in name order (copies, generated records): try the end first.
     if (properties_.empty() || NameLess(properties_.back(), name)) {
+        if (properties_.capacity() == 0) {
+            properties_.reserve(kFirstCapacity);
+        }
         properties_.push_back(std::move(property));
         return;
     }
