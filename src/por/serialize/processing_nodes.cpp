@@ -32,6 +32,31 @@ const std::string kIsNull = "is_null";
 const std::string kIsInit = "is_init";
 const std::string kValue = "value";
 
+// The name of a member as a unit name. Trees of one record type repeat the same member names
+// record after record, so each thread keeps the names it made last, one per slot of a small
+// table, and hands out shared copies: a repeated name costs a comparison instead of an
+// allocation and a hash.
+UnitName MemberName(const std::string& name) {
+    struct Known {
+        std::string text;
+        UnitName name;
+    };
+    static constexpr std::size_t kSlots = 256;
+    thread_local Known known[kSlots];
+    std::size_t h = name.size();
+    if (!name.empty()) {
+        h = h * 131 + static_cast<unsigned char>(name.front());
+        h = h * 131 + static_cast<unsigned char>(name.back());
+        h = h * 131 + static_cast<unsigned char>(name[name.size() / 2]);
+    }
+    Known& slot = known[h % kSlots];
+    if (slot.text != name || slot.name.Empty() != name.empty()) {
+        slot.name = UnitName(name);
+        slot.text = name;
+    }
+    return slot.name;
+}
+
 std::u16string Wide(const std::string& text) {
     return Common::Utf8ToUtf16Lenient(text);
 }
@@ -142,7 +167,7 @@ void CompositeNode::Finalize() {
     unit_ = factory_.CreateComposite();
     Construction::CompositeValue& composite = Util::AsComposite(*unit_);
     for (auto& [name, unit] : children_) {
-        composite.Set(factory_.CreateProperty(UnitName(name), std::move(unit)));
+        composite.Set(factory_.CreateProperty(MemberName(name), std::move(unit)));
     }
     children_.clear();
     SimpleNode::Finalize();
@@ -201,7 +226,7 @@ void SmartPtrNode::Finalize() {
         unit_ = factory_.CreateComposite();
         Construction::CompositeValue& composite = Util::AsComposite(*unit_);
         for (auto& [name, unit] : values_) {
-            composite.Set(factory_.CreateProperty(UnitName(name), std::move(unit)));
+            composite.Set(factory_.CreateProperty(MemberName(name), std::move(unit)));
         }
     }
     values_.clear();
