@@ -388,7 +388,7 @@ TEST_F(LoopbackProbe, RequestThatLacksAnArgumentIsRefusedWithoutCallingTheServic
     EXPECT_EQ(probe->LaterCalls, 0);
 }
 
-TEST(LoopbackChannel, ReplacedDispatcherServesNewCallsAndStartIsRefused) {
+TEST(LoopbackChannel, ReplacedDispatcherServesNewCallsAndStartNeedsAHandler) {
     Binding::LoopbackChannel channel;
     EXPECT_EQ(channel.Find(188), nullptr);
     auto first = std::make_shared<FakeTestManager>();
@@ -403,7 +403,7 @@ TEST(LoopbackChannel, ReplacedDispatcherServesNewCallsAndStartIsRefused) {
     auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
     std::unique_ptr<Binding::RequestJob> job;
     ASSERT_EQ(channel.Send(std::move(request), job).Code(), 0u);
-    EXPECT_EQ(job->Start(nullptr).Code(), 0x4000eu);
+    EXPECT_EQ(job->Start(nullptr).Code(), Binding::kErrorNullPointer);
     ASSERT_EQ(job->Run(nullptr).Code(), 0u);
     EXPECT_EQ(first->SeenHostname, "");
     EXPECT_EQ(second->SeenHostname, "h");

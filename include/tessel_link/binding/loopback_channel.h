@@ -34,6 +34,28 @@ namespace Binding {
 //
 // Send may be called from any number of threads, also while dispatchers are registered;
 // the call path takes no lock. A job must run before the channel is destroyed.
+//
+// Jobs in the background. Start hands the call to a worker of the channel and returns; the
+// worker serves it and calls the handler's OnJobFinished with the outcome (no other slot of
+// the handler is called). Stop ends a job without waiting for the service: a job not yet
+// begun never runs; one whose service call is under way has its reply dropped when the call
+// returns, without touching the request's out arguments and without calling the handler.
+// Only a handler that is running already is waited for, unless Stop is called from inside
+// that very handler. Destroying a started job stops it.
+//
+// The workers form a pool of at most `maxWorkers` threads, made when first needed and kept
+// until the channel goes; jobs wait in order when all of them are busy. A service call that
+// blocks holds its worker, so the limit must exceed the number of such calls a host keeps
+// running at once (the event proxy keeps one per subscribed event type). Destroying the
+// channel drops jobs that have not begun and joins the workers, so the service calls under
+// way must be able to end.
+//
+// What a host's own channel must do for the same contract: Start returns at once and runs
+// the call elsewhere; the handler hears OnJobFinished exactly once, unless the job was
+// stopped first; Stop never waits for the remote side (a fetch that blocks until the
+// service has events is ended by the event proxy with a separate cancel request sent after
+// Stop), but must not return while the job still writes the out arguments or runs the
+// handler on another thread, as those may die right after Stop.
 class TL_API LoopbackChannel : public RequestChannel {
 public:
     // Shown both packets of a call once the reply is written, before the reply is read:
@@ -42,8 +64,10 @@ public:
         std::function<void(const Request& request, std::span<const unsigned char> requestPacket,
                            std::span<const unsigned char> replyPacket)>;
 
+    static constexpr unsigned kDefaultMaxWorkers = 32;
+
     LoopbackChannel();
-    explicit LoopbackChannel(PacketObserver observer);
+    explicit LoopbackChannel(PacketObserver observer, unsigned maxWorkers = kDefaultMaxWorkers);
     ~LoopbackChannel() override;
     LoopbackChannel(const LoopbackChannel&) = delete;
     LoopbackChannel& operator=(const LoopbackChannel&) = delete;
@@ -58,9 +82,13 @@ public:
 
     Common::Error Send(std::unique_ptr<Request> request, std::unique_ptr<RequestJob>& job) override;
 
+    // The number of worker threads made so far.
+    unsigned WorkerCount() const;
+
 private:
     struct Table;
     class Job;
+    class WorkerPool;
 
     const PacketObserver observer_;
 
@@ -70,6 +98,8 @@ private:
     std::mutex registerLock_;
     std::vector<std::unique_ptr<const Table>> tables_;
     std::vector<std::unique_ptr<ServiceDispatcher>> dispatchers_;
+    // Declared last, so that it goes first: its workers still use the dispatchers.
+    std::unique_ptr<WorkerPool> pool_;
 };
 
 }  // namespace Binding

@@ -1,0 +1,261 @@
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <ctime>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <tessel_link/binding/loopback_channel.h>
+#include <tessel_link/common/dynamic_caster.h>
+#include <tessel_link/common/unicode.h>
+#include <tessel_link/components/event_management.h>
+#include <tessel_link/facade/entry_points.h>
+
+#include "command.h"
+#include "value_options.h"
+
+namespace tessel_cli {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t kJobEvents = 1;
+constexpr std::uint32_t kTaskEvents = 2;
+
+// An event service in the process: a queue per CreateQueue, fetches that wait for events
+// or for their cancel. A silent service never answers the requests that close a queue.
+class DemoService final : public EventManagement::EventManager {
+public:
+    explicit DemoService(bool silent) : silent_(silent) {}
+
+    ~DemoService() override { Release(); }
+
+    Common::Error CreateQueue(std::uint32_t type, std::uint32_t& result) override {
+        const std::lock_guard<std::mutex> lock(lock_);
+        result = nextId_++;
+        queues_[result].Type = type;
+        return Common::ErrorSuccess;
+    }
+    Common::Error DestroyQueue(std::uint32_t id) override {
+        std::unique_lock<std::mutex> lock(lock_);
+        changed_.wait(lock, [&] { return !silent_; });
+        queues_.erase(id);
+        changed_.notify_all();
+        return Common::ErrorSuccess;
+    }
+    Common::Error AbsorbQueue(std::uint32_t id, std::list<EventManagement::Event>& result) override {
+        std::unique_lock<std::mutex> lock(lock_);
+        changed_.wait(lock, [&] {
+            const auto at = queues_.find(id);
+            return at == queues_.end() || at->second.Cancelled || !at->second.Pending.empty();
+        });
+        const auto at = queues_.find(id);
+        if (at != queues_.end()) {
+            result.assign(at->second.Pending.begin(), at->second.Pending.end());
+            at->second.Pending.clear();
+        }
+        return Common::ErrorSuccess;
+    }
+    Common::Error CancelQueueAbsorbing(std::uint32_t id) override {
+        std::unique_lock<std::mutex> lock(lock_);
+        changed_.wait(lock, [&] { return !silent_; });
+        if (const auto at = queues_.find(id); at != queues_.end()) {
+            at->second.Cancelled = true;
+        }
+        changed_.notify_all();
+        return Common::ErrorSuccess;
+    }
+    Common::Error Subscribe(std::uint32_t, EventManagement::EventDispatcher*) override {
+        return Common::ErrorSuccess;
+    }
+    Common::Error Unsubscribe(std::uint32_t, EventManagement::EventDispatcher*) override {
+        return Common::ErrorSuccess;
+    }
+    Common::Error AbsorbQueue(std::uint32_t, EventManagement::EventDispatcher*) override {
+        return Common::ErrorSuccess;
+    }
+    Common::Error Dispatch(const std::shared_ptr<EventManagement::Event>&) override {
+        return Common::ErrorSuccess;
+    }
+
+    void Raise(const EventManagement::Event& event) {
+        const std::lock_guard<std::mutex> lock(lock_);
+        for (auto& entry : queues_) {
+            if (entry.second.Type == event.Type) {
+                entry.second.Pending.push_back(event);
+            }
+        }
+        changed_.notify_all();
+    }
+
+    // Lets requests that wait on a silent service go on.
+    void Release() {
+        const std::lock_guard<std::mutex> lock(lock_);
+        silent_ = false;
+        changed_.notify_all();
+    }
+
+private:
+    struct Queue {
+        std::uint32_t Type = 0;
+        bool Cancelled = false;
+        std::deque<EventManagement::Event> Pending;
+    };
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::map<std::uint32_t, Queue> queues_;
+    std::uint32_t nextId_ = 1;
+    bool silent_;
+};
+
+std::string TimeOfDay(std::int64_t milliseconds) {
+    const std::time_t seconds = static_cast<std::time_t>(milliseconds / 1000);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char text[32];
+    std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min,
+                  parts.tm_sec, static_cast<int>(milliseconds % 1000));
+    return text;
+}
+
+// Prints each event it is handed, and counts them for the whole demo.
+class PrintingSink final : public EventManagement::EventDispatcher {
+public:
+    PrintingSink(const char* name, std::mutex& lock, std::condition_variable& arrived,
+                 int& delivered)
+        : name_(name), lock_(lock), arrived_(arrived), delivered_(delivered) {}
+
+    Common::Error Dispatch(const std::shared_ptr<EventManagement::Event>& event) override {
+        {
+            const std::lock_guard<std::mutex> hold(lock_);
+            std::printf("deliver  sink=%s type=%u time=%s message=%s\n", name_, event->Type,
+                        TimeOfDay(event->Time).c_str(),
+                        Common::Utf16ToUtf8(event->Message).c_str());
+            std::fflush(stdout);
+            ++delivered_;
+        }
+        arrived_.notify_all();
+        return Common::ErrorSuccess;
+    }
+
+private:
+    const char* name_;
+    std::mutex& lock_;
+    std::condition_variable& arrived_;
+    int& delivered_;
+};
+
+int Demo(const Arguments& args) {
+    Arguments valued = args;
+    std::erase(valued.words, std::string("--silent"));
+    const ValueOptions split = SplitValueOptions(valued, {"--events"});
+    if (!split.error.empty()) {
+        return UsageError(split.error);
+    }
+    if (!split.positional.empty()) {
+        return UsageError("events demo takes no arguments");
+    }
+    unsigned long long count = 6;
+    if (const auto e = split.values.find("--events");
+        e != split.values.end() && (!ParseDecimal(e->second, count) || count == 0 || count > 1000)) {
+        return UsageError("--events takes a number from 1 to 1000");
+    }
+    const bool silent = args.Has("--silent");
+
+    auto service = std::make_shared<DemoService>(silent);
+    auto loopback = std::make_shared<Binding::LoopbackChannel>();
+    loopback->Register(std::make_unique<EventManagement::EventManager_Dispatcher>(service));
+    const Core::ChannelPointer channel = loopback;
+    Core::ComponentSlot component;
+    if (CreateProxy(132, &channel, &component) != Core::ProxyCreated) {
+        return Fail("the event manager's proxy could not be created");
+    }
+    auto* manager = Common::QueryInterface<EventManagement::EventManager>(*component);
+    if (manager == nullptr) {
+        return Fail("the event manager's proxy has no EventManager interface");
+    }
+
+    std::mutex lock;
+    std::condition_variable arrived;
+    int delivered = 0;
+    PrintingSink console("console", lock, arrived, delivered);
+    PrintingSink agent("agent", lock, arrived, delivered);
+    // The console hears of jobs and tasks, the agent of tasks only.
+    const struct {
+        PrintingSink* Sink;
+        const char* Name;
+        std::uint32_t Type;
+    } subscriptions[] = {{&console, "console", kJobEvents},
+                         {&console, "console", kTaskEvents},
+                         {&agent, "agent", kTaskEvents}};
+    for (const auto& subscription : subscriptions) {
+        const Common::Error error = manager->Subscribe(subscription.Type, subscription.Sink);
+        if (error.Failed()) {
+            char code[16];
+            std::snprintf(code, sizeof code, "0x%08x", error.Code());
+            return Fail(std::string("subscribing failed: ") + code);
+        }
+        std::printf("subscribe sink=%s type=%u\n", subscription.Name, subscription.Type);
+    }
+
+    int expected = 0;
+    for (unsigned long long i = 1; i <= count; ++i) {
+        EventManagement::Event event;
+        event.Type = i % 2 == 1 ? kJobEvents : kTaskEvents;
+        event.Time = std::chrono::duration_cast<std::chrono::milliseconds>(
+                         std::chrono::system_clock::now().time_since_epoch())
+                         .count();
+        const std::string text =
+            (event.Type == kJobEvents ? "job " : "task ") + std::to_string(i) + " changed";
+        event.Message = Common::WidenLatin1(text);
+        expected += event.Type == kJobEvents ? 1 : 2;
+        service->Raise(event);
+        // A pause between events, so that each is fetched and delivered on its own.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    bool complete = false;
+    {
+        std::unique_lock<std::mutex> hold(lock);
+        complete = arrived.wait_for(hold, std::chrono::seconds(10),
+                                    [&] { return delivered >= expected; });
+    }
+
+    for (const auto& subscription : subscriptions) {
+        const auto start = Clock::now();
+        manager->Unsubscribe(subscription.Type, subscription.Sink);
+        const double took =
+            std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        const std::lock_guard<std::mutex> hold(lock);
+        std::printf("unsubscribe sink=%s type=%u took=%.1f ms\n", subscription.Name,
+                    subscription.Type, took);
+    }
+    component.reset();
+    service->Release();
+    if (!complete) {
+        return Fail("not every event was delivered");
+    }
+    return 0;
+}
+
+const CommandRegistration kEventsDemo(
+    {"events demo", "[--events N] [--silent]",
+     "Subscribe two sinks to events of an in-process service and show the deliveries.",
+     "Runs a short session against an event service inside the process, reached through\n"
+     "the loopback channel. The sink \"console\" subscribes to job events (type 1) and task\n"
+     "events (type 2), the sink \"agent\" to task events. The service then raises N events\n"
+     "(6 unless --events says otherwise), jobs and tasks in turn; each delivery prints the\n"
+     "sink, the event type, the event's time (UTC) and its message, as it arrives on the\n"
+     "channel's worker. Then every subscription is removed, and each removal prints how\n"
+     "long it took: removing the last sink of a type closes the service's queue. With\n"
+     "--silent the service never answers the requests that close a queue, and each of\n"
+     "those removals gives up after about one second.",
+     Demo});
+
+}  // namespace
+}  // namespace tessel_cli
