@@ -120,15 +120,15 @@ bool system_file::WritePieces(const void* buffer, std::uint64_t count, std::uint
             continue;
         }
         const bool retried =
-            RetriedOnWrite(code) ||
-            (unbuffered && (code == Platform::kErrorIoDevice ||
-                            code == Platform::kErrorNoSystemResources ||
-                            code == Platform::kErrorWorkingSetQuota));
+            RetriedOnWrite(code) || (unbuffered && (code == Platform::kErrorIoDevice ||
+                                                    code == Platform::kErrorNoSystemResources ||
+                                                    code == Platform::kErrorWorkingSetQuota));
         const bool progressed = written > writtenAtFailure;
         if (retried && (progressed || ask > alignment)) {
             writtenAtFailure = written;
-            piece = alignment == 1 ? std::max<std::uint64_t>(1, ask / 2)
-                                   : std::max(alignment, (ask + alignment) / 2 / alignment * alignment);
+            piece = alignment == 1
+                        ? std::max<std::uint64_t>(1, ask / 2)
+                        : std::max(alignment, (ask + alignment) / 2 / alignment * alignment);
             continue;
         }
         return Fail(unbuffered ? "nocache_file::Write" : "system_file::Write", function, failure,
@@ -176,8 +176,8 @@ std::uint64_t system_file::Move(std::int64_t offset, Platform::SeekOrigin origin
 std::uint64_t system_file::Seek(std::uint64_t position) {
     if (position > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
         if (!Failed()) {
-            Fail("system_file::Seek", "SetFilePointer", Platform::SystemError{kErrorNegativeSeek, 0},
-                 kSeekFailed);
+            Fail("system_file::Seek", "SetFilePointer",
+                 Platform::SystemError{kErrorNegativeSeek, 0}, kSeekFailed);
         }
         return position_;
     }
@@ -230,9 +230,8 @@ bool system_file::LockExclusive(std::uint64_t offset, std::uint64_t length) {
     }
     const Platform::SystemError failure =
         io_.Lock(handle_, offset, length, Platform::LockKind::Exclusive);
-    return failure.Failed()
-               ? Fail("system_file::LockExclusive", "LockFileEx", failure, kLockFailed)
-               : true;
+    return failure.Failed() ? Fail("system_file::LockExclusive", "LockFileEx", failure, kLockFailed)
+                            : true;
 }
 
 bool system_file::Unlock(std::uint64_t offset, std::uint64_t length) {
@@ -335,15 +334,15 @@ bool system_file::IOCTL(ioctl_command& command) {
         }
         case set_sparse_command::kCode:
             failure = io_.SetSparse(handle_, static_cast<set_sparse_command&>(command).Sparse);
-            return failure.Failed() ? Fail("system_file::IOCTL", "FSCTL_SET_SPARSE", failure,
-                                           kNotSupported)
-                                    : true;
+            return failure.Failed()
+                       ? Fail("system_file::IOCTL", "FSCTL_SET_SPARSE", failure, kNotSupported)
+                       : true;
         case zero_range_command::kCode: {
             auto& c = static_cast<zero_range_command&>(command);
             failure = io_.ZeroRange(handle_, c.Offset, c.Length);
-            return failure.Failed() ? Fail("system_file::IOCTL", "FSCTL_SET_ZERO_DATA", failure,
-                                           kWriteFailed)
-                                    : true;
+            return failure.Failed()
+                       ? Fail("system_file::IOCTL", "FSCTL_SET_ZERO_DATA", failure, kWriteFailed)
+                       : true;
         }
         case set_times_command::kCode: {
             auto& c = static_cast<set_times_command&>(command);
@@ -397,8 +396,8 @@ Platform::FileHandle OpenHandle(Platform::FileIo& io, const std::u16string& path
     const Platform::SystemError failure =
         io.Open(path, rule.Access, rule.Disposition, unbuffered, handle);
     if (failure.Failed()) {
-        error = MakeSystemError(TL_ORIGIN(origin), "CreateFileW", path.c_str(), failure,
-                                rule.Fallback);
+        error =
+            MakeSystemError(TL_ORIGIN(origin), "CreateFileW", path.c_str(), failure, rule.Fallback);
         return Platform::kNoHandle;
     }
     error = Common::ErrorSuccess;
@@ -407,9 +406,8 @@ Platform::FileHandle OpenHandle(Platform::FileIo& io, const std::u16string& path
 
 }  // namespace
 
-std::unique_ptr<rio_file> OpenFile(Platform::FileIo& io, const std::u16string& path,
-                                   open_mode mode, Common::Error& error,
-                                   const std::shared_ptr<SubstToken>& token) {
+std::unique_ptr<rio_file> OpenFile(Platform::FileIo& io, const std::u16string& path, open_mode mode,
+                                   Common::Error& error, const std::shared_ptr<SubstToken>& token) {
     const Platform::FileHandle handle =
         OpenHandle(io, path, mode, false, "File::OpenSystemFile", token, error);
     if (handle == Platform::kNoHandle) {

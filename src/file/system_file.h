@@ -107,8 +107,8 @@ inline constexpr std::uint32_t kDefaultNoCacheAlignment = 4096;
 
 // Opens `path` through `io`, as the user of `token` when there is one; null with `error` set
 // on failure.
-std::unique_ptr<rio_file> OpenFile(Platform::FileIo& io, const std::u16string& path,
-                                   open_mode mode, Common::Error& error,
+std::unique_ptr<rio_file> OpenFile(Platform::FileIo& io, const std::u16string& path, open_mode mode,
+                                   Common::Error& error,
                                    const std::shared_ptr<SubstToken>& token = nullptr);
 std::unique_ptr<rio_file> OpenNoCacheFile(Platform::FileIo& io, const std::u16string& path,
                                           open_mode mode, Common::Error& error,

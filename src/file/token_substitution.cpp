@@ -69,15 +69,13 @@ Common::Error CreateToken(Platform::Identity& identity, const std::u16string& us
 Common::Error SubstToken::CreateLogonToken(const std::u16string& user, const char16_t* password,
                                            std::shared_ptr<SubstToken>& token) {
     return CreateToken(Platform::SystemIdentity(), user, password,
-                       Platform::LogonKind::NewCredentials, "SubstToken::CreateLogonToken",
-                       token);
+                       Platform::LogonKind::NewCredentials, "SubstToken::CreateLogonToken", token);
 }
 
 Common::Error SubstToken::CreateInteractiveLogonToken(const std::u16string& user,
                                                       const char16_t* password,
                                                       std::shared_ptr<SubstToken>& token) {
-    return CreateToken(Platform::SystemIdentity(), user, password,
-                       Platform::LogonKind::Interactive,
+    return CreateToken(Platform::SystemIdentity(), user, password, Platform::LogonKind::Interactive,
                        "SubstToken::CreateInteractiveLogonToken", token);
 }
 
@@ -129,8 +127,7 @@ void TokenSubstitutionExecutor::Impersonate(const std::shared_ptr<SubstToken>& t
     // From here the thread counts as itself until the new identity is in force; a failure
     // half-way is put right when the scope ends.
     thread.Current.reset();
-    const Platform::SystemError failure =
-        identity.SetThreadCredentials(token->Get().Credentials);
+    const Platform::SystemError failure = identity.SetThreadCredentials(token->Get().Credentials);
     if (failure.Failed()) {
         error = MakeSystemError(TL_ORIGIN("TokenSubstitutionExecutor::Impersonate"),
                                 "ImpersonateLoggedOnUser", failure, kAccessDenied);

@@ -47,8 +47,7 @@ public:
 
     // `unbuffered` bypasses the cache: transfers must then respect the medium's alignment.
     virtual SystemError Open(const std::u16string& path, FileAccess access,
-                             FileDisposition disposition, bool unbuffered,
-                             FileHandle& handle) = 0;
+                             FileDisposition disposition, bool unbuffered, FileHandle& handle) = 0;
     virtual SystemError Close(FileHandle handle) = 0;
 
     // One transfer of up to `count` bytes. A read that gives 0 bytes is at the end.

@@ -66,8 +66,8 @@ bool ReadNumber(const std::string& path, std::uint32_t& value) {
 
 // The sector sizes of the block device `device`; a partition takes them from its disk.
 bool DeviceSectors(dev_t device, std::uint32_t& logical, std::uint32_t& physical) {
-    const std::string base = "/sys/dev/block/" + std::to_string(major(device)) + ":" +
-                             std::to_string(minor(device));
+    const std::string base =
+        "/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device));
     for (const char* queue : {"/queue/", "/../queue/"}) {
         if (ReadNumber(base + queue + "logical_block_size", logical)) {
             if (!ReadNumber(base + queue + "physical_block_size", physical)) {
@@ -245,7 +245,8 @@ public:
                 result = SystemError{kErrorMoreData, 0};
                 break;
             }
-            const std::uint64_t stop = std::min<std::uint64_t>(static_cast<std::uint64_t>(hole), end);
+            const std::uint64_t stop =
+                std::min<std::uint64_t>(static_cast<std::uint64_t>(hole), end);
             ranges[count++] = {static_cast<std::uint64_t>(data),
                                stop - static_cast<std::uint64_t>(data)};
             at = stop;
@@ -258,8 +259,8 @@ public:
                                std::uint64_t& physical) override {
         physical = ~std::uint64_t{0};
         // The request with room for one extent behind it.
-        alignas(struct fiemap) unsigned char space[sizeof(struct fiemap) +
-                                                    sizeof(struct fiemap_extent)] = {};
+        alignas(struct fiemap) unsigned char
+            space[sizeof(struct fiemap) + sizeof(struct fiemap_extent)] = {};
         auto* map = reinterpret_cast<struct fiemap*>(space);
         map->fm_start = logical;
         map->fm_length = 1;
@@ -291,8 +292,8 @@ public:
             return {};
         }
         const int fd = Descriptor(handle);
-        if (::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-                        static_cast<off_t>(offset), static_cast<off_t>(length)) == 0) {
+        if (::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                        static_cast<off_t>(length)) == 0) {
             return {};
         }
         if (errno != EOPNOTSUPP) {

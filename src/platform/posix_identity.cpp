@@ -90,8 +90,7 @@ int FindUser(const std::string& name, Credentials& credentials, std::string& fou
 class PosixIdentity final : public Identity {
 public:
     SystemError Logon(const std::u16string& user, const std::u16string& domain,
-                      const char16_t* password, LogonKind kind,
-                      Credentials& credentials) override {
+                      const char16_t* password, LogonKind kind, Credentials& credentials) override {
         credentials = {};
         const std::string name = Common::Utf16ToUtf8(user);
         const std::string realm = Common::Utf16ToUtf8(domain);

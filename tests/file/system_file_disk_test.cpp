@@ -209,8 +209,8 @@ TEST_F(SparseFile, TimesGeometryAndPhysicalPositions) {
 
 TEST_F(SparseFile, UnbufferedTransfersKeepToTheSectors) {
     Common::Error error;
-    auto file = File::OpenSystemFileNoCache(Common::WidenLatin1(path_), File::open_mode::create,
-                                            error);
+    auto file =
+        File::OpenSystemFileNoCache(Common::WidenLatin1(path_), File::open_mode::create, error);
     if (!file) {
         GTEST_SKIP() << "no unbuffered files here: " << Common::Utf16ToUtf8(error.Text());
     }

@@ -1,9 +1,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 #include <cerrno>
-#include <vector>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -258,7 +258,7 @@ TEST(SystemFileFailures, EachOperationRecordsItsFailureOnce) {
         const char* function;
     };
     const Case cases[] = {
-        {Call::Seek, 0x40005, "SetFilePointer"},  {Call::Resize, 0x40003, "SetEndOfFile"},
+        {Call::Seek, 0x40005, "SetFilePointer"},   {Call::Resize, 0x40003, "SetEndOfFile"},
         {Call::Sync, 0x40003, "FlushFileBuffers"}, {Call::Lock, 0x40017, "LockFileEx"},
         {Call::Unlock, 0x40017, "UnlockFileEx"},
     };

@@ -4,8 +4,8 @@
 #include <unistd.h>
 #include <cerrno>
 #include <cstdlib>
-#include <string>
 #include <future>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -39,9 +39,9 @@ FakeIdentity MakeIdentity() {
 
 std::shared_ptr<File::SubstToken> Logon(FakeIdentity& identity, const std::u16string& user) {
     std::shared_ptr<File::SubstToken> token;
-    const Common::Error error = File::CreateToken(identity, user, nullptr,
-                                                  Platform::LogonKind::NewCredentials,
-                                                  "SubstToken::CreateLogonToken", token);
+    const Common::Error error =
+        File::CreateToken(identity, user, nullptr, Platform::LogonKind::NewCredentials,
+                          "SubstToken::CreateLogonToken", token);
     EXPECT_TRUE(error.Succeeded()) << Common::Utf16ToUtf8(error.Text());
     return token;
 }
@@ -68,9 +68,9 @@ TEST(SubstToken, UserNamesSplitAtTheFirstBackslash) {
 TEST(SubstToken, LogonFormsAndTheirFailures) {
     FakeIdentity identity = MakeIdentity();
     std::shared_ptr<File::SubstToken> token;
-    Common::Error error = File::CreateToken(identity, u"alice", u"secret",
-                                            Platform::LogonKind::NewCredentials,
-                                            "SubstToken::CreateLogonToken", token);
+    Common::Error error =
+        File::CreateToken(identity, u"alice", u"secret", Platform::LogonKind::NewCredentials,
+                          "SubstToken::CreateLogonToken", token);
     ASSERT_TRUE(error.Succeeded());
     ASSERT_TRUE(token);
     EXPECT_EQ(identity.lastDomain, u"");
@@ -232,8 +232,8 @@ protected:
 TEST_F(OtherUser, ARootOnlyFileIsDeniedUnderAnotherUsersToken) {
     EXPECT_EQ(token_->User(), ::getpwnam("nobody")->pw_uid);
     Common::Error error;
-    auto denied = File::OpenSystemFile(Common::WidenLatin1(secret_), File::open_mode::read, error,
-                                       token_);
+    auto denied =
+        File::OpenSystemFile(Common::WidenLatin1(secret_), File::open_mode::read, error, token_);
     EXPECT_FALSE(denied);
     EXPECT_EQ(error.Code(), 0x40014u);
     EXPECT_EQ(error.Text(), u"Access to the file is denied.");
@@ -242,8 +242,8 @@ TEST_F(OtherUser, ARootOnlyFileIsDeniedUnderAnotherUsersToken) {
 
     // Without the token it opens; a file that the user may read opens with it, and reads.
     EXPECT_TRUE(Opens(secret_));
-    auto shared = File::OpenSystemFile(Common::WidenLatin1(open_), File::open_mode::read, error,
-                                       token_);
+    auto shared =
+        File::OpenSystemFile(Common::WidenLatin1(open_), File::open_mode::read, error, token_);
     ASSERT_TRUE(shared) << Common::Utf16ToUtf8(error.Text());
     char buffer[4];
     EXPECT_TRUE(shared->ReadExact(buffer, 4));
@@ -291,8 +291,8 @@ TEST_F(OtherUser, LogonsOfUnknownUsersDomainsAndWrongPasswords) {
     EXPECT_EQ(error.Cause().GetNumber("code"), 0x8007054bu);  // no such domain
     char host[256] = {};
     ::gethostname(host, sizeof host - 1);
-    error = File::SubstToken::CreateLogonToken(Common::WidenLatin1(host) + u"\\nobody", nullptr,
-                                               token);
+    error =
+        File::SubstToken::CreateLogonToken(Common::WidenLatin1(host) + u"\\nobody", nullptr, token);
     EXPECT_TRUE(error.Succeeded());
     error = File::SubstToken::CreateLogonToken(u".\\nobody", nullptr, token);
     EXPECT_TRUE(error.Succeeded());

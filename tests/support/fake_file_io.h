@@ -16,8 +16,22 @@ namespace test_support {
 class FakeFileIo final : public Platform::FileIo {
 public:
     enum class Call {
-        Open, Read, Write, Seek, Resize, Sync, Lock, Unlock, Ranges, Physical, Sparse, Zero,
-        Times, Sectors, Compression, Count
+        Open,
+        Read,
+        Write,
+        Seek,
+        Resize,
+        Sync,
+        Lock,
+        Unlock,
+        Ranges,
+        Physical,
+        Sparse,
+        Zero,
+        Times,
+        Sectors,
+        Compression,
+        Count
     };
 
     struct File {
@@ -84,7 +98,8 @@ public:
         auto& [path, pos] = open_[h];
         File& file = files[path];
         const std::uint64_t size = file.virtualSize != 0 ? file.virtualSize : file.data.size();
-        read = pos < size ? static_cast<std::size_t>(std::min<std::uint64_t>(count, size - pos)) : 0;
+        read =
+            pos < size ? static_cast<std::size_t>(std::min<std::uint64_t>(count, size - pos)) : 0;
         if (file.virtualSize == 0 && read != 0) {
             std::memcpy(buffer, file.data.data() + pos, read);
         }
@@ -123,9 +138,10 @@ public:
             return *f;
         }
         auto& [path, pos] = open_[h];
-        const std::int64_t base = origin == Platform::SeekOrigin::Begin     ? 0
-                                  : origin == Platform::SeekOrigin::Current ? std::int64_t(pos)
-                                                                            : std::int64_t(files[path].data.size());
+        const std::int64_t base = origin == Platform::SeekOrigin::Begin ? 0
+                                  : origin == Platform::SeekOrigin::Current
+                                      ? std::int64_t(pos)
+                                      : std::int64_t(files[path].data.size());
         if (base + offset < 0) {
             return {131, 22};
         }

@@ -54,7 +54,8 @@ TL_API void SplitUserName(const std::u16string& given, std::u16string& domain,
 
 // While it lives, the calling thread's file access is that of `token`'s user; a null token
 // changes nothing. Scopes nest on a thread, and leaving one gives the thread back the
-// identity it had before. A scope belongs to the thread that made it and must end there.
+// identity it had before. A scope belongs to the thread that made it and must end there. A
+// thread started inside a scope starts with the identity in force, as Linux copies it.
 class TL_API TokenSubstitutionExecutor : Common::NonCopyable {
 public:
     // `error` tells whether the scope was entered: success, or a failure with the system's
