@@ -27,6 +27,7 @@
 #include <tessel_link/file/file_identifier.h>
 #include <tessel_link/file/memory_file.h>
 #include <tessel_link/file/system_file.h>
+#include <tessel_link/file/token_substitution.h>
 #include <tessel_link/file/zip_archive.h>
 #include <tessel_link/file/usn_journal.h>
 #include <tessel_link/file/dir_notification.h>

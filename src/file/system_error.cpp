@@ -80,3 +80,16 @@ Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* fun
 }
 
 }  // namespace File
+
+namespace File {
+
+Common::Error MakeFixedSystemError(const Common::ErrorOrigin& origin, const char* function,
+                                   const char16_t* path, const Platform::SystemError& failure,
+                                   FileErrorCode code) {
+    Common::Error error = Common::Error::WithFunctionAndPath(
+        origin, code.Code, Common::GetMessageRow(code.Row), function, path);
+    error.AddCause(SystemCause(origin, failure));
+    return error;
+}
+
+}  // namespace File

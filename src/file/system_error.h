@@ -29,3 +29,13 @@ Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* fun
                               FileErrorCode fallback);
 
 }  // namespace File
+
+namespace File {
+
+// As MakeSystemError, but the head keeps `code` whatever the system's reason: for calls whose
+// every failure means the same to the caller.
+Common::Error MakeFixedSystemError(const Common::ErrorOrigin& origin, const char* function,
+                                   const char16_t* path, const Platform::SystemError& failure,
+                                   FileErrorCode code);
+
+}  // namespace File

@@ -1,22 +1,34 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include <tessel_link/file/file_object.h>
-
 #include <tessel_link/file/system_file.h>
+#include <tessel_link/file/token_substitution.h>
 
 #include "file/file_errors.h"
-#include "platform/file_system.h"
+#include "platform/file_io.h"
 
 namespace File {
 
-// A file of the operating system, through the platform's FileSystem.
-class system_file final : public rio_file {
+// A file of the operating system over an open handle. Transfers are cut at 0x80000000 bytes
+// and retried in smaller pieces when the system runs short, so that a backup on a loaded
+// machine finishes instead of failing at the first refusal.
+class system_file : public rio_file {
 public:
-    // Takes over `handle`, which `files` opened for `path`.
-    system_file(Platform::FileSystem& files, Platform::FileHandle handle, std::u16string path)
-        : files_(files), handle_(handle), path_(std::move(path)) {}
+    // The largest piece of one transfer, within the 32-bit counts of every system call.
+    static constexpr std::uint64_t kLargestTransfer = 0x80000000u;
+    // The smallest piece that a read runs short of resources is halved to.
+    static constexpr std::uint64_t kSmallestReadPiece = 4096;
+    // Ranges that the first ask for the allocation map has room for.
+    static constexpr std::size_t kFirstRangeCapacity = 16;
+
+    // Takes over `handle`, which `io` opened for `path`. With a `token`, every system call
+    // runs in a scope of that user.
+    system_file(Platform::FileIo& io, Platform::FileHandle handle, std::u16string path,
+                std::shared_ptr<SubstToken> token = nullptr)
+        : io_(io), handle_(handle), token_(std::move(token)), path_(std::move(path)) {}
     ~system_file() override;
 
     bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override;
@@ -29,23 +41,77 @@ public:
     bool LockShared(std::uint64_t offset, std::uint64_t length) override;
     bool LockExclusive(std::uint64_t offset, std::uint64_t length) override;
     bool Unlock(std::uint64_t offset, std::uint64_t length) override;
+    bool IOCTL(ioctl_command& command) override;
+
+    // The allocated ranges that meet [start, start + length) as an owned block: a count word
+    // and that many (offset, length) pairs. Null with the error recorded on failure.
+    std::unique_ptr<std::uint64_t[]> GetAllocationMap(std::uint64_t start, std::uint64_t length);
+    bool SetCompressAttributes(bool compressed);
 
     const std::u16string& Path() const noexcept { return path_; }
 
-private:
-    std::uint64_t Move(std::int64_t offset, Platform::SeekOrigin origin, const char* function);
-    // Records the failure of the system call `call`, made in `function`.
-    bool Fail(const char* function, const char* call, const Platform::SystemError& failure,
+protected:
+    // The rules of a write: pieces are multiples of `alignment`, and `unbuffered` adds the
+    // failures of unbuffered handles to those that are retried.
+    bool WritePieces(const void* buffer, std::uint64_t count, std::uint64_t& written,
+                     std::uint64_t alignment, bool unbuffered, const char* function);
+    // Records the failure of the system call named `function`.
+    bool Fail(const char* origin, const char* function, const Platform::SystemError& failure,
               FileErrorCode fallback);
 
-    Platform::FileSystem& files_;
+    // The scope of the file's token for one operation; false when it could not be entered,
+    // with the reason recorded in the file.
+    class scope {
+    public:
+        explicit scope(system_file& file) : executor_(file.token_, entered_) {
+            if (entered_.Failed()) {
+                file.RecordError(entered_);
+            }
+        }
+        explicit operator bool() const noexcept { return !entered_.Failed(); }
+
+    private:
+        Common::Error entered_;
+        TokenSubstitutionExecutor executor_;
+    };
+
+    Platform::FileIo& io_;
     Platform::FileHandle handle_;
+    std::shared_ptr<SubstToken> token_;
+
+private:
+    std::uint64_t Move(std::int64_t offset, Platform::SeekOrigin origin, const char* origin_name);
+    bool FailFixed(const char* origin, const char* function, const Platform::SystemError& failure,
+                   FileErrorCode code);
+
     std::u16string path_;
     std::uint64_t position_ = 0;
 };
 
-// Opens `path` through `files`; null with `error` set on failure.
-std::unique_ptr<rio_file> OpenFile(Platform::FileSystem& files, const std::u16string& path,
-                                   open_mode mode, Common::Error& error);
+// A system file opened past the cache: writes go in multiples of the sector size.
+class nocache_file final : public system_file {
+public:
+    nocache_file(Platform::FileIo& io, Platform::FileHandle handle, std::u16string path,
+                 std::uint32_t alignment, std::shared_ptr<SubstToken> token = nullptr)
+        : system_file(io, handle, std::move(path), std::move(token)), alignment_(alignment) {}
+
+    bool Write(const void* buffer, std::uint64_t count, std::uint64_t& written) override;
+    std::uint32_t Alignment() const noexcept { return alignment_; }
+
+private:
+    std::uint32_t alignment_;
+};
+
+// The alignment of unbuffered transfers where the medium tells none.
+inline constexpr std::uint32_t kDefaultNoCacheAlignment = 4096;
+
+// Opens `path` through `io`, as the user of `token` when there is one; null with `error` set
+// on failure.
+std::unique_ptr<rio_file> OpenFile(Platform::FileIo& io, const std::u16string& path, open_mode mode,
+                                   Common::Error& error,
+                                   const std::shared_ptr<SubstToken>& token = nullptr);
+std::unique_ptr<rio_file> OpenNoCacheFile(Platform::FileIo& io, const std::u16string& path,
+                                          open_mode mode, Common::Error& error,
+                                          const std::shared_ptr<SubstToken>& token = nullptr);
 
 }  // namespace File

@@ -1,6 +1,9 @@
+#include <sys/mman.h>
 #include <unistd.h>
+#include <cerrno>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -9,12 +12,12 @@
 
 #include "file/system_error.h"
 #include "file/system_file.h"
-#include "support/fake_file_system.h"
+#include "support/fake_file_io.h"
 
 namespace {
 
-using test_support::FakeFileSystem;
-using Call = FakeFileSystem::Call;
+using test_support::FakeFileIo;
+using Call = FakeFileIo::Call;
 
 TEST(SystemErrors, TranslationKeepsTheSystemCodesAsCauses) {
     const Common::Error e = File::MakeSystemError(TL_ORIGIN("F"), "open", u"/x",
@@ -64,60 +67,259 @@ TEST(SystemErrors, TableCoversTheSystemCodes) {
     EXPECT_FALSE(File::TranslateSystemCode(87));
 }
 
-TEST(SystemFileFailures, EachOperationRecordsItsFailureOnce) {
-    FakeFileSystem fs;
-    fs.files[u"f"] = {'a', 'b', 'c', 'd'};
+// The file "f" of `io`, opened for reading and writing, holding `size` bytes 0, 1, 2, ...
+std::unique_ptr<File::rio_file> OpenFilled(FakeFileIo& io, std::size_t size) {
+    auto& data = io.files[u"f"].data;
+    data.resize(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        data[i] = static_cast<unsigned char>(i);
+    }
     Common::Error error;
-    auto file = File::OpenFile(fs, u"f", File::open_mode::read_write, error);
-    ASSERT_TRUE(file);
+    return File::OpenFile(io, u"f", File::open_mode::read_write, error);
+}
 
-    char buffer[4];
+std::string FunctionOf(const Common::Error& e) {
+    const char* f = e.GetAnsi("function");
+    return f ? f : "";
+}
+
+TEST(SystemFileRead, NoResourcesHalvesThePieceDownTo4096) {
+    FakeFileIo io;
+    auto file = OpenFilled(io, 64 * 1024);
+    ASSERT_TRUE(file);
+    std::vector<unsigned char> buffer(8192);
     std::uint64_t read = 0;
-    fs.FailNext(Call::Read, Platform::SystemError{1117, 5}, 2);
-    EXPECT_FALSE(file->Read(buffer, 4, read));
-    EXPECT_EQ(read, 2u);  // what arrived before the failure is reported
-    EXPECT_EQ(file->GetError().Code(), 0x40001u);
-    EXPECT_EQ(std::string(file->GetError().Origin().Func), "system_file::Read");
+    io.Fail(Call::Read, {1450, ENOMEM}, 3);  // the third read runs short of resources
+    ASSERT_TRUE(file->Read(buffer.data(), 8192, read));
+    ASSERT_TRUE(file->Read(buffer.data(), 8192, read));
+    ASSERT_TRUE(file->Read(buffer.data(), 8192, read));
+    EXPECT_EQ(read, 8192u);
+    EXPECT_EQ(io.reads, (std::vector<std::size_t>{8192, 8192, 8192, 4096, 4096}));
+    EXPECT_EQ(buffer[0], static_cast<unsigned char>(16384 % 256));
+    EXPECT_EQ(buffer[4096], static_cast<unsigned char>((16384 + 4096) % 256));
+
+    // An odd piece rounds up, and 4,096 is as small as it gets.
+    io.reads.clear();
+    io.Fail(Call::Read, {1450, ENOMEM}, 1, 2);
+    EXPECT_FALSE(file->Read(buffer.data(), 8191, read));
+    EXPECT_EQ(io.reads, (std::vector<std::size_t>{8191, 4096}));
+    EXPECT_EQ(read, 0u);
+    const Common::Error& e = file->GetError();
+    EXPECT_EQ(e.Code(), 0x40001u);
+    EXPECT_EQ(e.Text(), u"Error occurred while reading the file.");
+    EXPECT_EQ(FunctionOf(e), "ReadFile");
+    EXPECT_EQ(std::string(e.Origin().Func), "system_file::Read");
+    EXPECT_EQ(e.Cause().GetNumber("code"), 0x800705aau);
+    EXPECT_EQ(e.Cause().Cause().GetNumber("Errno"), static_cast<std::uint64_t>(ENOMEM));
+}
+
+TEST(SystemFileRead, LockViolationIsRetriedOnceAtOnce) {
+    FakeFileIo io;
+    auto file = OpenFilled(io, 100);
+    char buffer[40];
+    std::uint64_t read = 0;
+    io.Fail(Call::Read, {33, EAGAIN});
+    ASSERT_TRUE(file->Read(buffer, 40, read));
+    EXPECT_EQ(read, 40u);
+    EXPECT_EQ(io.reads, (std::vector<std::size_t>{40, 40}));
+
+    // After a good transfer the next violation gets its own retry.
+    io.Fail(Call::Read, {33, EAGAIN});
+    ASSERT_TRUE(file->Read(buffer, 40, read));
+
+    // Twice in a row is final, and the system's reason names the error.
+    io.Fail(Call::Read, {33, EAGAIN}, 1, 2);
+    EXPECT_FALSE(file->Read(buffer, 40, read));
+    EXPECT_EQ(file->GetError().Code(), 0x40017u);
+    EXPECT_EQ(FunctionOf(file->GetError()), "ReadFile");
+}
+
+TEST(SystemFileRead, EndCountZeroAndTheLargestPiece) {
+    FakeFileIo io;
+    auto file = OpenFilled(io, 10);
+    char buffer[16];
+    std::uint64_t read = 7;
+    EXPECT_TRUE(file->Read(buffer, 0, read));
+    EXPECT_EQ(read, 0u);
+    EXPECT_TRUE(io.reads.empty());
+    EXPECT_TRUE(file->Read(buffer, 16, read));
+    EXPECT_EQ(read, 10u);
+    EXPECT_TRUE(file->Read(buffer, 16, read));  // at the end: nothing, and no error
+    EXPECT_EQ(read, 0u);
+    EXPECT_FALSE(file->Failed());
+    EXPECT_FALSE(file->ReadExact(buffer, 1));
+    EXPECT_EQ(file->GetError().Code(), 0x40002u);
+
+    // 3 GiB take two calls, the first at the cap. The buffer is reserved, never touched.
+    FakeFileIo big;
+    big.files[u"f"].virtualSize = 3ull << 30;
+    Common::Error error;
+    auto large = File::OpenFile(big, u"f", File::open_mode::read, error);
+    ASSERT_TRUE(large);
+    void* space = ::mmap(nullptr, 3ull << 30, PROT_READ | PROT_WRITE,
+                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(space, MAP_FAILED);
+    EXPECT_TRUE(large->Read(space, 3ull << 30, read));
+    ::munmap(space, 3ull << 30);
+    EXPECT_EQ(read, 3ull << 30);
+    EXPECT_EQ(big.reads, (std::vector<std::size_t>{0x80000000u, 0x40000000u}));
+}
+
+TEST(SystemFileWrite, DiskFullHalvesThePieceAndGoesOn) {
+    FakeFileIo io;
+    auto file = OpenFilled(io, 0);
+    const std::string text(1000, 'w');
+    std::uint64_t written = 0;
+    io.Fail(Call::Write, {112, ENOSPC});  // once: space came free
+    ASSERT_TRUE(file->Write(text.data(), text.size(), written));
+    EXPECT_EQ(written, 1000u);
+    EXPECT_EQ(io.writes, (std::vector<std::size_t>{1000, 500, 500}));
+    EXPECT_EQ(io.files[u"f"].data.size(), 1000u);
+
+    // Other codes of the rule: access denied, write protected, the handle's disk full, and an
+    // invalid parameter. Any other failure is final at once.
+    for (const std::uint32_t code : {5u, 19u, 39u, 87u}) {
+        io.writes.clear();
+        io.Fail(Call::Write, {code, 0});
+        EXPECT_TRUE(file->Write("abcd", 4, written)) << code;
+        EXPECT_EQ(io.writes, (std::vector<std::size_t>{4, 2, 2})) << code;
+    }
+    io.writes.clear();
+    io.Fail(Call::Write, {1117, EIO});
+    EXPECT_FALSE(file->Write("abcd", 4, written));
+    EXPECT_EQ(io.writes.size(), 1u);
+    EXPECT_EQ(file->GetError().Code(), 0x40003u);
+    EXPECT_EQ(file->GetError().Text(), u"Error occurred while writing to the file.");
+    EXPECT_EQ(FunctionOf(file->GetError()), "WriteFile");
+}
+
+TEST(SystemFileWrite, AFullDiskEndsWhenNothingMovesAtOneByte) {
+    FakeFileIo io;
+    io.diskCapacity = 10;
+    auto file = OpenFilled(io, 0);
+    std::uint64_t written = 0;
+    EXPECT_FALSE(file->Write("0123456789abcdef", 16, written));
+    EXPECT_EQ(written, 10u);
+    // 16 gives 10; 6 fails after progress and halves; 3 and 1 fail without it.
+    EXPECT_EQ(io.writes, (std::vector<std::size_t>{16, 6, 3, 1}));
+    EXPECT_EQ(file->GetError().Code(), 0x40004u);
+    EXPECT_EQ(file->GetError().Text(), u"The disk is full.");
+    EXPECT_EQ(FunctionOf(file->GetError()), "WriteFile");
+    EXPECT_EQ(file->GetError().Cause().GetNumber("code"), 0x80070070u);
+}
+
+TEST(SystemFileWrite, UnbufferedPiecesKeepTheAlignment) {
+    FakeFileIo io;
+    io.files[u"f"];
+    Common::Error error;
+    auto file = File::OpenNoCacheFile(io, u"f", File::open_mode::read_write, error);
+    ASSERT_TRUE(file);
+    EXPECT_TRUE(io.unbufferedOpened);
+    EXPECT_EQ(static_cast<File::nocache_file&>(*file).Alignment(), 512u);
+    const std::vector<unsigned char> block(4096, 7);
+    std::uint64_t written = 0;
+
+    // An I/O device error is retried here: (4096 + 512) / 2 rounded down to 512s.
+    io.Fail(Call::Write, {1117, EIO});
+    ASSERT_TRUE(file->Write(block.data(), 4096, written));
+    EXPECT_EQ(io.writes, (std::vector<std::size_t>{4096, 2048, 2048}));
+
+    // The working-set quota grows the working set once and retries the same piece.
+    io.writes.clear();
+    io.Fail(Call::Write, {1453, 0});
+    ASSERT_TRUE(file->Write(block.data(), 4096, written));
+    EXPECT_EQ(io.writes, (std::vector<std::size_t>{4096, 4096}));
+    EXPECT_EQ(io.workingSetGrown, 1);
+
+    // No resources, down to one sector, where it is final.
+    io.writes.clear();
+    io.Fail(Call::Write, {1450, ENOMEM}, 1, 10);
+    EXPECT_FALSE(file->Write(block.data(), 1536, written));
+    EXPECT_EQ(io.writes, (std::vector<std::size_t>{1536, 1024, 768 / 512 * 512}));
+    EXPECT_EQ(file->GetError().Code(), 0x40003u);
+    EXPECT_EQ(FunctionOf(file->GetError()), "WriteFileNoCache");
+
+    // A volume that tells no sector size gets a page.
+    FakeFileIo blind;
+    blind.files[u"g"];
+    blind.Fail(Call::Sectors, {50, EOPNOTSUPP});
+    auto paged = File::OpenNoCacheFile(blind, u"g", File::open_mode::read, error);
+    ASSERT_TRUE(paged);
+    EXPECT_EQ(static_cast<File::nocache_file&>(*paged).Alignment(), 4096u);
+}
+
+TEST(SystemFileFailures, EachOperationRecordsItsFailureOnce) {
+    FakeFileIo io;
+    auto file = OpenFilled(io, 4);
+
+    struct Case {
+        Call call;
+        std::uint32_t code;
+        const char* function;
+    };
+    const Case cases[] = {
+        {Call::Seek, 0x40005, "SetFilePointer"},   {Call::Resize, 0x40003, "SetEndOfFile"},
+        {Call::Sync, 0x40003, "FlushFileBuffers"}, {Call::Lock, 0x40017, "LockFileEx"},
+        {Call::Unlock, 0x40017, "UnlockFileEx"},
+    };
+    for (const Case& c : cases) {
+        file->ClearError();
+        io.Fail(c.call, {1117, EIO});
+        switch (c.call) {
+            case Call::Seek:
+                EXPECT_EQ(file->Seek(1), 0u);  // the position stays
+                break;
+            case Call::Resize:
+                EXPECT_FALSE(file->Truncate());
+                break;
+            case Call::Sync:
+                EXPECT_FALSE(file->Flush());
+                break;
+            case Call::Lock:
+                EXPECT_FALSE(file->LockShared(0, 1));
+                break;
+            default:
+                EXPECT_FALSE(file->Unlock(0, 1));
+                break;
+        }
+        EXPECT_EQ(file->GetError().Code(), c.code) << c.function;
+        EXPECT_EQ(FunctionOf(file->GetError()), c.function);
+        EXPECT_EQ(std::u16string(file->GetError().GetWide("path")), u"f");
+    }
+
     // Sticky: later calls do nothing and keep the first reason.
     std::uint64_t written = 0;
     EXPECT_FALSE(file->Write("x", 1, written));
     EXPECT_EQ(written, 0u);
-    EXPECT_EQ(file->GetError().Code(), 0x40001u);
-    EXPECT_EQ(fs.files[u"f"].size(), 4u);
-
-    file->ClearError();
-    fs.FailNext(Call::Write, Platform::SystemError{112, 28}, 1);
-    EXPECT_FALSE(file->Write("xyz", 3, written));
-    EXPECT_EQ(written, 1u);
-    EXPECT_EQ(file->GetError().Code(), 0x40004u);
-
-    file->ClearError();
-    fs.FailNext(Call::Lock, Platform::SystemError{33, 11});
-    EXPECT_FALSE(file->LockExclusive(0, 1));
+    EXPECT_TRUE(io.writes.empty());
     EXPECT_EQ(file->GetError().Code(), 0x40017u);
 
+    // A position past the signed range is refused before the system is asked.
     file->ClearError();
-    fs.FailNext(Call::Seek, Platform::SystemError{87, 22});
-    EXPECT_EQ(file->Seek(1), 3u);  // the position stays
+    const int seeks = io.Calls(Call::Seek);
+    file->Seek(~std::uint64_t{0});
     EXPECT_EQ(file->GetError().Code(), 0x40005u);
+    EXPECT_EQ(io.Calls(Call::Seek), seeks);
 }
 
 TEST(SystemFileFailures, OpenFailuresAreTranslated) {
-    FakeFileSystem fs;
+    FakeFileIo io;
     Common::Error error;
-    EXPECT_FALSE(File::OpenFile(fs, u"missing", File::open_mode::read, error));
+    EXPECT_FALSE(File::OpenFile(io, u"missing", File::open_mode::read, error));
     EXPECT_EQ(error.Code(), 0x40011u);
-    fs.files[u"there"] = {};
-    EXPECT_FALSE(File::OpenFile(fs, u"there", File::open_mode::create_new, error));
+    EXPECT_EQ(FunctionOf(error), "CreateFileW");
+    io.files[u"there"];
+    EXPECT_FALSE(File::OpenFile(io, u"there", File::open_mode::create_new, error));
     EXPECT_EQ(error.Code(), 0x40013u);
-    fs.FailNext(Call::Open, Platform::SystemError{0, 4242});
-    EXPECT_FALSE(File::OpenFile(fs, u"there", File::open_mode::create, error));
+    io.Fail(Call::Open, Platform::SystemError{0, 4242});
+    EXPECT_FALSE(File::OpenFile(io, u"there", File::open_mode::create, error));
     EXPECT_EQ(error.Code(), 0x4000au);  // the operation's own code
-    auto file = File::OpenFile(fs, u"there", File::open_mode::read, error);
+    auto file = File::OpenFile(io, u"there", File::open_mode::read, error);
     EXPECT_TRUE(file);
     EXPECT_TRUE(error.Succeeded());
+    EXPECT_FALSE(io.unbufferedOpened);
     file.reset();
-    EXPECT_EQ(fs.closed, 1);
+    EXPECT_EQ(io.closed, 1);
 }
 
 class DiskFile : public ::testing::Test {

@@ -6,6 +6,8 @@
 #include <tessel_link/common/error.h>
 #include <tessel_link/export.h>
 #include <tessel_link/file/file_object.h>
+#include <tessel_link/file/token_substitution.h>
+#include <tessel_link/file/usn_journal.h>
 
 namespace File {
 
@@ -22,5 +24,85 @@ enum class open_mode {
 // for reading refuses to be written.
 TL_API std::unique_ptr<rio_file> OpenSystemFile(const std::u16string& path, open_mode mode,
                                                 Common::Error& error);
+
+// The same file opened past the system's cache. Writes go in multiples of the medium's
+// sector size (read from the block device; 4,096 bytes where there is none), and the buffers
+// given to Read and Write must be aligned to it.
+TL_API std::unique_ptr<rio_file> OpenSystemFileNoCache(const std::u16string& path, open_mode mode,
+                                                       Common::Error& error);
+
+// The same, as the user of `token` (when not null): the open and every later operation of
+// the file run in a TokenSubstitutionExecutor scope of it.
+TL_API std::unique_ptr<rio_file> OpenSystemFile(const std::u16string& path, open_mode mode,
+                                                Common::Error& error,
+                                                const std::shared_ptr<SubstToken>& token);
+TL_API std::unique_ptr<rio_file> OpenSystemFileNoCache(const std::u16string& path, open_mode mode,
+                                                       Common::Error& error,
+                                                       const std::shared_ptr<SubstToken>& token);
+
+// The commands that IOCTL of a system file knows. Each fills its results only on success.
+
+// The allocated ranges of the file that meet [Start, Start + Length), as an owned block: a
+// count word followed by that many (offset, length) pairs, all 64-bit.
+struct allocation_map_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("ALCM");
+    allocation_map_command() { Code = kCode; }
+    std::uint64_t Start = 0;
+    std::uint64_t Length = ~std::uint64_t{0};
+    std::unique_ptr<std::uint64_t[]> Map;
+
+    std::uint64_t RangeCount() const noexcept { return Map ? Map[0] : 0; }
+    std::uint64_t RangeOffset(std::uint64_t i) const noexcept { return Map[1 + 2 * i]; }
+    std::uint64_t RangeLength(std::uint64_t i) const noexcept { return Map[2 + 2 * i]; }
+};
+
+// The geometry under the file.
+struct sector_sizes_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("GSEC");
+    sector_sizes_command() { Code = kCode; }
+    std::uint32_t LogicalSector = 0;
+    std::uint32_t PhysicalSector = 0;
+    std::uint32_t FileSystemBlock = 0;
+};
+
+// The byte on the device that holds the file's byte Logical; all ones in a hole.
+struct physical_offset_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("RPTR");
+    physical_offset_command() { Code = kCode; }
+    std::uint64_t Logical = 0;
+    std::uint64_t Physical = 0;
+};
+
+// Marks the file as one that may have holes.
+struct set_sparse_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("SPRS");
+    set_sparse_command() { Code = kCode; }
+    bool Sparse = true;
+};
+
+// Makes [Offset, Offset + Length) read as zeroes, freeing its blocks where it can.
+struct zero_range_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("ZERO");
+    zero_range_command() { Code = kCode; }
+    std::uint64_t Offset = 0;
+    std::uint64_t Length = 0;
+};
+
+// Sets the times, in 100 ns units since 1601-01-01 UTC; 0 leaves a time as it is. Linux has
+// no settable creation time, so that one is left alone.
+struct set_times_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("STIM");
+    set_times_command() { Code = kCode; }
+    std::uint64_t CreationTime = 0;
+    std::uint64_t AccessTime = 0;
+    std::uint64_t WriteTime = 0;
+};
+
+// Turns the file system's compression of the file on or off.
+struct set_compression_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("CMPR");
+    set_compression_command() { Code = kCode; }
+    bool Compressed = true;
+};
 
 }  // namespace File
