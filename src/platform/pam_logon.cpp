@@ -1,5 +1,7 @@
 // Password checks through PAM, under the service name "tessel_link" (a system without a
-// configuration of that name applies its "other" rules).
+// configuration of that name applies its "other" rules). PAM is bound by name on the first
+// check, so that the library itself depends on no more than it must and a host that never
+// logs anyone on never loads it.
 
 #include "platform/pam_logon.h"
 
@@ -8,7 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <tessel_link/common/error.h>
+
 #include "platform/identity.h"
+#include "platform/late_binding.h"
 
 namespace Platform {
 
@@ -56,22 +61,54 @@ SystemError LogonError(int status) {
     }
 }
 
+// The PAM functions a check uses, bound once.
+struct PamFunctions {
+    decltype(&::pam_start) Start;
+    decltype(&::pam_authenticate) Authenticate;
+    decltype(&::pam_acct_mgmt) AccountManagement;
+    decltype(&::pam_end) End;
+};
+
+constexpr const char kPamLibrary[] = "libpam.so.0";
+
+// Throws the late-binding error when PAM cannot be loaded or lacks a function.
+const PamFunctions& Pam() {
+    static const PamFunctions functions = [] {
+        LateBinding& binding = ProcessLateBinding();
+        return PamFunctions{
+            reinterpret_cast<decltype(&::pam_start)>(binding.Function(kPamLibrary, "pam_start")),
+            reinterpret_cast<decltype(&::pam_authenticate)>(
+                binding.Function(kPamLibrary, "pam_authenticate")),
+            reinterpret_cast<decltype(&::pam_acct_mgmt)>(
+                binding.Function(kPamLibrary, "pam_acct_mgmt")),
+            reinterpret_cast<decltype(&::pam_end)>(binding.Function(kPamLibrary, "pam_end"))};
+    }();
+    return functions;
+}
+
 }  // namespace
 
 SystemError CheckPassword(const std::string& user, const std::string& password, bool account) {
     struct pam_conv conversation {
         Converse, const_cast<char*>(password.c_str())
     };
+    const PamFunctions* pam = nullptr;
+    try {
+        pam = &Pam();
+    } catch (const Common::Error&) {
+        // Without PAM no password can be checked: the logon fails for want of a library.
+        return {kErrorLogonFailure, ELIBACC};
+    }
     pam_handle_t* handle = nullptr;
-    int status = ::pam_start("tessel_link", user.c_str(), &conversation, &handle);
+    int status = pam->Start("tessel_link", user.c_str(), &conversation, &handle);
     if (status != PAM_SUCCESS) {
         return LogonError(status);
     }
-    status = ::pam_authenticate(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
+    status = pam->Authenticate(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
     if (status == PAM_SUCCESS && account) {
-        status = ::pam_acct_mgmt(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
+        status = pam->AccountManagement(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
     }
-    ::pam_end(handle, status);
+    pam->End(handle, status);
     return LogonError(status);
 }
 

@@ -297,8 +297,11 @@ TEST_F(OtherUser, LogonsOfUnknownUsersDomainsAndWrongPasswords) {
     error = File::SubstToken::CreateLogonToken(u".\\nobody", nullptr, token);
     EXPECT_TRUE(error.Succeeded());
     // The account has no password that could be right.
+    // PAM itself said no (bound at run time: a missing PAM would leave ELIBACC instead).
     error = File::SubstToken::CreateInteractiveLogonToken(u"nobody", u"not it", token);
     EXPECT_EQ(error.Code(), 0x40025u);
+    EXPECT_EQ(error.Cause().GetNumber("code"), 0x8007052eu);
+    EXPECT_EQ(error.Cause().Cause().GetNumber("Errno"), static_cast<std::uint64_t>(EACCES));
     EXPECT_FALSE(token);
 }
 
