@@ -10,6 +10,8 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include <tessel_link/common/unicode.h>
@@ -69,9 +71,16 @@ std::size_t PlaceholderEnd(std::u16string_view text, std::size_t open) {
     return std::u16string_view::npos;
 }
 
+// Expands the placeholders of one record's text. The parameters are looked up by name in a
+// table made once, so that a text with many placeholders costs time in proportion to its
+// length, however many parameters the record has.
 class Expander {
 public:
-    explicit Expander(const Error& record) : record_(record) {}
+    explicit Expander(const Error& record) : parameters_(record.Parameters()) {
+        for (std::size_t i = 0; i < parameters_.size(); ++i) {
+            byName_.emplace(parameters_[i].Name, i);  // the first of a repeated name wins
+        }
+    }
 
     std::u16string Expand(std::u16string_view text, int depth = 0) {
         std::u16string out;
@@ -99,18 +108,21 @@ public:
         return out;
     }
 
-    // Names that a placeholder used, so that ToString lists only the others.
-    const std::vector<std::string>& Used() const { return used_; }
+    // The parameters, and whether a placeholder used each, so that ToString lists only the
+    // others.
+    const std::vector<ErrorParameter>& Parameters() const { return parameters_; }
+    bool Used(std::size_t index) const { return used_.count(index) != 0; }
 
 private:
     bool Replace(std::u16string_view inner, int depth, std::u16string& out) {
         const std::size_t comma = inner.find(u',');
         const std::string name = Trim(Utf16ToUtf8(inner.substr(0, comma)));
-        const std::optional<ErrorParameter> p = record_.Parameter(name);
-        if (!p) {
+        const auto entry = byName_.find(name);
+        if (entry == byName_.end()) {
             return false;
         }
-        used_.push_back(name);
+        used_.insert(entry->second);
+        const ErrorParameter* p = &parameters_[entry->second];
         if (comma == std::u16string_view::npos) {
             out = ParameterWide(*p);
             return true;
@@ -160,8 +172,9 @@ private:
         return true;
     }
 
-    const Error& record_;
-    std::vector<std::string> used_;
+    std::vector<ErrorParameter> parameters_;
+    std::unordered_map<std::string, std::size_t> byName_;
+    std::unordered_set<std::size_t> used_;
 };
 
 void AppendHex(std::string& out, std::uint64_t value, int width) {
@@ -180,16 +193,10 @@ void AppendRecord(std::string& out, const Error& record) {
         out += Utf16ToUtf8(text);
     }
     std::string extra;
-    for (const ErrorParameter& p : record.Parameters()) {
+    for (std::size_t i = 0; i < expander.Parameters().size(); ++i) {
+        const ErrorParameter& p = expander.Parameters()[i];
         // "$module" and the like describe the build, not the failure.
-        if (p.Name.empty() || p.Name[0] == '$') {
-            continue;
-        }
-        bool used = false;
-        for (const std::string& name : expander.Used()) {
-            used = used || name == p.Name;
-        }
-        if (used) {
+        if (p.Name.empty() || p.Name[0] == '$' || expander.Used(i)) {
             continue;
         }
         extra += extra.empty() ? "{" : ", ";
@@ -277,37 +284,40 @@ std::vector<std::string> Error::ParameterNames() const {
     return names;
 }
 
-std::optional<ErrorParameter> Error::Parameter(std::string_view name) const {
-    if (head_ == nullptr) {
-        return std::nullopt;
+namespace {
+
+// The parameter of that name, typed as the serialized form types it: narrow, else wide, else
+// a number.
+ErrorParameter ReadParameter(const Error& record, std::string name) {
+    ErrorParameter p;
+    p.Name = std::move(name);
+    if (const char* a = record.GetAnsi(p.Name.c_str())) {
+        p.Kind = ErrorParameter::Type::Ansi;
+        p.Ansi = a;
+    } else if (const char16_t* w = record.GetWide(p.Name.c_str())) {
+        p.Kind = ErrorParameter::Type::Wide;
+        p.Wide = w;
+    } else {
+        p.Number = record.GetNumber(p.Name.c_str());
     }
+    return p;
+}
+
+}  // namespace
+
+std::optional<ErrorParameter> Error::Parameter(std::string_view name) const {
     for (std::string& candidate : ParameterNames()) {
-        if (candidate != name) {
-            continue;
+        if (candidate == name) {
+            return ReadParameter(*this, std::move(candidate));
         }
-        // Typed as the serialized form types it: narrow, else wide, else a number.
-        ErrorParameter p;
-        p.Name = std::move(candidate);
-        if (const char* a = GetAnsi(p.Name.c_str())) {
-            p.Kind = ErrorParameter::Type::Ansi;
-            p.Ansi = a;
-        } else if (const char16_t* w = GetWide(p.Name.c_str())) {
-            p.Kind = ErrorParameter::Type::Wide;
-            p.Wide = w;
-        } else {
-            p.Number = GetNumber(p.Name.c_str());
-        }
-        return p;
     }
     return std::nullopt;
 }
 
 std::vector<ErrorParameter> Error::Parameters() const {
     std::vector<ErrorParameter> parameters;
-    for (const std::string& name : ParameterNames()) {
-        if (std::optional<ErrorParameter> p = Parameter(name)) {
-            parameters.push_back(std::move(*p));
-        }
+    for (std::string& name : ParameterNames()) {
+        parameters.push_back(ReadParameter(*this, std::move(name)));
     }
     return parameters;
 }
