@@ -116,7 +116,7 @@ TEST(ProxyCall, ErrorWhileBuildingTheRequestIsReturnedWithoutCallingTheChannel) 
     EXPECT_EQ(channel.Sends, 0);
 
     EXPECT_THROW(
-        Binding::Detail::CallRemote(
+        (void)Binding::Detail::CallRemote(
             channel, []() -> std::unique_ptr<Binding::Request> { throw std::runtime_error("x"); }),
         std::runtime_error);
 }
