@@ -2,7 +2,7 @@
 #include <string>
 
 #include "command.h"
-#include "facade/component_catalogue.h"
+#include <tessel_link/facade/catalogue.h>
 #include "json_text.h"
 
 namespace tessel_cli {

@@ -41,7 +41,7 @@ bool ParseHex(const std::string& text, std::vector<unsigned char>& bytes) {
     return high < 0;
 }
 
-// A narrow parameter as UTF-8: as it is when it already is UTF-8, else byte by byte.
+// A narrow origin string as UTF-8: as it is when it already is UTF-8, else byte by byte.
 std::string NarrowText(const char* text) {
     std::u16string wide;
     if (Common::Utf8ToUtf16(text, wide)) {
@@ -50,36 +50,10 @@ std::string NarrowText(const char* text) {
     return Common::Utf16ToUtf8(Common::WidenLatin1(text));
 }
 
-std::vector<std::string> SplitNames(const char* list) {
-    std::vector<std::string> names;
-    std::string name;
-    for (const char* p = list;; ++p) {
-        if (*p == ',' || *p == '\0') {
-            if (!name.empty()) {
-                names.push_back(name);
-            }
-            name.clear();
-            if (*p == '\0') {
-                return names;
-            }
-        } else {
-            name.push_back(*p);
-        }
-    }
-}
-
-// A parameter's value, typed as the serialized form types it: narrow, else wide, else a
-// number. Strings come back as JSON literals, numbers as decimals.
-std::string ParamValue(const Common::Error& record, const std::string& name, bool& isNumber) {
-    isNumber = false;
-    if (const char* a = record.GetAnsi(name.c_str())) {
-        return JsonString(NarrowText(a));
-    }
-    if (const char16_t* w = record.GetWide(name.c_str())) {
-        return JsonString(Common::Utf16ToUtf8(w));
-    }
-    isNumber = true;
-    return std::to_string(record.GetNumber(name.c_str()));
+// A parameter's value as JSON: strings as literals, numbers as decimals.
+std::string JsonValue(const Common::ErrorParameter& p) {
+    return p.Kind == Common::ErrorParameter::Type::Number ? p.ValueText()
+                                                          : JsonString(p.ValueText());
 }
 
 std::string OptionalString(const char* text) {
@@ -92,13 +66,11 @@ void PrintJson(const Common::Error& error) {
         return;
     }
     std::printf("[\n");
-    for (Common::Error r = error; !r.Empty(); r = r.Cause()) {
+    for (const Common::Error& r : error.Chain()) {
         const Common::ErrorOrigin origin = r.Origin();
         std::string params;
-        for (const std::string& name : SplitNames(r.GetNames())) {
-            bool isNumber;
-            const std::string value = ParamValue(r, name, isNumber);
-            params += (params.empty() ? "[" : ", [") + JsonString(name) + ", " + value + "]";
+        for (const Common::ErrorParameter& p : r.Parameters()) {
+            params += (params.empty() ? "[" : ", [") + JsonString(p.Name) + ", " + JsonValue(p) + "]";
         }
         std::printf("  {\"code\": %" PRIu32 ", \"linetag\": %" PRIu64
                     ", \"text\": %s, \"params\": [%s], \"file\": %s, \"func\": %s, \"line\": %" PRIu32
@@ -117,22 +89,20 @@ void PrintText(const Common::Error& error) {
         return;
     }
     int depth = 0;
-    for (Common::Error r = error; !r.Empty(); r = r.Cause(), ++depth) {
+    for (const Common::Error& r : error.Chain()) {
         const Common::ErrorOrigin origin = r.Origin();
-        std::printf("#%d code 0x%08" PRIX32 " linetag 0x%016" PRIX64 "\n", depth, r.Code(),
+        std::printf("#%d code 0x%08" PRIX32 " linetag 0x%016" PRIX64 "\n", depth++, r.Code(),
                     origin.LineTag);
-        const std::u16string text = r.Text();
+        const std::u16string text = r.FormattedText();
         if (!text.empty()) {
             std::printf("    text: %s\n", JsonString(Common::Utf16ToUtf8(text)).c_str());
         }
-        for (const std::string& name : SplitNames(r.GetNames())) {
-            bool isNumber;
-            const std::string value = ParamValue(r, name, isNumber);
-            if (isNumber) {
-                std::printf("    %s: %s (0x%" PRIX64 ")\n", name.c_str(), value.c_str(),
-                            r.GetNumber(name.c_str()));
+        for (const Common::ErrorParameter& p : r.Parameters()) {
+            if (p.Kind == Common::ErrorParameter::Type::Number) {
+                std::printf("    %s: %s (0x%" PRIX64 ")\n", p.Name.c_str(), p.ValueText().c_str(),
+                            p.Number);
             } else {
-                std::printf("    %s: %s\n", name.c_str(), value.c_str());
+                std::printf("    %s: %s\n", p.Name.c_str(), JsonValue(p).c_str());
             }
         }
         if (origin.File != nullptr || origin.Func != nullptr || origin.Line != 0) {
@@ -158,6 +128,8 @@ int Run(const Arguments& args) {
     const Common::Error error = Common::Error::Deserialize(bytes.data(), bytes.size());
     if (args.Has("--json")) {
         PrintJson(error);
+    } else if (args.Has("--summary")) {
+        std::cout << error << '\n';
     } else {
         PrintText(error);
     }
@@ -165,10 +137,13 @@ int Run(const Arguments& args) {
 }
 
 const CommandRegistration kErrorDecode(
-    {"error decode", "HEX [--json]", "Print a serialized error, from head to deepest cause.",
+    {"error decode", "HEX [--json | --summary]", "Print a serialized error, from head to deepest cause.",
      "HEX is the serialized form in hexadecimal; blanks are ignored, and without HEX it is\n"
      "read from standard input. A block that is not an error (too short, another version)\n"
      "is the empty error; a damaged tail is dropped.\n\n"
+     "Without options every record is printed with its text (placeholders filled in from\n"
+     "its parameters), its parameters and its origin. --summary prints the error as\n"
+     "Common::Error::ToString() does: one line per record, head first.\n\n"
      "--json prints a JSON array with one object per record:\n"
      "  {\"code\": N, \"linetag\": N, \"text\": \"...\", \"params\": [[name, value], ...],\n"
      "   \"file\": \"...\" or null, \"func\": \"...\" or null, \"line\": N}\n"

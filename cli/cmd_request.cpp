@@ -1,14 +1,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <tessel_link/binding/request.h>
 #include <tessel_link/common/error.h>
+#include <tessel_link/facade/catalogue.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
 #include "command.h"
-#include "facade/component_catalogue.h"
 
 namespace tessel_cli {
 namespace {
@@ -34,12 +35,7 @@ const Core::Catalogue::Method* FindMethod(const Core::Catalogue::Component& comp
     if (ParseNumber(nameOrNumber, number)) {
         return component.FindMethod(number);
     }
-    for (const Core::Catalogue::Method& method : component.Methods()) {
-        if (nameOrNumber == method.Name) {
-            return &method;
-        }
-    }
-    return nullptr;
+    return component.FindMethod(std::string_view(nameOrNumber));
 }
 
 // Writes the request as a request writes its own packet for an in-process service.
@@ -54,13 +50,14 @@ int Run(const Arguments& args) {
     if (args.positional.size() != 2) {
         return UsageError("request takes a component ID and a method");
     }
+    // The component by ID, or by interface name with or without its namespace.
     std::uint32_t id = 0;
-    if (!ParseNumber(args.positional[0], id)) {
-        return UsageError("the component ID is a number: " + args.positional[0]);
-    }
-    const Core::Catalogue::Component* component = Core::Catalogue::FindComponent(id);
+    const Core::Catalogue::Component* component =
+        ParseNumber(args.positional[0], id)
+            ? Core::Catalogue::FindComponent(id)
+            : Core::Catalogue::FindComponent(std::string_view(args.positional[0]));
     if (component == nullptr) {
-        return Fail("no component has the ID " + args.positional[0]);
+        return Fail("no component (or more than one) is known as " + args.positional[0]);
     }
     const Core::Catalogue::Method* method = FindMethod(*component, args.positional[1]);
     if (method == nullptr) {
@@ -78,9 +75,11 @@ int Run(const Arguments& args) {
 }
 
 const CommandRegistration kRequest(
-    {"request", "ID METHOD",
+    {"request", "COMPONENT METHOD",
      "Print the request packet of a call with default-constructed arguments.",
-     "ID is a component ID such as 161; METHOD is a method's name or number. The packet is the\n"
+     "COMPONENT is a component ID such as 161 or an interface name such as ArchiveManager\n"
+     "(with its namespace when the name alone is ambiguous); METHOD is a method's name or\n"
+     "number. The packet is the\n"
      "one the request writes for a service in the same process: what CreateDeserializer reads.",
      Run});
 

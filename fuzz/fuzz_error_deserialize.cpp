@@ -1,6 +1,7 @@
 // Serialized errors arrive from the service inside packets and POR blobs: any bytes must
 // give an error (perhaps empty), never a crash, and what was accepted must serialize to a
-// form that reads back to itself.
+// form that reads back to itself. Printing it (placeholders expanded from parameters that
+// the bytes chose) must not crash either.
 
 #include <cstddef>
 #include <cstdint>
@@ -17,6 +18,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         (void)r.GetAnsi("$module");
         (void)r.GetWide("path");
         (void)r.GetNumber("code");
+        (void)r.FormattedText();
+        if (r.Parameters().size() != r.ParameterNames().size()) {
+            std::abort();  // every listed name reads as a parameter
+        }
+    }
+    if (error.ToString().empty()) {
+        std::abort();
     }
     if (error.Empty()) {
         return 0;

@@ -19,3 +19,13 @@ if(TARGET tessel)
     add_test(NAME cli.request.unknown_component COMMAND tessel request 999 1)
     set_tests_properties(cli.request.unknown_component PROPERTIES WILL_FAIL TRUE)
 endif()
+
+# The request command finds a component by interface name as the public catalogue does.
+if(TARGET tessel)
+    add_test(NAME cli.request.by_name COMMAND tessel request TestManagement::TestManager GetData)
+    set_tests_properties(cli.request.by_name PROPERTIES PASS_REGULAR_EXPRESSION
+        "<request_TestManager_GetData><hostname></hostname><size>0</size></request_TestManager_GetData>")
+    add_test(NAME cli.request.by_short_name COMMAND tessel request TestManager 3)
+    set_tests_properties(cli.request.by_short_name PROPERTIES PASS_REGULAR_EXPRESSION
+        "<request_TestManager_GetData>")
+endif()

@@ -19,3 +19,9 @@ foreach(case IN LISTS xidlc_cases)
     set_tests_properties(xidlc.rejects.${name} PROPERTIES
         PASS_REGULAR_EXPRESSION "${message}" FAIL_REGULAR_EXPRESSION "ACCEPTED")
 endforeach()
+
+# The compiler's own unit tests: the shared front end, the resolution of components, and the
+# generated code of two small definitions against the code kept under tools/xidlc/tests/golden.
+add_test(NAME xidlc.unittest
+         COMMAND ${Python3_EXECUTABLE} -m unittest discover -s ${PROJECT_SOURCE_DIR}/tools/xidlc/tests
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/tools/xidlc/tests)

@@ -11,11 +11,13 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/components/components.h>
 #include <tessel_link/facade/entry_points.h>
+#include <tessel_link/facade/make_proxy.h>
 
 #include <dlfcn.h>
 
 #include <cstdio>
 #include <iostream>
+#include <list>
 #include <memory>
 #include <string>
 
@@ -40,11 +42,52 @@ std::string Hex(std::uint32_t code) {
     return text;
 }
 
+// The whole chain of an error, one line per record with its origin, or "success".
 std::string Describe(const Common::Error& error) {
-    if (error.Succeeded()) {
-        return "success";
+    return error.ToString();
+}
+
+// The head of an error on one line, for the table.
+std::string Short(const Common::Error& error) {
+    return error.Succeeded() ? "success"
+                             : Hex(error.Code()) + " " + Common::Utf16ToUtf8(error.FormattedText());
+}
+
+// A piece of the host's own code: how many instances of a type the manager has.
+Common::Error CountInstancesOfType(InstanceManagement::InstanceManager& manager, std::uint32_t type,
+                                   std::size_t& count) {
+    std::list<Common::Guid> ids;
+    const Common::Error error = manager.GetInstancesOfType(type, ids);
+    count = ids.size();
+    return error;
+}
+
+// The fake service of the host's test of CountInstancesOfType: it overrides the one method
+// the code under test calls; every other method answers "not implemented".
+class FakeInstances : public InstanceManagement::InstanceManager_Unimplemented {
+public:
+    Common::Error GetInstancesOfType(std::uint32_t type, std::list<Common::Guid>& result) override {
+        result.assign(type == 2 ? 3 : 0, Common::Guid());
+        return Common::ErrorSuccess;
     }
-    return Hex(error.Code()) + " " + Common::Utf16ToUtf8(error.Text());
+};
+
+// The host's test: CountInstancesOfType against the fake, over an in-process channel.
+bool TestCountInstances() {
+    auto loopback = std::make_shared<Binding::LoopbackChannel>();
+    loopback->Register(std::make_unique<InstanceManagement::InstanceManager_Dispatcher>(
+        std::make_shared<FakeInstances>()));
+    auto manager = Core::MakeProxy<InstanceManagement::InstanceManager>(loopback);
+    std::size_t servers = 0, desktops = 0;
+    const bool counted = CountInstancesOfType(*manager, 2, servers).Succeeded() &&
+                         CountInstancesOfType(*manager, 1, desktops).Succeeded() &&
+                         servers == 3 && desktops == 0;
+    // A method the fake leaves alone answers with an error that says which one it is.
+    std::list<Common::Guid> ids;
+    const Common::Error missing = manager->GetIDs(ids);
+    std::cout << "the host's own test: CountInstancesOfType " << (counted ? "passed" : "FAILED")
+              << "; the fake's GetIDs answers: " << missing << "\n";
+    return counted && missing.Code() == Core::kErrorNotImplemented;
 }
 
 // The packets of the one call whose traffic is shown, as UTF-8 text without the byte
@@ -58,15 +101,6 @@ std::string PacketText(std::span<const unsigned char> bytes) {
     std::string text(bytes.begin(), bytes.end());
     const std::string bom = "\xEF\xBB\xBF";
     return text.rfind(bom, 0) == 0 ? text.substr(bom.size()) : text;
-}
-
-template <class Interface>
-Interface* CreateTyped(CreateProxyFunction createProxy, const Core::ChannelPointer& channel,
-                       std::uint32_t id, Core::ComponentSlot& slot) {
-    if (createProxy(id, &channel, &slot) != Core::ProxyCreated || !slot) {
-        return nullptr;
-    }
-    return Common::QueryInterface<Interface>(*slot);
 }
 
 }  // namespace
@@ -138,7 +172,7 @@ int main(int argc, char** argv) {
         if (found) {
             outcomeText = result.Code() == Binding::kErrorUnknownComponent
                               ? "no service here (" + Hex(result.Code()) + ")"
-                              : Describe(result);
+                              : Short(result);
         }
         std::printf("%-4u  %-62s  %-7s  %-9s  %-26s  %s\n", call.ComponentID, call.Interface,
                     isCreated ? "created" : "failed", found ? "found" : "missing", call.Method,
@@ -148,12 +182,15 @@ int main(int argc, char** argv) {
               << " proxies created, " << typed << " interfaces found, " << served
               << " calls served by the in-process service\n\n";
 
-    // A short session with the instance manager, whose instances live in the service.
-    Core::ComponentSlot instanceSlot;
-    auto* manager = CreateTyped<InstanceManagement::InstanceManager>(createProxy, channel, 129,
-                                                                     instanceSlot);
-    if (manager == nullptr) {
-        std::cerr << "the instance manager is not there\n";
+    // A short session with the instance manager, whose instances live in the service. The
+    // typed proxy needs no component number and owns its component.
+    Core::Proxy<InstanceManagement::InstanceManager> manager;
+    Core::Proxy<TestManagement::TestManager> tests;
+    try {
+        manager = Core::MakeProxy<InstanceManagement::InstanceManager>(channel);
+        tests = Core::MakeProxy<TestManagement::TestManager>(channel);
+    } catch (const Common::Error& error) {
+        std::cerr << "no typed proxy: " << error << "\n";
         return 1;
     }
     for (const char16_t* path : {u"/srv/mail", u"/srv/db", u"/home"}) {
@@ -179,12 +216,6 @@ int main(int argc, char** argv) {
     std::cout << "CompatibilityManager actions taken: " << compatibility->Actions << "\n\n";
 
     // One call with its packets in full.
-    Core::ComponentSlot testSlot;
-    auto* tests = CreateTyped<TestManagement::TestManager>(createProxy, channel, 188, testSlot);
-    if (tests == nullptr) {
-        std::cerr << "the test manager is not there\n";
-        return 1;
-    }
     std::string data;
     const Common::Error got = tests->GetData("backup-01.example", 4096, data);
     std::cout << "TestManager.GetData(\"backup-01.example\", 4096, data): " << Describe(got)
@@ -211,12 +242,13 @@ int main(int argc, char** argv) {
               << " succeeded, " << noService << " found no service here, "
               << methods - succeeded - noService << " answered with the service's error\n";
 
+    const bool tested = TestCountInstances();
     const bool allWell = created == static_cast<int>(Demo::DemoCalls().size()) &&
                          typed == created && got.Succeeded() && read.Succeeded() &&
-                         list.size() == 3;
+                         list.size() == 3 && tested;
     // The host destroys its proxies before it lets the library go.
-    instanceSlot.reset();
-    testSlot.reset();
+    manager.reset();
+    tests.reset();
     dlclose(library);
     return allWell ? 0 : 1;
 }

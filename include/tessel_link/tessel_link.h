@@ -74,6 +74,8 @@
 #include <tessel_link/facade/component.h>
 #include <tessel_link/facade/entry_points.h>
 #include <tessel_link/facade/event_interfaces.h>
+#include <tessel_link/facade/catalogue.h>
+#include <tessel_link/facade/make_proxy.h>
 
 // POR, the value tree
 #include <tessel_link/por/assign.h>

@@ -38,7 +38,7 @@ Common::Error MakeError(const Common::ErrorOrigin& origin, std::uint32_t code, s
     if (record == nullptr) {
         record = Common::OutOfMemoryRecord();
     }
-    return Common::Error::Adopt(record);
+    return Common::Adopt(record);
 }
 
 }  // namespace

@@ -82,23 +82,66 @@ void Event(const char* text) {
     }
 }
 
+// Read from the environment once, then changed only by the host under g_settingsLock;
+// every report works on a copy.
 Detail::AssertSettings g_settings;
 std::once_flag g_settingsOnce;
+std::mutex g_settingsLock;
 
 std::atomic<std::uint32_t> g_defaultMask{Detail::kAssertDefault};
 
 void ReadSettings() {
     const char* variable = std::getenv("CORVANE_SAFE_ASSERT");
     g_settings.Mask = variable != nullptr ? Detail::ParseAssertMask(variable) : g_defaultMask.load();
-    if (g_settings.Mask != Detail::kAssertOff && (g_settings.Mask & Detail::kAssertLog) != 0) {
-        g_settings.Log = Detail::OpenAssertLog(std::getenv("CORVANE_SAFE_ASSERT_LOGFILE"));
+    // The target is opened even when the mask does not log yet: the host may turn logging
+    // on from code later.
+    if (const char* target = std::getenv("CORVANE_SAFE_ASSERT_LOGFILE")) {
+        g_settings.Log = Detail::OpenAssertLog(target);
     }
+}
+
+Detail::AssertSettings CurrentSettings() {
+    std::call_once(g_settingsOnce, ReadSettings);
+    std::lock_guard<std::mutex> lock(g_settingsLock);
+    return g_settings;
 }
 
 }  // namespace
 
 std::uint32_t SetAssertionDefault(std::uint32_t mask) {
     return g_defaultMask.exchange(mask);
+}
+
+std::uint32_t SetAssertionPolicy(std::uint32_t mask) {
+    std::call_once(g_settingsOnce, ReadSettings);
+    std::lock_guard<std::mutex> lock(g_settingsLock);
+    const std::uint32_t previous = g_settings.Mask;
+    g_settings.Mask = mask;
+    return previous;
+}
+
+std::uint32_t GetAssertionPolicy() {
+    return CurrentSettings().Mask;
+}
+
+bool SetAssertionLogTarget(const char* target) {
+    std::FILE* stream = stderr;
+    if (target != nullptr && std::strcmp(target, "stdout") == 0) {
+        stream = stdout;
+    } else if (target != nullptr && std::strcmp(target, "stderr") != 0) {
+        stream = std::fopen(target, "a");
+        if (stream == nullptr) {
+            return false;
+        }
+    }
+    SetAssertionLogStream(stream);
+    return true;
+}
+
+void SetAssertionLogStream(std::FILE* stream) {
+    std::call_once(g_settingsOnce, ReadSettings);
+    std::lock_guard<std::mutex> lock(g_settingsLock);
+    g_settings.Log = stream != nullptr ? stream : stderr;
 }
 
 std::uint32_t Detail::ParseAssertMask(const char* value) {
@@ -233,8 +276,7 @@ int Report(const char* expression, const char* file, int line, const char* messa
     if (AssertionObserver observer = g_observer.load()) {
         observer(expression, file, line);
     }
-    std::call_once(g_settingsOnce, ReadSettings);
-    return Detail::ReportWith(g_settings, expression, file, line, message);
+    return Detail::ReportWith(CurrentSettings(), expression, file, line, message);
 }
 
 }  // namespace Common

@@ -16,7 +16,9 @@ inline constexpr std::uint32_t kAssertEvent = 0x08;  // the event hook
 inline constexpr std::uint32_t kAssertMsgBox = 0x10; // ask the user
 inline constexpr std::uint32_t kAssertAbort = 0x20;  // abort rather than return
 inline constexpr std::uint32_t kAssertStack = 0x40;  // add a stack trace to 0x02, 0x04, 0x08
-inline constexpr std::uint32_t kAssertDefault = 0x65;
+// Log with a stack trace and go on: a library inside a host's process must not end it
+// for a failed internal check unless the host or the user asks for that.
+inline constexpr std::uint32_t kAssertDefault = 0x44;
 inline constexpr std::uint32_t kAssertOff = 0xffffffffu;
 
 // The mask for a value of CORVANE_SAFE_ASSERT; null (not set) gives the default. A

@@ -24,7 +24,7 @@ Error Make(Kind kind, std::uint32_t code, const ErrorOrigin& origin,
     if (code == 0) {
         return Error();
     }
-    return Error::Adopt(MakeFixedRecord(kind, code, origin, fields.begin()));
+    return Adopt(MakeFixedRecord(kind, code, origin, fields.begin()));
 }
 
 }  // namespace

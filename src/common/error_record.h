@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include <tessel_link/common/error.h>
+
 namespace Common {
 
 struct ErrorRecord;
@@ -36,6 +38,26 @@ struct ErrorRecord {
     // Byte size of the record with its embedded strings; the system value in a system record.
     std::uint32_t Size;
 };
+
+namespace Detail {
+
+// The records behind an error, for the library's own code.
+struct ErrorAccess {
+    static const ErrorRecord* Head(const Error& error) noexcept { return error.head_; }
+    // Takes over one reference to `record` (which may be null).
+    static Error Adopt(ErrorRecord* record) noexcept {
+        Error e;
+        e.head_ = record;
+        return e;
+    }
+};
+
+}  // namespace Detail
+
+// Takes over one reference to `record` (which may be null).
+inline Error Adopt(ErrorRecord* record) noexcept {
+    return Detail::ErrorAccess::Adopt(record);
+}
 
 // Takes one more reference.
 inline ErrorRecord* AddRef(ErrorRecord* record) noexcept {

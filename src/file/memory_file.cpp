@@ -7,13 +7,13 @@
 
 namespace File {
 
-namespace detail {
+namespace Detail {
 
 Common::Error MemorySeekError(const char* function) {
     return MakeFileError(TL_ORIGIN(function), kSeekFailed);
 }
 
-}  // namespace detail
+}  // namespace Detail
 
 bool memory_file::Read(void* buffer, std::uint64_t count, std::uint64_t& read) {
     read = 0;
@@ -64,7 +64,7 @@ std::uint64_t memory_file::MoveTo(std::int64_t base, std::int64_t delta, const c
     }
     std::int64_t target = 0;
     if (__builtin_add_overflow(base, delta, &target) || target < 0) {
-        RecordError(detail::MemorySeekError(function));
+        RecordError(Detail::MemorySeekError(function));
         return position_;
     }
     position_ = static_cast<std::uint64_t>(target);

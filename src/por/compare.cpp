@@ -548,7 +548,7 @@ bool TraitsInclude(const View::Unit& a, const View::Unit& b) {
 }
 
 int CompareErrors(const Common::Error& a, const Common::Error& b) {
-    if (a.Head() == b.Head()) {
+    if (a.Identity() == b.Identity()) {
         return 0;
     }
     // Codes first, level by level down the chains of causes; the parameter lists count only
@@ -563,7 +563,7 @@ int CompareErrors(const Common::Error& a, const Common::Error& b) {
         if (codeX != codeY) {
             return codeX < codeY ? -1 : 1;
         }
-        if (codeX == 0 || x.Head() == y.Head()) {
+        if (codeX == 0 || x.Identity() == y.Identity()) {
             break;
         }
         Common::Error causeX = x.Cause();

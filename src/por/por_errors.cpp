@@ -40,7 +40,7 @@ Common::Error MakeRowErrorWithArguments(const Common::ErrorOrigin& origin, std::
     if (record == nullptr) {
         record = Common::OutOfMemoryRecord();
     }
-    return Common::Error::Adopt(record);
+    return Common::Adopt(record);
 }
 
 void ThrowTooDeep(const char* function) {

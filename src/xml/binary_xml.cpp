@@ -81,13 +81,13 @@ std::u16string xml_reader_core::ReadText(std::uint64_t count) {
         std::string_view(bytes).substr(0, nul == std::string::npos ? bytes.size() : nul));
 }
 
-const detail::XmlName& xml_reader_core::ResolveName(std::uint32_t reference) {
+const Detail::XmlName& xml_reader_core::ResolveName(std::uint32_t reference) {
     const auto known = names_.lower_bound(reference);
     if (known != names_.end() && known->first == reference) {
         return *known->second;
     }
     const std::uint32_t length = ReadNumber();
-    const detail::XmlName* name = sink_.InternName(ReadBytes(length));
+    const Detail::XmlName* name = sink_.InternName(ReadBytes(length));
     names_.emplace_hint(known, reference, name);
     return *name;
 }
@@ -108,7 +108,7 @@ bool xml_reader_binary_old::Read() {
     sink_.StartTag(ResolveName(ReadNumber()));
     const std::uint8_t attributes = ReadByte();
     for (unsigned i = 0; i < attributes; ++i) {
-        const detail::XmlName& name = ResolveName(ReadNumber());
+        const Detail::XmlName& name = ResolveName(ReadNumber());
         const std::u16string value = ReadText(ReadNumber());
         sink_.Attribute(name, value);
     }
@@ -138,7 +138,7 @@ bool xml_reader_binary_new::Read() {
         if (attribute == 0) {
             break;
         }
-        const detail::XmlName& name = ResolveName(attribute);
+        const Detail::XmlName& name = ResolveName(attribute);
         const std::uint32_t textLength = ReadNumber();
         TL_ASSERT_TEXT((textLength & 1) == 0, "(textLength & 1) == 0");
         const std::u16string value = textLength < 2 ? std::u16string() : ReadText(textLength / 2);
@@ -164,7 +164,7 @@ void xml_reader_binary_new::ReadTextItem() {
     }
 }
 
-const detail::XmlName* binary_reader::InternName(std::string_view name) {
+const Detail::XmlName* binary_reader::InternName(std::string_view name) {
     return builder_.Intern(name);
 }
 
@@ -177,7 +177,7 @@ void binary_reader::EndDocument() {
     builder_.CloseAll();
 }
 
-void binary_reader::StartTag(const detail::XmlName& name) {
+void binary_reader::StartTag(const Detail::XmlName& name) {
     builder_.Open(&name);
 }
 
@@ -187,7 +187,7 @@ void binary_reader::EndTag() {
     }
 }
 
-void binary_reader::Attribute(const detail::XmlName& name, std::u16string_view value) {
+void binary_reader::Attribute(const Detail::XmlName& name, std::u16string_view value) {
     TL_ASSERT_TEXT(builder_.Depth() != 0, "tagStack.size()");
     if (builder_.Depth() != 0) {
         builder_.AddAttribute(&name, value);  // a repeated name keeps the first

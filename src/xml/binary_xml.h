@@ -22,12 +22,12 @@ class XmlTreeBuilder;
 class xml_reader_interface {
 public:
     virtual ~xml_reader_interface();
-    virtual const detail::XmlName* InternName(std::string_view name) = 0;
+    virtual const Detail::XmlName* InternName(std::string_view name) = 0;
     virtual void StartDocument() {}
     virtual void EndDocument() {}
-    virtual void StartTag(const detail::XmlName& /*name*/) {}
+    virtual void StartTag(const Detail::XmlName& /*name*/) {}
     virtual void EndTag() {}
-    virtual void Attribute(const detail::XmlName& /*name*/, std::u16string_view /*value*/) {}
+    virtual void Attribute(const Detail::XmlName& /*name*/, std::u16string_view /*value*/) {}
     virtual void Text(std::u16string_view /*value*/) {}
     virtual void BinaryText(std::string_view /*bytes*/) {}
 };
@@ -59,7 +59,7 @@ protected:
     // The name that `reference` stands for; a reference seen for the first time is followed
     // by the name's length and bytes. A known reference is one lookup in the dictionary,
     // whatever the length of its name.
-    const detail::XmlName& ResolveName(std::uint32_t reference);
+    const Detail::XmlName& ResolveName(std::uint32_t reference);
 
     // Guards the recursion of Read.
     bool Enter();
@@ -69,7 +69,7 @@ protected:
     xml_reader_interface& sink_;
     // Sorted by the sender's numbers: the sender chooses them, so no hashing of them may
     // decide the cost.
-    std::map<std::uint32_t, const detail::XmlName*> names_;
+    std::map<std::uint32_t, const Detail::XmlName*> names_;
 
 private:
     // Refills the block; false when nothing more arrives.
@@ -105,12 +105,12 @@ private:
 class binary_reader : public xml_reader_interface {
 public:
     explicit binary_reader(XmlTreeBuilder& builder) : builder_(builder) {}
-    const detail::XmlName* InternName(std::string_view name) override;
+    const Detail::XmlName* InternName(std::string_view name) override;
     void StartDocument() override;
     void EndDocument() override;
-    void StartTag(const detail::XmlName& name) override;
+    void StartTag(const Detail::XmlName& name) override;
     void EndTag() override;
-    void Attribute(const detail::XmlName& name, std::u16string_view value) override;
+    void Attribute(const Detail::XmlName& name, std::u16string_view value) override;
     void Text(std::u16string_view value) override;
 
 private:

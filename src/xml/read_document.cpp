@@ -108,7 +108,7 @@ private:
     // On AttributeName: reads '=' and the value, and returns the token behind the value,
     // or Error.
     Token ReadAttribute() {
-        const detail::XmlName* name = builder_.Intern(lexer_.TokenName());
+        const Detail::XmlName* name = builder_.Intern(lexer_.TokenName());
         if (lexer_.Next() != Token::AttributeEquals) {
             return Token::Error;
         }

@@ -6,7 +6,7 @@
 
 #include "platform/random_source.h"
 
-namespace Xml::detail {
+namespace Xml::Detail {
 
 namespace {
 
@@ -165,4 +165,4 @@ const XmlText* XmlStore::NewText(std::u16string_view text) {
     return entry;
 }
 
-}  // namespace Xml::detail
+}  // namespace Xml::Detail

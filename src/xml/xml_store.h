@@ -11,7 +11,7 @@
 
 #include <tessel_link/xml/xml_tag.h>
 
-namespace Xml::detail {
+namespace Xml::Detail {
 
 // Hands out 8-aligned blocks from chunks that grow with the document and are freed together.
 class Arena {
@@ -105,4 +105,4 @@ struct XmlStore {
     const XmlText* NewText(std::u16string_view text);
 };
 
-}  // namespace Xml::detail
+}  // namespace Xml::Detail

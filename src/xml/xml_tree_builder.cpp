@@ -25,7 +25,7 @@ void XmlDocument::Reset() noexcept {
 }
 
 std::size_t XmlDocument::MemoryUsage() const noexcept {
-    return store_ ? sizeof(detail::XmlStore) + store_->arena.Capacity() + store_->names.Capacity()
+    return store_ ? sizeof(Detail::XmlStore) + store_->arena.Capacity() + store_->names.Capacity()
                   : 0;
 }
 
@@ -38,9 +38,9 @@ void CopyBytes(void* to, const void* from, std::size_t bytes) {
     }
 }
 
-detail::XmlStore& FreshStore(XmlDocument& document, std::unique_ptr<detail::XmlStore>& slot) {
+Detail::XmlStore& FreshStore(XmlDocument& document, std::unique_ptr<Detail::XmlStore>& slot) {
     document.Reset();
-    slot = std::make_unique<detail::XmlStore>();
+    slot = std::make_unique<Detail::XmlStore>();
     return *slot;
 }
 
@@ -49,7 +49,7 @@ detail::XmlStore& FreshStore(XmlDocument& document, std::unique_ptr<detail::XmlS
 XmlTreeBuilder::XmlTreeBuilder(XmlDocument& document)
     : document_(document), store_(FreshStore(document, document.store_)) {}
 
-void XmlTreeBuilder::Open(const detail::XmlName* name) {
+void XmlTreeBuilder::Open(const Detail::XmlName* name) {
     auto* tag = new (store_.arena.Allocate(sizeof(XmlTag))) XmlTag();
     tag->name_ = name;
     if (frames_.empty()) {
@@ -65,9 +65,9 @@ void XmlTreeBuilder::Open(const detail::XmlName* name) {
     texts_.push_back(nullptr);
 }
 
-bool XmlTreeBuilder::AddAttribute(const detail::XmlName* name, std::u16string_view value) {
+bool XmlTreeBuilder::AddAttribute(const Detail::XmlName* name, std::u16string_view value) {
     // Names are interned, so the mark on the name tells whether this tag has it already.
-    auto* entry = const_cast<detail::XmlName*>(name);
+    auto* entry = const_cast<Detail::XmlName*>(name);
     if (entry->Mark == frames_.back().Mark) {
         return false;
     }
@@ -76,12 +76,12 @@ bool XmlTreeBuilder::AddAttribute(const detail::XmlName* name, std::u16string_vi
     return true;
 }
 
-void XmlTreeBuilder::SortAttributes(detail::XmlAttributeSlot* first, std::size_t count) {
+void XmlTreeBuilder::SortAttributes(Detail::XmlAttributeSlot* first, std::size_t count) {
     // Names are interned: the same pointers in the same order sort the same way.
     const bool repeated =
         count == lastNames_.size() &&
         std::equal(first, first + count, lastNames_.begin(),
-                   [](const detail::XmlAttributeSlot& slot, const detail::XmlName* name) {
+                   [](const Detail::XmlAttributeSlot& slot, const Detail::XmlName* name) {
                        return slot.Name == name;
                    });
     if (!repeated) {
@@ -110,25 +110,25 @@ void XmlTreeBuilder::Close() {
     const std::size_t textCount = texts_.size() - frame.FirstText;  // childCount + 1
 
     if (childCount == 0 && attributeCount == 0) {
-        const detail::XmlText* text = texts_.back();
+        const Detail::XmlText* text = texts_.back();
         frame.Tag->content_ = text != nullptr ? reinterpret_cast<std::uintptr_t>(text) | 1 : 0;
     } else {
-        detail::XmlAttributeSlot* first = attributes_.data() + frame.FirstAttribute;
+        Detail::XmlAttributeSlot* first = attributes_.data() + frame.FirstAttribute;
         if (attributeCount > 1) {
             SortAttributes(first, attributeCount);
         }
-        const std::size_t bytes = sizeof(detail::XmlContent) + childCount * sizeof(XmlTag*) +
-                                  attributeCount * sizeof(detail::XmlAttributeSlot) +
-                                  textCount * sizeof(detail::XmlText*);
-        auto* content = static_cast<detail::XmlContent*>(store_.arena.Allocate(bytes));
+        const std::size_t bytes = sizeof(Detail::XmlContent) + childCount * sizeof(XmlTag*) +
+                                  attributeCount * sizeof(Detail::XmlAttributeSlot) +
+                                  textCount * sizeof(Detail::XmlText*);
+        auto* content = static_cast<Detail::XmlContent*>(store_.arena.Allocate(bytes));
         content->ChildCount = static_cast<std::uint32_t>(childCount);
         content->AttributeCount = static_cast<std::uint32_t>(attributeCount);
         CopyBytes(const_cast<const XmlTag**>(content->Children()),
                   children_.data() + frame.FirstChild, childCount * sizeof(XmlTag*));
-        CopyBytes(const_cast<detail::XmlAttributeSlot*>(content->Attributes()), first,
-                  attributeCount * sizeof(detail::XmlAttributeSlot));
-        CopyBytes(const_cast<const detail::XmlText**>(content->Texts()),
-                  texts_.data() + frame.FirstText, textCount * sizeof(detail::XmlText*));
+        CopyBytes(const_cast<Detail::XmlAttributeSlot*>(content->Attributes()), first,
+                  attributeCount * sizeof(Detail::XmlAttributeSlot));
+        CopyBytes(const_cast<const Detail::XmlText**>(content->Texts()),
+                  texts_.data() + frame.FirstText, textCount * sizeof(Detail::XmlText*));
         frame.Tag->content_ = reinterpret_cast<std::uintptr_t>(content);
     }
     children_.resize(frame.FirstChild);

@@ -23,14 +23,14 @@ public:
     // Closes whatever is still open, so that a partial tree is whole.
     ~XmlTreeBuilder() { CloseAll(); }
 
-    const detail::XmlName* Intern(std::string_view name) { return store_.names.Intern(name); }
+    const Detail::XmlName* Intern(std::string_view name) { return store_.names.Intern(name); }
 
     // Opens a tag as the last child of the open tag, which gets a new empty text behind it;
     // with no tag open, the new tag replaces the root.
-    void Open(const detail::XmlName* name);
+    void Open(const Detail::XmlName* name);
     // Adds an attribute to the open tag; false, with nothing changed, when the tag already
     // has one of that name.
-    bool AddAttribute(const detail::XmlName* name, std::u16string_view value);
+    bool AddAttribute(const Detail::XmlName* name, std::u16string_view value);
     // Replaces the last text entry of the open tag.
     void SetText(std::u16string_view text) { texts_.back() = store_.NewText(text); }
     void Close();
@@ -45,7 +45,7 @@ public:
 
 private:
     // Puts the `count` attributes at `first` in the order of their names.
-    void SortAttributes(detail::XmlAttributeSlot* first, std::size_t count);
+    void SortAttributes(Detail::XmlAttributeSlot* first, std::size_t count);
     struct Frame {
         XmlTag* Tag;
         std::uint32_t Mark;
@@ -55,17 +55,17 @@ private:
     };
 
     XmlDocument& document_;
-    detail::XmlStore& store_;
+    Detail::XmlStore& store_;
     std::vector<Frame> frames_;
     // The pending content of all open tags, innermost last.
     std::vector<const XmlTag*> children_;
-    std::vector<detail::XmlAttributeSlot> attributes_;
+    std::vector<Detail::XmlAttributeSlot> attributes_;
     // The names of the last tag whose attributes were sorted, in the order they came, and
     // the order that sorting gave them: tags of one kind mostly repeat both.
-    std::vector<const detail::XmlName*> lastNames_;
+    std::vector<const Detail::XmlName*> lastNames_;
     std::vector<std::uint32_t> lastOrder_;
-    std::vector<detail::XmlAttributeSlot> sorted_;
-    std::vector<const detail::XmlText*> texts_;
+    std::vector<Detail::XmlAttributeSlot> sorted_;
+    std::vector<const Detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
 };
 

@@ -8,24 +8,24 @@
 #include <gtest/gtest.h>
 
 #include "xidl/components/test_management_proxy.h"
-#include "fakes/scripted_channel.h"
+#include <tessel_link/testing/scripted_channel.h>
 
 namespace {
 
-using Fakes::Element;
-using Fakes::ValueNode;
+using Testing::Element;
+using Testing::ValueNode;
 
 Common::Error Failure(std::uint32_t code) {
     return Common::Error(TL_ORIGIN("Probe"), code);
 }
 
-Fakes::Node GetDataReply(Common::Error result, const char* data) {
+Testing::Node GetDataReply(Common::Error result, const char* data) {
     return Element("reply_TestManager_GetData", {ValueNode("result", std::move(result)),
                                                  ValueNode("result", std::string(data))});
 }
 
 TEST(ExecuteCall, SendFailureIsTheResultAndSkipsRun) {
-    Fakes::ScriptedChannel channel;
+    Testing::ScriptedChannel channel;
     channel.SendResult = Failure(0xb90001);
     std::string result;
     auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
@@ -47,7 +47,7 @@ public:
 };
 
 TEST(ExecuteCall, NullRequestsAndMissingJobsAreUsageErrors) {
-    Fakes::ScriptedChannel channel;
+    Testing::ScriptedChannel channel;
     std::unique_ptr<Binding::Request> none;
     EXPECT_EQ(Binding::ExecuteCall(channel, none).Code(), Binding::kErrorNullPointer);
     EXPECT_EQ(channel.Sends, 0);
@@ -66,7 +66,7 @@ TEST(ExecuteCall, NullRequestsAndMissingJobsAreUsageErrors) {
 }
 
 TEST(ExecuteCall, RunsTheJobWithoutHandlerAndReturnsItsOutcome) {
-    Fakes::ScriptedChannel channel;
+    Testing::ScriptedChannel channel;
     channel.RunResult = Failure(0xb90002);
     std::string result;
     auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
@@ -79,7 +79,7 @@ TEST(ExecuteCall, RunsTheJobWithoutHandlerAndReturnsItsOutcome) {
 }
 
 TEST(ProxyCall, OutArgumentArrivesThroughTheChannel) {
-    auto channel = std::make_shared<Fakes::ScriptedChannel>();
+    auto channel = std::make_shared<Testing::ScriptedChannel>();
     channel->Reply = GetDataReply(Common::ErrorSuccess, "payload");
     TestManagement::TestManager_Proxy proxy(channel);
 
@@ -92,7 +92,7 @@ TEST(ProxyCall, OutArgumentArrivesThroughTheChannel) {
 }
 
 TEST(ProxyCall, FailuresLeaveOutArgumentsAlone) {
-    auto channel = std::make_shared<Fakes::ScriptedChannel>();
+    auto channel = std::make_shared<Testing::ScriptedChannel>();
     TestManagement::TestManager_Proxy proxy(channel);
     std::string result = "before";
 
@@ -109,14 +109,14 @@ TEST(ProxyCall, FailuresLeaveOutArgumentsAlone) {
 }
 
 TEST(ProxyCall, ErrorWhileBuildingTheRequestIsReturnedWithoutCallingTheChannel) {
-    Fakes::ScriptedChannel channel;
+    Testing::ScriptedChannel channel;
     const Common::Error error = Binding::Detail::CallRemote(
         channel, []() -> std::unique_ptr<Binding::Request> { throw Failure(0xb90005); });
     EXPECT_EQ(error.Code(), 0xb90005u);
     EXPECT_EQ(channel.Sends, 0);
 
     EXPECT_THROW(
-        Binding::Detail::CallRemote(
+        (void)Binding::Detail::CallRemote(
             channel, []() -> std::unique_ptr<Binding::Request> { throw std::runtime_error("x"); }),
         std::runtime_error);
 }

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "fakes/scripted_channel.h"
+#include <tessel_link/testing/scripted_channel.h>
 #include "xidl/components/archive_management_proxy.h"
 #include "xidl/components/file_management_proxy.h"
 #include "xidl/components/log_view_management_proxy.h"
@@ -19,13 +19,13 @@
 
 namespace {
 
-using Fakes::Element;
-using Fakes::Node;
-using Fakes::ValueNode;
+using Testing::Element;
+using Testing::Node;
+using Testing::ValueNode;
 
 class GeneratedCall : public ::testing::Test {
 protected:
-    std::shared_ptr<Fakes::ScriptedChannel> channel = std::make_shared<Fakes::ScriptedChannel>();
+    std::shared_ptr<Testing::ScriptedChannel> channel = std::make_shared<Testing::ScriptedChannel>();
 
     const Node& Sent() const { return channel->Written.Children.at(0); }
 

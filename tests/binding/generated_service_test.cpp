@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "fakes/recording_ends.h"
+#include <tessel_link/testing/recording_ends.h>
 
 namespace {
 
@@ -116,8 +116,8 @@ TEST(GeneratedService, UnknownOrTooNewMethodIsAnErrorNotACrash) {
     MountManagement::MountManager_Dispatcher dispatcher(std::make_shared<FakeMounts>());
     EXPECT_EQ(dispatcher.GetComponentID(), 196u);
     for (const std::uint32_t number : {0u, 5u, 0xffffffffu}) {
-        Fakes::ScriptedDeserializer request(Fakes::Element("request_MountManager_Unmount"));
-        Fakes::RecordingSerializer reply;
+        Testing::ScriptedDeserializer request(Testing::Element("request_MountManager_Unmount"));
+        Testing::RecordingSerializer reply;
         try {
             dispatcher.Serve(number, 7, request, reply);
             ADD_FAILURE() << "method " << number << " was served";
@@ -127,8 +127,8 @@ TEST(GeneratedService, UnknownOrTooNewMethodIsAnErrorNotACrash) {
         EXPECT_TRUE(reply.Root.Children.empty());
     }
     // UnmountTree came with version 7 of the interface.
-    Fakes::ScriptedDeserializer request(Fakes::Element("request_MountManager_UnmountTree"));
-    Fakes::RecordingSerializer reply;
+    Testing::ScriptedDeserializer request(Testing::Element("request_MountManager_UnmountTree"));
+    Testing::RecordingSerializer reply;
     try {
         dispatcher.Serve(4, 6, request, reply);
         ADD_FAILURE() << "a method newer than the caller's interface was served";

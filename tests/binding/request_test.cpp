@@ -12,15 +12,15 @@
 #include <gtest/gtest.h>
 
 #include "xidl/components/test_management_proxy.h"
-#include "fakes/recording_ends.h"
+#include <tessel_link/testing/recording_ends.h>
 
 namespace {
 
 using Binding::ArgumentKind;
 using Binding::Detail::CreateRequest;
-using Fakes::Element;
-using Fakes::Node;
-using Fakes::ValueNode;
+using Testing::Element;
+using Testing::Node;
+using Testing::ValueNode;
 
 Binding::MethodDescriptor Method(const char* name) {
     Binding::MethodDescriptor method;
@@ -35,7 +35,7 @@ Binding::MethodDescriptor Method(const char* name) {
 }
 
 Node Written(const Binding::Request& request) {
-    Fakes::RecordingSerializer serializer;
+    Testing::RecordingSerializer serializer;
     request.WriteRequest(serializer);
     EXPECT_EQ(serializer.Root.Children.size(), 1u);
     return serializer.Root.Children.empty() ? Node{} : serializer.Root.Children[0];
@@ -159,7 +159,7 @@ TEST(RequestWrite, PacketHoldsTheElementWithSentArgumentsOnly) {
 TEST(RequestRead, KindAndConstnessDecideWhatIsReadBack) {
     KindsCall call;
     const auto request = call.Make();
-    Fakes::ScriptedDeserializer reply(Reply("Kinds", Common::ErrorSuccess, call.AllNew()));
+    Testing::ScriptedDeserializer reply(Reply("Kinds", Common::ErrorSuccess, call.AllNew()));
     request->ReadReply(reply);
 
     EXPECT_EQ(call.k0, "new");
@@ -179,7 +179,7 @@ TEST(RequestRead, KindAndConstnessDecideWhatIsReadBack) {
 TEST(RequestRead, FailingResultLeavesOutArgumentsAlone) {
     KindsCall call;
     const auto request = call.Make();
-    Fakes::ScriptedDeserializer reply(Reply("Kinds", Failure(), call.AllNew()));
+    Testing::ScriptedDeserializer reply(Reply("Kinds", Failure(), call.AllNew()));
     request->ReadReply(reply);
     EXPECT_EQ(call.k0, "v0");
     EXPECT_EQ(call.k2, "v2");
@@ -190,7 +190,7 @@ TEST(RequestRead, MissingOrUnreadableOutArgumentIsTolerated) {
     KindsCall call;
     const auto request = call.Make();
     // k0 is absent, k2 has the wrong type, k3 is fine.
-    Fakes::ScriptedDeserializer reply(
+    Testing::ScriptedDeserializer reply(
         Reply("Kinds", Common::ErrorSuccess,
               {ValueNode("k2", std::uint32_t{1}), ValueNode("k3", std::string("new"))}));
     EXPECT_NO_THROW(request->ReadReply(reply));
@@ -202,11 +202,11 @@ TEST(RequestRead, MissingOrUnreadableOutArgumentIsTolerated) {
 TEST(RequestRead, MissingReplyElementOrResultIsThrown) {
     KindsCall call;
     const auto request = call.Make();
-    Fakes::ScriptedDeserializer wrongElement(
+    Testing::ScriptedDeserializer wrongElement(
         Element("reply_ProbeManager_Other", {ValueNode("result", Common::Error())}));
     EXPECT_THROW(request->ReadReply(wrongElement), Common::Error);
 
-    Fakes::ScriptedDeserializer noResult(
+    Testing::ScriptedDeserializer noResult(
         Element("reply_ProbeManager_Kinds", {ValueNode("k0", std::string("new"))}));
     EXPECT_THROW(request->ReadReply(noResult), Common::Error);
     EXPECT_EQ(call.k0, "v0");
@@ -224,7 +224,7 @@ TEST(RequestRead, MapOutArgumentRoundTrips) {
     Node map = written.Child("resume")->Children.at(0);
     map.Children.push_back(Element(
         "item", {ValueNode("first", std::string("b")), ValueNode("second", std::u16string(u"2"))}));
-    Fakes::ScriptedDeserializer reply(
+    Testing::ScriptedDeserializer reply(
         Element("reply_TestManager_ResumeCancel",
                 {ValueNode("result", Common::Error()), Element("resume", {map})}));
     request->ReadReply(reply);

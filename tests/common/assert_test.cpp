@@ -18,7 +18,8 @@ using namespace Common::Detail;
 using testing_support::FakeDebugServices;
 
 TEST(AssertMask, NumbersWithOrWithoutPrefix) {
-    EXPECT_EQ(ParseAssertMask(nullptr), 0x65u);
+    // Without the variable the library logs and goes on: it must not end its host.
+    EXPECT_EQ(ParseAssertMask(nullptr), 0x44u);
     EXPECT_EQ(ParseAssertMask("0x65"), 0x65u);
     EXPECT_EQ(ParseAssertMask("65"), 0x65u);
     EXPECT_EQ(ParseAssertMask("0X4"), 0x4u);
@@ -206,6 +207,46 @@ TEST_F(AssertEnvironment, UnknownWordSilencesEverything) {
         {
             setenv("CORVANE_SAFE_ASSERT", "log shout", 1);
             std::exit(Common::Assert("quiet", "d.cpp", 1));
+        },
+        ::testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(AssertEnvironment, PolicyAndLogTargetFromCodeWinOverTheVariables) {
+    const std::string log = ::testing::TempDir() + "assert_policy_test.log";
+    std::remove(log.c_str());
+    EXPECT_EXIT(
+        {
+            setenv("CORVANE_SAFE_ASSERT", "log abort", 1);
+            setenv("CORVANE_SAFE_ASSERT_LOGFILE", "stdout", 1);
+            Common::SetAssertionPolicy(Common::AssertToLog);
+            if (Common::GetAssertionPolicy() != Common::AssertToLog ||
+                Common::SetAssertionLogTarget("/nonexistent-dir/x.log") ||
+                !Common::SetAssertionLogTarget(log.c_str())) {
+                std::exit(2);
+            }
+            const int outcome = Common::Assert("to the file", "p.cpp", 3);
+            std::FILE* f = std::fopen(log.c_str(), "r");
+            char line[128] = {};
+            const bool read = f != nullptr && std::fgets(line, sizeof line, f) != nullptr;
+            std::exit(outcome == 1 && read &&
+                              std::string(line) == "Assertion failed: to the file, file p.cpp, line 3\n"
+                          ? 0
+                          : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::remove(log.c_str());
+    // Stopping at the first failed check, and no report at all, are the host's choice too.
+    EXPECT_DEATH(
+        {
+            unsetenv("CORVANE_SAFE_ASSERT");
+            Common::SetAssertionPolicy(Common::AssertToLog | Common::AssertAbort);
+            Common::Assert("stop", "s.cpp", 9);
+        },
+        "Assertion failed: stop, file s.cpp, line 9");
+    EXPECT_EXIT(
+        {
+            Common::SetAssertionPolicy(Common::AssertionsOff);
+            std::exit(Common::Assert("quiet", "q.cpp", 1));
         },
         ::testing::ExitedWithCode(0), "^$");
 }

@@ -13,6 +13,10 @@ namespace {
 
 using Common::Error;
 
+const Common::ErrorRecord* Head(const Error& e) {
+    return Common::Detail::ErrorAccess::Head(e);
+}
+
 std::string Narrow(const std::u16string& s) {
     return std::string(s.begin(), s.end());
 }
@@ -54,10 +58,10 @@ TEST(ErrorConstruction, MessageTableTextIsHeldByPointer) {
     ASSERT_NE(row, nullptr);
     const Error e(TL_ORIGIN("F"), 5, row);
     std::u16string text;
-    e.Head()->Ops->GetText(e.Head(), text);
+    Head(e)->Ops->GetText(Head(e), text);
     EXPECT_EQ(text, u"Access is denied.");
     // The record holds only the header and its one slot: the text was not copied.
-    EXPECT_EQ(e.Head()->Size, sizeof(Common::ErrorRecord) + 8);
+    EXPECT_EQ(Head(e)->Size, sizeof(Common::ErrorRecord) + 8);
 }
 
 TEST(ErrorSystem, StoredValues) {
@@ -124,10 +128,10 @@ TEST(ErrorSystem, CleaningKeepsTheFullStopOfMultiLineTexts) {
 
 TEST(ErrorCause, SecondCauseReplacesTheFirstOnUnsharedHead) {
     Error e(TL_ORIGIN("F"), 1);
-    const Common::ErrorRecord* head = e.Head();
+    const Common::ErrorRecord* head = Head(e);
     e.AddCause(Error(TL_ORIGIN("F"), 2));
     e.AddCause(Error(TL_ORIGIN("F"), 3));
-    EXPECT_EQ(e.Head(), head);  // changed in place
+    EXPECT_EQ(Head(e), head);  // changed in place
     EXPECT_EQ(e.Cause().Code(), 3u);
     EXPECT_TRUE(e.Cause().Cause().Empty());
 }
@@ -137,11 +141,11 @@ TEST(ErrorCause, SharedHeadIsCopiedAndOtherOwnersKeepTheirView) {
     first.AddCause(Error(TL_ORIGIN("F"), 2));
     Error second = first;
     second.AddCause(Error(TL_ORIGIN("F"), 3));
-    EXPECT_NE(first.Head(), second.Head());
+    EXPECT_NE(Head(first), Head(second));
     EXPECT_EQ(first.Cause().Code(), 2u);
     EXPECT_EQ(second.Cause().Code(), 3u);
     EXPECT_EQ(second.Text(), u"head");
-    EXPECT_EQ(first.Head()->RefCount.load(), 1u);
+    EXPECT_EQ(Head(first)->RefCount.load(), 1u);
 }
 
 TEST(ErrorCause, EmptyErrorBecomesTheCause) {
@@ -390,9 +394,9 @@ TEST(ErrorDeserialize, OriginStringsAreInterned) {
 
 TEST(ErrorDetach, RebuildsAsGeneric) {
     Error e(TL_ORIGIN("F"), 3, u"t");
-    const Common::RecordOps* before = e.Head()->Ops;
+    const Common::RecordOps* before = Head(e)->Ops;
     e.Detach();
-    EXPECT_NE(e.Head()->Ops, before);
+    EXPECT_NE(Head(e)->Ops, before);
     EXPECT_EQ(e.Text(), u"t");
     Error none;
     none.Detach();
@@ -401,7 +405,7 @@ TEST(ErrorDetach, RebuildsAsGeneric) {
 
 TEST(ErrorOutOfMemory, StaticRecordIsNeverFreed) {
     Common::ErrorRecord* r = Common::OutOfMemoryRecord();
-    const Error e = Error::Adopt(r);
+    const Error e = Common::Adopt(r);
     EXPECT_EQ(e.Code(), Error::kOutOfMemoryCode);
     {
         Error copy = e;

@@ -12,7 +12,7 @@
 #include "facade/component_catalogue.h"
 #include "facade/component_info_registry.h"
 #include "facade/event_manager_proxy_impl.h"
-#include "fakes/scripted_channel.h"
+#include <tessel_link/testing/scripted_channel.h>
 #include "xidl/components/archive_management_proxy.h"
 #include "xidl/components/features_proxy.h"
 #include "xidl/components/group_management_proxy.h"
@@ -21,7 +21,7 @@ namespace {
 
 class ComponentFamily : public ::testing::Test {
 protected:
-    std::shared_ptr<Fakes::ScriptedChannel> fake = std::make_shared<Fakes::ScriptedChannel>();
+    std::shared_ptr<Testing::ScriptedChannel> fake = std::make_shared<Testing::ScriptedChannel>();
     Core::ChannelPointer channel = fake;
 
     Core::ComponentSlot Create(std::uint32_t id) {

@@ -9,7 +9,7 @@
 #include "facade/component_info_registry.h"
 #include "xidl/components/compatibility_management_proxy.h"
 #include "xidl/components/test_management_proxy.h"
-#include "fakes/scripted_channel.h"
+#include <tessel_link/testing/scripted_channel.h>
 
 namespace {
 
@@ -32,7 +32,7 @@ private:
 
 class CreateProxyTest : public ::testing::Test {
 protected:
-    Core::ChannelPointer channel = std::make_shared<Fakes::ScriptedChannel>();
+    Core::ChannelPointer channel = std::make_shared<Testing::ScriptedChannel>();
     Core::ChannelPointer noChannel;
     long ownersAtDeath = -1;
     Core::ComponentSlot slot = std::make_unique<Resident>(channel, &ownersAtDeath);

@@ -56,7 +56,7 @@ TEST(FileDefaults, UnsupportedOperationsNameTheirFunction) {
         const Common::Error earlier(TL_ORIGIN("test"), 0x40001);
         failed.SetError(earlier);
         EXPECT_FALSE(c.op(failed));
-        EXPECT_EQ(failed.GetError().Head(), earlier.Head()) << c.function;
+        EXPECT_EQ(failed.GetError().Identity(), earlier.Identity()) << c.function;
     }
     BareFile file;
     EXPECT_TRUE(file.Flush());

@@ -321,7 +321,7 @@ TEST(Copy, CopyIsEqualAndSharesNothing) {
     // The error value shares no record either.
     const auto* sourceError = &Por::Util::GetProperty(Por::Util::GetProperty(*source, "record")->GetUnit(), "err")->GetUnit();
     const auto* copyError = &Por::Util::GetProperty(Por::Util::GetProperty(*copy, "record")->GetUnit(), "err")->GetUnit();
-    EXPECT_NE(ValueOf<Common::Error>(*sourceError).Head(), ValueOf<Common::Error>(*copyError).Head());
+    EXPECT_NE(ValueOf<Common::Error>(*sourceError).Identity(), ValueOf<Common::Error>(*copyError).Identity());
 
     // Changing the copy leaves the source alone.
     Por::Util::Assign(Por::Util::GetProperty(*copy, "list")->GetUnit(), *With(Arr(), "IsContainer", Str(u"vector")), F());

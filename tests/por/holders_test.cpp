@@ -176,7 +176,7 @@ TEST(Factory, ErrorsAreStoredDetachedAndSuccessAsItIs) {
     error.AddWindowsError(5);
     UnitPtr unit = Err(error);
     Common::Error held = Por::Util::UnitValueGetter<Common::Error>::Get(*unit);
-    EXPECT_NE(held.Head(), error.Head());  // no record shared with the caller
+    EXPECT_NE(held.Identity(), error.Identity());  // no record shared with the caller
     EXPECT_EQ(held.Code(), 0x40007u);
     EXPECT_EQ(held.Cause().Code(), error.Cause().Code());
     EXPECT_EQ(Por::Util::CompareErrors(held, error), 0);

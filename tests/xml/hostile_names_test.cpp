@@ -45,7 +45,7 @@ TEST(HostileNames, NamesChosenToCollideWithoutAKeySpreadOverTheTable) {
     // of 65,536 buckets as random names would (about 24,000).
     std::set<std::uint64_t> buckets;
     for (const std::string& name : names) {
-        buckets.insert(Xml::detail::HashName(name) & 0xffff);
+        buckets.insert(Xml::Detail::HashName(name) & 0xffff);
     }
     EXPECT_GT(buckets.size(), 20000u);
 

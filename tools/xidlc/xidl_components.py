@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """xidl_components: reads the component definitions and writes the generated C++ of every
 remote component: interfaces, proxies, request makers, component information, the factory
-table, the catalogue of methods and the service-side dispatchers.
+table, the catalogue of methods and the service-side dispatchers. The files are read by the
+shared front end (xidl_parser); this module resolves parameter types and emits.
 
     xidl_components.py --order xidl/modules.txt --components xidl/components --out DIR
     xidl_components.py --order xidl/modules.txt --components xidl/components --list-outputs
@@ -20,8 +21,9 @@ import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
-from xidl_parser import DefinitionError, Where, parse_file  # noqa: E402
+from xidl_parser import DefinitionError, parse_component_file, parse_file  # noqa: E402
 from xidl_model import Model  # noqa: E402
+import xidl_cpp  # noqa: E402
 import xidlc  # noqa: E402
 
 BANNER = "// Generated from the component definitions by tools/xidlc; edit the definitions instead."
@@ -30,216 +32,6 @@ BANNER = "// Generated from the component definitions by tools/xidlc; edit the d
 # the work, few enough that the header of all records is not parsed over and over.
 PROXY_UNITS = 4
 SIGNATURE_UNITS = 4  # request and service side alike
-
-
-# --- reading ----------------------------------------------------------------------------------
-
-TOKEN = re.compile(r"""
-    (?P<space>[ \t\r]+) |
-    (?P<newline>\n) |
-    (?P<comment>\#[^\n]*) |
-    (?P<number>[0-9]+) |
-    (?P<name>[A-Za-z_][A-Za-z0-9_]*(?:::[A-Za-z_][A-Za-z0-9_]*)*) |
-    (?P<punct>[:{}<>,&()])
-""", re.VERBOSE)
-
-
-class Token:
-    def __init__(self, kind, text, where, start, end):
-        self.kind, self.text, self.where, self.start, self.end = kind, text, where, start, end
-
-
-def tokenize(path, text):
-    tokens, pos, line = [], 0, 1
-    while pos < len(text):
-        m = TOKEN.match(text, pos)
-        if not m:
-            raise DefinitionError("%s:%d: unexpected character %r" % (path, line, text[pos]))
-        kind = m.lastgroup
-        if kind == "newline":
-            line += 1
-        elif kind not in ("space", "comment"):
-            tokens.append(Token(kind, m.group(kind), Where(path, line), m.start(), m.end()))
-        pos = m.end()
-    tokens.append(Token("end", "", Where(path, line), len(text), len(text)))
-    return tokens
-
-
-class Spelled:
-    """A parameter type as the interface declares it: a name with template arguments, const,
-    and whether it is a non-constant reference."""
-
-    def __init__(self, name, args, const, where):
-        self.name, self.args, self.const, self.where = name, args, const, where
-
-
-MARKS = {"in": 1, "out": 2, "obscured": 4}
-BASE_FORMS = ("caster", "noncopyable")
-
-
-class ParamDecl:
-    def __init__(self, name, spelled, text, reference, kind, where):
-        self.name, self.spelled, self.text = name, spelled, text
-        self.reference, self.kind, self.where = reference, kind, where
-
-
-class MethodDecl:
-    def __init__(self, number, name, since, params, where):
-        self.number, self.name, self.since, self.params, self.where = number, name, since, params, where
-
-
-class ComponentDecl:
-    def __init__(self, where):
-        self.where = where
-        self.name = None
-        self.id = self.version = None
-        self.base = None          # None, "caster" or "noncopyable"
-        self.bases = []           # interfaces the component's interface derives from
-        self.class_flag = self.option_flag = False
-        self.info = (0, 2)
-        self.methods = []
-
-
-class ComponentFile:
-    def __init__(self, path, namespace, components):
-        self.path, self.namespace, self.components = path, namespace, components
-
-    @property
-    def stem(self):
-        return os.path.splitext(os.path.basename(self.path))[0]
-
-
-class Parser:
-    def __init__(self, path, text):
-        self.path, self.text = path, text
-        self.tokens = tokenize(path, text)
-        self.i = 0
-
-    def peek(self):
-        return self.tokens[self.i]
-
-    def take(self, kind=None, text=None):
-        tok = self.peek()
-        if (kind and tok.kind != kind) or (text is not None and tok.text != text):
-            want = text if text is not None else kind
-            raise DefinitionError("%s: expected %s, found %r" % (tok.where, want, tok.text or "end of file"))
-        self.i += 1
-        return tok
-
-    def accept(self, text):
-        if self.peek().text == text and self.peek().kind in ("name", "punct"):
-            self.i += 1
-            return True
-        return False
-
-    def number(self):
-        return int(self.take("number").text)
-
-    def parse(self):
-        self.take("name", "module")
-        namespace = self.take("name").text
-        components = []
-        while self.peek().kind != "end":
-            components.append(self.component())
-        return ComponentFile(self.path, namespace, components)
-
-    def component(self):
-        start = self.take("name", "component")
-        c = ComponentDecl(start.where)
-        c.name = self.take("name").text
-        while not self.accept("{"):
-            word = self.take("name")
-            if word.text == "id":
-                c.id = self.number()
-            elif word.text == "version":
-                c.version = self.number()
-            elif word.text == "base":
-                form = self.take("name")
-                if form.text not in BASE_FORMS:
-                    raise DefinitionError("%s: base is one of %s" % (form.where, ", ".join(BASE_FORMS)))
-                c.base = form.text
-            elif word.text == "bases":
-                c.bases.append(self.take("name").text)
-                while self.accept(","):
-                    c.bases.append(self.take("name").text)
-            elif word.text == "flag":
-                flag = self.take("name")
-                if flag.text == "class":
-                    c.class_flag = True
-                elif flag.text == "option":
-                    c.option_flag = True
-                else:
-                    raise DefinitionError("%s: a flag is class or option" % flag.where)
-            elif word.text == "info":
-                c.info = (self.number(), self.number())
-            else:
-                raise DefinitionError("%s: unexpected %r in component %s" % (word.where, word.text, c.name))
-        if c.id is None or c.version is None:
-            raise DefinitionError("%s: component %s needs an id and a version" % (start.where, c.name))
-        if c.base and c.bases:
-            raise DefinitionError("%s: component %s has both base and bases" % (start.where, c.name))
-        while not self.accept("}"):
-            c.methods.append(self.method())
-        return c
-
-    def method(self):
-        tok = self.peek()
-        number = self.number()
-        name = self.take("name").text
-        self.take("punct", "(")
-        params = []
-        if not self.accept(")"):
-            params.append(self.param())
-            while self.accept(","):
-                params.append(self.param())
-            self.take("punct", ")")
-        since = 1
-        if self.accept("since"):
-            since = self.number()
-        return MethodDecl(number, name, since, params, tok.where)
-
-    def param(self):
-        tok = self.take("name")
-        self.take("punct", ":")
-        first = self.peek()
-        spelled = self.spelled()
-        reference = self.accept("&")
-        text = self.text[first.start:self.tokens[self.i - 1].end]
-        kind = 0
-        while self.peek().text in MARKS and self.peek().kind == "name":
-            kind |= MARKS[self.take().text]
-        return ParamDecl(tok.text, spelled, text, reference, kind, tok.where)
-
-    def spelled(self):
-        tok = self.take("name")
-        name = tok.text
-        if name == "unsigned":
-            # "unsigned long long(uint64)" and "unsigned short int"
-            words = []
-            while self.peek().text in ("long", "short", "int"):
-                words.append(self.take().text)
-            if words == ["long", "long"]:
-                if self.accept("("):
-                    self.take("name", "uint64")
-                    self.take("punct", ")")
-                name = "uint64"
-            elif words in (["short", "int"], ["short"]):
-                name = "ushort"
-            else:
-                raise DefinitionError("%s: unknown type unsigned %s" % (tok.where, " ".join(words)))
-        args = []
-        if self.accept("<"):
-            args.append(self.spelled())
-            while self.accept(","):
-                args.append(self.spelled())
-            self.take("punct", ">")
-        const = self.accept("const")
-        return Spelled(name, args, const, tok.where)
-
-
-def parse_component_file(path):
-    with open(path, encoding="utf-8") as f:
-        return Parser(path, f.read()).parse()
 
 
 # --- resolving --------------------------------------------------------------------------------
@@ -347,6 +139,7 @@ class Method:
     def __init__(self, component, decl, params):
         self.component, self.number, self.name = component, decl.number, decl.name
         self.since, self.params = decl.since, params
+        self.doc = decl.doc
         self.signature = tuple(p.declared for p in params)
         self.signature_index = None
 
@@ -383,7 +176,7 @@ class Components:
         resolver = Resolver(model)
         ids = {}
         for f in files:
-            f.resolved = []
+            f.resolved, f.comps = [], self
             for decl in f.components:
                 if decl.id in ids:
                     fail(decl.where, "component id %d is given twice (first at %s)" % (decl.id, ids[decl.id].where))
@@ -485,12 +278,21 @@ def proxy_header_path(f):
 EXTENDED_HEADER = "tessel_link/facade/event_interfaces.h"
 
 
+def doc_lines(doc, indent=""):
+    """A definition's documentation comment as C++ comment lines."""
+    return [(indent + "// " + line).rstrip() for line in doc]
+
+
 def public_header(f):
-    lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "#include <memory>", "",
+    lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "#include <list>", "#include <map>",
+             "#include <memory>", "#include <set>", "#include <string>", "#include <vector>", "",
              "#include <tessel_link/binding/service_dispatcher.h>",
              "#include <tessel_link/common/dynamic_caster.h>", "#include <tessel_link/common/error.h>",
+             "#include <tessel_link/common/guid.h>", "#include <tessel_link/common/optional.h>",
              "#include <tessel_link/common/non_copyable.h>", "#include <tessel_link/export.h>",
-             "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>"]
+             "#include <tessel_link/facade/make_proxy.h>",
+             ] + ["#include <%s>" % h for h in records_headers(f.comps, param_texts(f))] + [
+             "#include <tessel_link/components/orderings.h>"]
     if any(c.extended for c in f.resolved):
         lines.append("#include <%s>" % EXTENDED_HEADER)
     if any(p.cpp.unit for c in f.resolved for m in c.methods for p in m.params):
@@ -507,6 +309,7 @@ def public_header(f):
             dtor = "~%s() override;"
         else:
             bases, dtor = "", "virtual ~%s();"
+        lines += doc_lines(c.decl.doc)
         lines.append("// Component %d, interface version %d." % (c.id, c.version))
         if c.extended:
             lines.append("// Its remote methods are declared by the interfaces it derives from.")
@@ -514,12 +317,20 @@ def public_header(f):
         if c.base == "noncopyable":
             lines.append("    %s() = default;" % c.short_name)
         lines.append("    " + dtor % c.short_name)
+        lines += ["",
+                  "    // What Core::MakeProxy<%s> and the catalogue know the component by." % c.short_name,
+                  "    static constexpr std::uint32_t kComponentId = %d;" % c.id,
+                  "    static constexpr const char* kInterfaceName = %s;" % c_string(c.short_name),
+                  "    static constexpr std::uint32_t kInterfaceVersion = %d;" % c.version]
         if not c.extended:
             lines.append("")
             for m in c.methods:
+                lines += doc_lines(m.doc, "    ")
                 lines.append("    // Method %d%s." % (m.number, ", since version %d" % m.since if m.since != 1 else ""))
                 lines.append(method_declaration(m))
         lines += ["};", ""]
+        if not c.extended:
+            lines += unimplemented_class(c)
         lines += ["// The service side of component %d: serves the calls of %s proxies with an" % (c.id, c.short_name),
                   "// implementation of the host's, for example through a Binding::LoopbackChannel.",
                   "class TL_API %s_Dispatcher final : public ::Binding::ComponentDispatcher<%s> {" % (c.short_name, c.short_name),
@@ -530,11 +341,39 @@ def public_header(f):
     return "\n".join(lines)
 
 
+def param_texts(f):
+    return [p.cpp.text for c in f.resolved for m in c.methods for p in m.params]
+
+
+def records_headers(comps, texts):
+    """The headers of the record modules whose types the C++ texts name, so that a host
+    that uses one component does not compile every record."""
+    text = "\n".join(texts)
+    names = set(re.findall(r"::[A-Za-z_][A-Za-z0-9_]*(?:::[A-Za-z_][A-Za-z0-9_]*)*", text))
+    orders = sorted({t.module.order for t in comps.model.all_types() if t.cpp_name in names})
+    return [xidl_cpp.module_header_path(comps.model.modules[o]) for o in orders]
+
+
+def unimplemented_class(c):
+    """A base for the fakes of a host's tests: every method answers Core::kErrorNotImplemented,
+    so that a fake overrides only what its test needs."""
+    lines = ["// A base for fakes of %s in tests: every method it does not override answers" % c.short_name,
+             "// Core::kErrorNotImplemented.",
+             "class %s_Unimplemented : public %s {" % (c.short_name, c.short_name), "public:"]
+    for m in c.methods:
+        lines.append("    ::Common::Error %s(%s) override {" % (m.name, param_list(m.params, with_names=False)))
+        lines.append("        return ::Core::NotImplementedError(%s);" % c_string("%s::%s" % (c.full_name, m.name)))
+        lines.append("    }")
+    lines += ["};", ""]
+    return lines
+
+
 def orderings_header(comps):
     lines = ["#pragma once", "", BANNER, "",
              "// The order of the records that parameters hold in sets or as map keys: member by",
-             "// member, in wire order.", "", "#include <tuple>", "",
-             "#include <tessel_link/xidl/records.h>", ""]
+             "// member, in wire order.", "", "#include <tuple>", ""]
+    lines += ["#include <%s>" % h for h in records_headers(comps, [r.cpp_name for r in comps.ordered])]
+    lines.append("")
     for r in comps.ordered:
         names = [m.name for m in r.wire_members()]
         lines += open_namespace(r.namespace)

@@ -41,6 +41,11 @@ class NamespaceWriter:
         return "\n".join(self.lines) + "\n"
 
 
+def doc_lines(decl, indent=""):
+    """A definition's documentation comment as C++ comment lines."""
+    return [(indent + "// " + line).rstrip() for line in getattr(decl, "doc", ())]
+
+
 def member_default(member, value=None):
     value = member.default if value is None else value
     t = member.type
@@ -61,7 +66,35 @@ def root_of(record):
 
 # --- the header ---------------------------------------------------------------------------------
 
+def module_header_path(module):
+    return "tessel_link/xidl/records/%s.h" % module.stem
+
+
+def module_dependencies(module):
+    """The other modules whose types the types of `module` name, in the order of the
+    definitions."""
+    needed = set()
+    for t in module.types:
+        members = t.members if isinstance(t, Record) else t.fields if isinstance(t, Polymorphic) else []
+        if isinstance(t, Record) and t.base:
+            needed.add(t.base.module.order)
+        for m in members:
+            needed.update(n.module.order for n in m.type.named_types())
+    needed.discard(module.order)
+    return sorted(needed)
+
+
 def header(model):
+    """The header of all records: every module's header, in the order of the definitions."""
+    lines = ["#pragma once", "", BANNER.rstrip(), "",
+             "// Every record of the interface definitions. A host that uses a few components includes",
+             "// their headers (tessel_link/components/...) or one module's records instead.", ""]
+    lines += ["#include <%s>" % module_header_path(m) for m in model.modules]
+    return "\n".join(lines) + "\n"
+
+
+def module_header(model, module):
+    """The records of one definition file, with the headers of the modules they name."""
     w = NamespaceWriter()
     w.add("#pragma once", "", BANNER.rstrip(), "",
           "#include <cstdint>", "#include <list>", "#include <map>", "#include <memory>",
@@ -70,14 +103,17 @@ def header(model):
           "#include <tessel_link/common/guid.h>", "#include <tessel_link/common/optional.h>",
           "#include <tessel_link/export.h>", "#include <tessel_link/serialize/blob.h>",
           "#include <tessel_link/serialize/codec.h>")
-    for header_name in sorted({t.header for t in model.all_types() if isinstance(t, Extern)}):
+    for header_name in sorted({t.header for t in module.types if isinstance(t, Extern)}):
         w.add("#include <%s>" % header_name)
+    for order in module_dependencies(module):
+        w.add("#include <%s>" % module_header_path(model.modules[order]))
     w.add("")
-    types = model.all_types()
+    types = module.types
     # enumerations first: they are complete at once
     for t in types:
         if isinstance(t, Enum):
             w.enter(t.namespace)
+            w.add(*doc_lines(t.decl))
             if t.values is None:
                 w.add("// Its values have no names: every value travels as its number.",
                       "enum class %s : std::int32_t {};" % t.short_name, "")
@@ -93,8 +129,11 @@ def header(model):
             w.add("struct %s;" % t.short_name)
     w.leave()
     for t in model.definition_order():
+        if t.module is not module:
+            continue
         w.enter(t.namespace)
         if isinstance(t, Polymorphic):
+            w.add(*doc_lines(t.decl))
             w.add("// The root of a hierarchy that travels by the number of its kind.",
                   "struct TL_API %s : ::Common::DynamicCasterImpl {" % t.short_name,
                   "    %s() = default;" % t.short_name,
@@ -111,6 +150,7 @@ def header(model):
             continue
         root = root_of(t)
         base = " : %s" % t.base.cpp_name if t.base else ""
+        w.add(*doc_lines(t.decl))
         w.add("struct %s%s%s {" % ("TL_API " if root else "", t.short_name, base))
         if t.overrides:
             w.add("    %s() {" % t.short_name)
@@ -118,6 +158,7 @@ def header(model):
                 w.add("        %s%s;" % (name, member_default(t.find_member(name), value)))
             w.add("    }", "")
         for m in t.members:
+            w.add(*doc_lines(m.decl, "    "))
             w.add("    %s %s%s;" % (m.type.cpp(), m.name, member_default(m)))
         if root and not t.abstract:
             if t.members:

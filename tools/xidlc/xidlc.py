@@ -35,6 +35,7 @@ def read_order(path):
 
 def outputs(model):
     result = ["tessel_link/xidl/records.h", "xidl/catalogue.cpp", xidl_por.OUTPUT]
+    result += [xidl_cpp.module_header_path(m) for m in model.modules]
     for m in model.modules:
         result.append("xidl/%s.cpp" % m.stem)
         if m.hierarchies():
@@ -107,6 +108,7 @@ def main():
     write_if_changed(os.path.join(args.out, "xidl/catalogue.cpp"), xidl_cpp.catalogue_unit(model))
     write_if_changed(os.path.join(args.out, xidl_por.OUTPUT), xidl_por.types_unit(model))
     for m in model.modules:
+        write_if_changed(os.path.join(args.out, xidl_cpp.module_header_path(m)), xidl_cpp.module_header(model, m))
         write_if_changed(os.path.join(args.out, "xidl/%s.cpp" % m.stem), xidl_cpp.module_unit(model, m))
         if m.hierarchies():
             write_if_changed(os.path.join(args.out, "xidl/%s_polytypes.cpp" % m.stem),

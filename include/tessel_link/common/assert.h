@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 #include <tessel_link/export.h>
 
@@ -10,8 +11,10 @@ namespace Common {
 TL_API int Assert(const char* expression, const char* file, int line);
 
 // The assertion report. Its outputs are chosen by CORVANE_SAFE_ASSERT, read on the first
-// report: a hexadecimal mask (with or without "0x") or a list of words separated by blanks,
-// default 0x65 (break, log, abort, stack):
+// report, or by the host with SetAssertionPolicy: a hexadecimal mask (with or without "0x")
+// or a list of words separated by blanks, default 0x44 (log, stack: the report goes to the
+// log target with a stack trace and the library goes on, since a library loaded into a
+// host's process must not end it unless asked to):
 //   break 0x01   reserved
 //   debug 0x02   the system's debug output (the system log at debug priority)
 //   log   0x04   the log target, CORVANE_SAFE_ASSERT_LOGFILE: "stdout", "stderr" (the
@@ -32,11 +35,26 @@ enum AssertionOutput : std::uint32_t {
     AssertWithStack = 0x40,
 };
 
-// The mask that stands when CORVANE_SAFE_ASSERT is not set (0x65 unless a host changes it).
-// A host that must not be ended by a failed check, such as a tool or a service, calls this
-// before the first report, for example with AssertToLog: the user's variable still wins.
-// Returns the previous default.
+// The mask that stands when CORVANE_SAFE_ASSERT is not set (0x44 unless a host changes it).
+// A host calls this before the first report, for example with AssertToLog | AssertAbort
+// to stop at the first failed check: the user's variable still wins. Returns the previous
+// default.
 TL_API std::uint32_t SetAssertionDefault(std::uint32_t mask);
+
+// The policy from code: the mask (AssertionOutput bits, or AssertionsOff) applies from now
+// on, over CORVANE_SAFE_ASSERT and the default. Returns the mask that stood before.
+inline constexpr std::uint32_t AssertionsOff = 0xffffffffu;
+TL_API std::uint32_t SetAssertionPolicy(std::uint32_t mask);
+// The mask that stands now (after reading the environment if no report has yet).
+TL_API std::uint32_t GetAssertionPolicy();
+
+// The log target of the report from code, over CORVANE_SAFE_ASSERT_LOGFILE: "stdout",
+// "stderr" or a file to append to. False, with the target unchanged, when the file cannot be
+// opened. A file opened before stays open (a report may be writing to it).
+TL_API bool SetAssertionLogTarget(const char* target);
+// The log target as an open stream of the host's, which must stay open while reports may
+// come; null means standard error.
+TL_API void SetAssertionLogStream(std::FILE* stream);
 
 // Called with the expression of every assertion that is reported (before the mask is
 // applied, and also when assertions are turned off), so that tests can see which checks

@@ -2,7 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <tessel_link/common/error_origin.h>
@@ -11,6 +14,57 @@
 namespace Common {
 
 struct ErrorRecord;
+class Error;
+
+namespace Detail {
+struct ErrorAccess;  // the library's own way to the records
+}  // namespace Detail
+
+// One parameter of an error record, typed as it travels: a number, a narrow string or a
+// wide string. The strings point into the record and live as long as an Error holds it.
+struct TL_API ErrorParameter {
+    enum class Type : char { Number = 'N', Ansi = 'A', Wide = 'W' };
+    std::string Name;
+    Type Kind = Type::Number;
+    std::uint64_t Number = 0;
+    const char* Ansi = nullptr;
+    const char16_t* Wide = nullptr;
+
+    // The value as UTF-8 text: a number in decimal, a narrow string as it is when it is
+    // UTF-8 (else byte by byte as Latin-1), a wide string converted.
+    std::string ValueText() const;
+};
+
+// The records of an error from head to deepest cause, each as an error of its own:
+//   for (const Common::Error& record : error.Chain()) { ... }
+class TL_API ErrorChain {
+public:
+    class TL_API Iterator {
+    public:
+        using value_type = Error;
+        using difference_type = std::ptrdiff_t;
+        Iterator() noexcept = default;
+        explicit Iterator(const ErrorRecord* record) noexcept : record_(record) {}
+        Error operator*() const noexcept;
+        Iterator& operator++() noexcept;
+        Iterator operator++(int) noexcept {
+            Iterator before = *this;
+            ++*this;
+            return before;
+        }
+        bool operator==(const Iterator& other) const noexcept { return record_ == other.record_; }
+
+    private:
+        const ErrorRecord* record_ = nullptr;
+    };
+
+    explicit ErrorChain(const ErrorRecord* head) noexcept : head_(head) {}
+    Iterator begin() const noexcept { return Iterator(head_); }
+    Iterator end() const noexcept { return Iterator(); }
+
+private:
+    const ErrorRecord* head_;
+};
 
 // The one error value of the system: a shared pointer to an immutable chain of records.
 // The head is the failure as the caller should see it; the rest of the chain are its
@@ -20,7 +74,12 @@ struct ErrorRecord;
 // Building an error never throws: when a record cannot be allocated a static
 // out-of-memory record (code 0xfff2) stands in. Operations that fail with an error throw
 // it by value and callers catch `const Common::Error&`.
-class TL_API Error {
+//
+// An error is [[nodiscard]]: a function that returns one reports its outcome through it, so
+// dropping it unread is a bug. Print one with ToString() or operator<<, walk its records with
+// Chain(), read a record's parameters by name with Parameter().
+// (The attribute form of TL_API, since both must stand in one attribute position.)
+class [[nodiscard]] [[gnu::visibility("default")]] Error {
 public:
     // Reserved codes of module 0.
     static constexpr std::uint32_t kSystemCode = 0xfff0;       // system record
@@ -100,6 +159,36 @@ public:
     const char* GetNames() const noexcept;
     ErrorOrigin Origin() const noexcept;
 
+    // The head record's parameter names in serialization order (GetNames split at commas).
+    std::vector<std::string> ParameterNames() const;
+    // The head record's parameter of that name, typed as it travels; nothing when the record
+    // has no such parameter (or the error is empty).
+    std::optional<ErrorParameter> Parameter(std::string_view name) const;
+    // Every parameter of the head record, in the order of ParameterNames().
+    std::vector<ErrorParameter> Parameters() const;
+
+    // The head record's text with its placeholders expanded from its parameters: "{name}"
+    // becomes the parameter's value, "{name, choice, 1#text|2#other}" the text of the
+    // highest limit not above the parameter's number (placeholders inside it expanded too).
+    // A placeholder whose parameter is missing stays as it is.
+    std::u16string FormattedText() const;
+
+    // The whole chain as UTF-8 text, one line per record from the head to the deepest cause:
+    //   0x000000BB Cannot find a component with ID '7'. [at src/x.cpp:42 in Binding::Send]
+    //     caused by 0x80070005 Access is denied. [at ...]
+    // Each line has the code in hexadecimal, the expanded text, the parameters no placeholder
+    // used ("{Errno=13}"), and the origin when the record has one. "success" for an empty
+    // error.
+    std::string ToString() const;
+
+    // The records of the chain, head first.
+    ErrorChain Chain() const noexcept { return ErrorChain(head_); }
+    // How many records the chain has.
+    std::size_t Depth() const noexcept;
+
+    // An identity of the head record, for telling whether two errors share their head.
+    const void* Identity() const noexcept { return head_; }
+
     // The serialized form: a version byte 0x01, then every record of the chain.
     // The pointer form is allocated with new[] and freed by the caller with delete[];
     // it returns null (size 0) when memory runs out.
@@ -115,17 +204,15 @@ public:
     // at constants of this module.
     Error& Detach();
 
-    const ErrorRecord* Head() const noexcept { return head_; }
-    // Takes over one reference to `record` (which may be null).
-    static Error Adopt(ErrorRecord* record) noexcept {
-        Error e;
-        e.head_ = record;
-        return e;
-    }
-
 private:
+    friend struct Detail::ErrorAccess;
+    friend class ErrorChain::Iterator;
+
     ErrorRecord* head_ = nullptr;
 };
+
+// Writes ToString() to the stream.
+TL_API std::ostream& operator<<(std::ostream& out, const Error& error);
 
 // The success value, for assignment.
 TL_API extern const Error ErrorSuccess;

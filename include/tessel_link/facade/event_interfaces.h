@@ -9,7 +9,7 @@
 
 #include <tessel_link/common/error.h>
 #include <tessel_link/export.h>
-#include <tessel_link/xidl/records.h>
+#include <tessel_link/xidl/records/event_management.h>
 
 namespace EventManagement {
 

@@ -10,11 +10,11 @@
 
 namespace File {
 
-namespace detail {
+namespace Detail {
 // Records 0x40005 "Error occurred while searching in the file." for a position that lies
 // outside a memory file.
 TL_API Common::Error MemorySeekError(const char* function);
-}  // namespace detail
+}  // namespace Detail
 
 // A read-only file over elements held by the caller. Nothing is copied: the memory must
 // stay valid and unchanged while the object reads it. Sizes and positions are in bytes.
@@ -60,7 +60,7 @@ private:
             return position_;
         }
         if (position > size_) {
-            RecordError(detail::MemorySeekError(function));
+            RecordError(Detail::MemorySeekError(function));
             return position_;
         }
         position_ = position;

@@ -17,7 +17,7 @@ namespace Xml {
 
 class XmlTag;
 
-namespace detail {
+namespace Detail {
 
 // Storage of the tree. Everything of a document lives in one arena that the document owns;
 // a tag is three words and its strings are shared or packed behind it.
@@ -66,7 +66,7 @@ struct XmlContent {
 
 struct XmlStore;
 
-}  // namespace detail
+}  // namespace Detail
 
 // The child elements of a tag in document order. Iterators are plain pointers to
 // `const XmlTag*`, stable for the life of the document.
@@ -97,10 +97,10 @@ public:
         using pointer = void;
         using reference = std::u16string_view;
         iterator() = default;
-        iterator(const detail::XmlText* const* many, const detail::XmlText* one, std::size_t index)
+        iterator(const Detail::XmlText* const* many, const Detail::XmlText* one, std::size_t index)
             : many_(many), one_(one), index_(index) {}
         std::u16string_view operator*() const {
-            return detail::TextView(many_ != nullptr ? many_[index_] : one_);
+            return Detail::TextView(many_ != nullptr ? many_[index_] : one_);
         }
         iterator& operator++() {
             ++index_;
@@ -114,18 +114,18 @@ public:
         bool operator==(const iterator& o) const { return index_ == o.index_; }
 
     private:
-        const detail::XmlText* const* many_ = nullptr;
-        const detail::XmlText* one_ = nullptr;
+        const Detail::XmlText* const* many_ = nullptr;
+        const Detail::XmlText* one_ = nullptr;
         std::size_t index_ = 0;
     };
 
     // Either an array of `count` texts, or (many == null) the single text `one`.
-    XmlTexts(const detail::XmlText* const* many, const detail::XmlText* one,
+    XmlTexts(const Detail::XmlText* const* many, const Detail::XmlText* one,
              std::size_t count) noexcept
         : many_(many), one_(one), count_(count) {}
     std::size_t size() const noexcept { return count_; }
     std::u16string_view operator[](std::size_t i) const noexcept {
-        return detail::TextView(many_ != nullptr ? many_[i] : one_);
+        return Detail::TextView(many_ != nullptr ? many_[i] : one_);
     }
     std::u16string_view front() const noexcept { return (*this)[0]; }
     std::u16string_view back() const noexcept { return (*this)[count_ - 1]; }
@@ -133,8 +133,8 @@ public:
     iterator end() const { return iterator(many_, one_, count_); }
 
 private:
-    const detail::XmlText* const* many_;
-    const detail::XmlText* one_;
+    const Detail::XmlText* const* many_;
+    const Detail::XmlText* one_;
     std::size_t count_;
 };
 
@@ -154,9 +154,9 @@ public:
         using pointer = void;
         using reference = XmlAttribute;
         iterator() = default;
-        explicit iterator(const detail::XmlAttributeSlot* slot) : slot_(slot) {}
+        explicit iterator(const Detail::XmlAttributeSlot* slot) : slot_(slot) {}
         XmlAttribute operator*() const {
-            return {slot_->Name->View(), detail::TextView(slot_->Value)};
+            return {slot_->Name->View(), Detail::TextView(slot_->Value)};
         }
         iterator& operator++() {
             ++slot_;
@@ -170,10 +170,10 @@ public:
         bool operator==(const iterator& o) const { return slot_ == o.slot_; }
 
     private:
-        const detail::XmlAttributeSlot* slot_ = nullptr;
+        const Detail::XmlAttributeSlot* slot_ = nullptr;
     };
 
-    XmlAttributes(const detail::XmlAttributeSlot* first, std::size_t count) noexcept
+    XmlAttributes(const Detail::XmlAttributeSlot* first, std::size_t count) noexcept
         : first_(first), count_(count) {}
     std::size_t size() const noexcept { return count_; }
     bool empty() const noexcept { return count_ == 0; }
@@ -184,7 +184,7 @@ public:
     std::optional<std::u16string_view> Find(std::string_view name) const noexcept {
         for (std::size_t i = 0; i < count_; ++i) {
             if (first_[i].Name->View() == name) {
-                return detail::TextView(first_[i].Value);
+                return Detail::TextView(first_[i].Value);
             }
         }
         return std::nullopt;
@@ -192,7 +192,7 @@ public:
     bool Contains(std::string_view name) const noexcept { return Find(name).has_value(); }
 
 private:
-    const detail::XmlAttributeSlot* first_;
+    const Detail::XmlAttributeSlot* first_;
     std::size_t count_;
 };
 
@@ -205,16 +205,16 @@ public:
     const XmlTag* Parent() const noexcept { return parent_; }
 
     XmlChildren Children() const noexcept {
-        const detail::XmlContent* c = Content();
+        const Detail::XmlContent* c = Content();
         return c != nullptr ? XmlChildren(c->Children(), c->ChildCount) : XmlChildren(nullptr, 0);
     }
     XmlAttributes Attributes() const noexcept {
-        const detail::XmlContent* c = Content();
+        const Detail::XmlContent* c = Content();
         return c != nullptr ? XmlAttributes(c->Attributes(), c->AttributeCount)
                             : XmlAttributes(nullptr, 0);
     }
     XmlTexts Text() const noexcept {
-        const detail::XmlContent* c = Content();
+        const Detail::XmlContent* c = Content();
         if (c != nullptr) {
             return XmlTexts(c->Texts(), nullptr, c->ChildCount + std::size_t{1});
         }
@@ -226,15 +226,15 @@ private:
 
     // The content word: 0 for a tag with nothing but an empty text; a text pointer with the
     // low bit set for a tag with nothing but that text; otherwise an XmlContent pointer.
-    const detail::XmlContent* Content() const noexcept {
-        return (content_ & 1) == 0 ? reinterpret_cast<const detail::XmlContent*>(content_)
+    const Detail::XmlContent* Content() const noexcept {
+        return (content_ & 1) == 0 ? reinterpret_cast<const Detail::XmlContent*>(content_)
                                    : nullptr;
     }
-    const detail::XmlText* SingleText() const noexcept {
-        return reinterpret_cast<const detail::XmlText*>(content_ & ~std::uintptr_t{1});
+    const Detail::XmlText* SingleText() const noexcept {
+        return reinterpret_cast<const Detail::XmlText*>(content_ & ~std::uintptr_t{1});
     }
 
-    const detail::XmlName* name_ = nullptr;
+    const Detail::XmlName* name_ = nullptr;
     const XmlTag* parent_ = nullptr;
     std::uintptr_t content_ = 0;
 };
@@ -257,7 +257,7 @@ public:
 
 private:
     friend class XmlTreeBuilder;
-    std::unique_ptr<detail::XmlStore> store_;
+    std::unique_ptr<Detail::XmlStore> store_;
     const XmlTag* root_ = nullptr;
 };
 

@@ -1,7 +1,15 @@
 #pragma once
 
-// A host channel for tests: it records what it is sent, writes each request through a
-// recording serializer and answers with a scripted reply.
+// A test helper for hosts: a channel that records what it is sent, writes each request
+// through a recording serializer and answers with a scripted reply, so that a host's tests
+// can check the calls its code makes through proxies without a service:
+//
+//   auto channel = std::make_shared<Testing::ScriptedChannel>();
+//   channel->RunResult = someFailure;  // or channel->Reply = Testing::Element(...)
+//   auto manager = Core::MakeProxy<TestManagement::TestManager>(channel);
+//   ... call it, then look at channel->Written, channel->MethodNumber ...
+//
+// Header-only; the library's own tests use it too.
 
 #include <tessel_link/binding/request_channel.h>
 #include <tessel_link/common/error.h>
@@ -9,9 +17,9 @@
 #include <memory>
 #include <optional>
 
-#include "fakes/recording_ends.h"
+#include <tessel_link/testing/recording_ends.h>
 
-namespace Fakes {
+namespace Testing {
 
 class ScriptedChannel : public Binding::RequestChannel {
 public:
@@ -73,4 +81,4 @@ private:
     };
 };
 
-}  // namespace Fakes
+}  // namespace Testing

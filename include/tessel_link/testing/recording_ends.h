@@ -1,6 +1,6 @@
 #pragma once
 
-// Serializer ends for tests: a serializer that records what is written as a tree, and a
+// A test helper for hosts (used by scripted_channel.h): serializer ends for tests: a serializer that records what is written as a tree, and a
 // deserializer that answers from such a tree, with the XML packet reader's tolerance
 // (values found by name, extra children ignored, a missing value thrown as an error).
 
@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-namespace Fakes {
+namespace Testing {
 
 using Value =
     std::variant<Serialization::Blob, std::vector<unsigned char>, std::uint16_t, std::int16_t,
@@ -111,7 +111,7 @@ public:
             return;
         }
         if (open_.size() == 1 || open_.back()->Name != meta.Name) {
-            throw FakeFailure("Fakes::RecordingSerializer::FinishWriteMetaInfo");
+            throw FakeFailure("Testing::RecordingSerializer::FinishWriteMetaInfo");
         }
         open_.pop_back();
     }
@@ -205,7 +205,7 @@ private:
                 return i;
             }
         }
-        throw FakeFailure("Fakes::ScriptedDeserializer::Find");
+        throw FakeFailure("Testing::ScriptedDeserializer::Find");
     }
 
     template <class HasType>
@@ -216,7 +216,7 @@ private:
         cursor.Used[i] = true;
         Reads.push_back(name);
         if (!hasType(*child.Held)) {
-            throw FakeFailure("Fakes::ScriptedDeserializer::Read");
+            throw FakeFailure("Testing::ScriptedDeserializer::Read");
         }
         return *child.Held;
     }
@@ -225,4 +225,4 @@ private:
     std::vector<Cursor> cursors_;
 };
 
-}  // namespace Fakes
+}  // namespace Testing

@@ -1,0 +1,72 @@
+#pragma once
+
+// Generated from the interface definitions by tools/xidlc; edit the definitions instead.
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <tessel_link/common/dynamic_caster.h>
+#include <tessel_link/common/error.h>
+#include <tessel_link/common/guid.h>
+#include <tessel_link/common/optional.h>
+#include <tessel_link/export.h>
+#include <tessel_link/serialize/blob.h>
+#include <tessel_link/serialize/codec.h>
+
+namespace Shapes {
+// How a shape is filled.
+enum class Fill : std::int32_t {
+    NONE = 0,
+    SOLID = 3,
+    HATCHED = 4,
+};
+
+struct Point;
+struct Outline;
+}  // namespace Shapes
+
+namespace Shapes {
+// A point of the drawing, in tenths of a millimetre.
+struct Point {
+    std::int32_t X{};
+    std::int32_t Y{};
+};
+
+// A closed line through its corners.
+struct Outline {
+    // The corners in drawing order.
+    std::list<::Shapes::Point> Corners;
+    ::Shapes::Fill Style = ::Shapes::Fill::SOLID;
+    std::u16string Name;
+};
+
+TL_API ::Serialization::Serializer& operator<<(::Serialization::Serializer& s, const Point& value);
+TL_API ::Serialization::Deserializer& operator>>(::Serialization::Deserializer& d, Point& value);
+TL_API bool operator==(const Point& a, const Point& b);
+TL_API ::Serialization::Serializer& operator<<(::Serialization::Serializer& s, const Outline& value);
+TL_API ::Serialization::Deserializer& operator>>(::Serialization::Deserializer& d, Outline& value);
+TL_API bool operator==(const Outline& a, const Outline& b);
+}  // namespace Shapes
+
+namespace Serialization {
+template <>
+struct EnumCodec<::Shapes::Fill> {
+    static constexpr const char* TypeName = "Fill";
+    TL_API static const char* Name(::Shapes::Fill value);
+    TL_API static bool Parse(const std::string& text, ::Shapes::Fill& value);
+};
+template <>
+struct TypeVersion<::Shapes::Point> {
+    static constexpr std::uint64_t value = 2;
+};
+template <>
+struct TypeVersion<::Shapes::Outline> {
+    static constexpr std::uint64_t value = 1;
+};
+}  // namespace Serialization
+

@@ -1,0 +1,97 @@
+// Generated from the component definitions by tools/xidlc; edit the definitions instead.
+
+#include "xidl/components/signatures.h"
+
+#include <tessel_link/binding/call.h>
+#include <tessel_link/binding/service_method.h>
+
+#include "facade/component_catalogue.h"
+#include "facade/component_info_impl.h"
+#include "facade/component_info_registry.h"
+#include "xidl/components/shapes_proxy.h"
+
+namespace Shapes {
+
+Canvas::~Canvas() = default;
+
+Canvas_Proxy::Canvas_Proxy(std::shared_ptr<::Binding::RequestChannel> channel)
+    : channel_(std::move(channel)) {}
+
+Canvas_Proxy::~Canvas_Proxy() = default;
+
+::Common::Error Canvas_Proxy::Draw(const ::Shapes::Outline& outline, std::uint32_t& number) {
+    return ::Binding::Detail::CallRemote(*channel_, [&] { return MakeRequest_Canvas_Draw(outline, number); });
+}
+
+::Common::Error Canvas_Proxy::Clear() {
+    return ::Binding::Detail::CallRemote(*channel_, [&] { return MakeRequest_Canvas_Clear(); });
+}
+
+::Common::Error Canvas_Proxy::CountFilled(::Shapes::Fill fill, const std::set<::Shapes::Point>& corners, std::uint32_t& result) {
+    return ::Binding::Detail::CallRemote(*channel_, [&] { return MakeRequest_Canvas_CountFilled(fill, corners, result); });
+}
+
+std::unique_ptr<::Binding::Request> MakeRequest_Canvas_Draw(const ::Shapes::Outline& outline, std::uint32_t& number) {
+    return ::Binding::Generated::CreateRequest_0(
+        ::Core::Describe<9001>(1, "Draw", 1),
+        {outline, "outline", ::Binding::ArgumentKind{0}},
+        {number, "number", ::Binding::ArgumentKind{2}});
+}
+
+std::unique_ptr<::Binding::Request> MakeRequest_Canvas_Clear() {
+    return ::Binding::Generated::CreateRequest_1(::Core::Describe<9001>(2, "Clear", 1));
+}
+
+std::unique_ptr<::Binding::Request> MakeRequest_Canvas_CountFilled(::Shapes::Fill fill, const std::set<::Shapes::Point>& corners, std::uint32_t& result) {
+    return ::Binding::Generated::CreateRequest_2(
+        ::Core::Describe<9001>(3, "CountFilled", 2),
+        {fill, "fill", ::Binding::ArgumentKind{0}},
+        {corners, "corners", ::Binding::ArgumentKind{0}},
+        {result, "result", ::Binding::ArgumentKind{0}});
+}
+
+Canvas_Dispatcher::Canvas_Dispatcher(std::shared_ptr<Canvas> implementation)
+    : ComponentDispatcher(9001, "Canvas", 2, std::move(implementation), {
+          ::Binding::ServiceMethod{1, "Draw", 1, {{"outline", ::Binding::ArgumentKind{0}}, {"number", ::Binding::ArgumentKind{2}}}, &::Binding::Generated::Serve_0,
+                                   &::Binding::Detail::InvokeMember<Canvas, &Canvas::Draw>},
+          ::Binding::ServiceMethod{2, "Clear", 1, {}, &::Binding::Generated::Serve_1,
+                                   &::Binding::Detail::InvokeMember<Canvas, &Canvas::Clear>},
+          ::Binding::ServiceMethod{3, "CountFilled", 2, {{"fill", ::Binding::ArgumentKind{0}}, {"corners", ::Binding::ArgumentKind{0}}, {"result", ::Binding::ArgumentKind{0}}}, &::Binding::Generated::Serve_2,
+                                   &::Binding::Detail::InvokeMember<Canvas, &Canvas::CountFilled>}
+      }) {}
+
+void VisitDefaultRequest_Canvas_Draw(::Core::Catalogue::RequestVisitor visit_, void* context_) {
+    ::Shapes::Outline outline{};
+    std::uint32_t number{};
+    const std::unique_ptr<::Binding::Request> request_ = MakeRequest_Canvas_Draw(outline, number);
+    visit_(*request_, context_);
+}
+
+void VisitDefaultRequest_Canvas_Clear(::Core::Catalogue::RequestVisitor visit_, void* context_) {
+    const std::unique_ptr<::Binding::Request> request_ = MakeRequest_Canvas_Clear();
+    visit_(*request_, context_);
+}
+
+void VisitDefaultRequest_Canvas_CountFilled(::Core::Catalogue::RequestVisitor visit_, void* context_) {
+    ::Shapes::Fill fill{};
+    std::set<::Shapes::Point> corners{};
+    std::uint32_t result{};
+    const std::unique_ptr<::Binding::Request> request_ = MakeRequest_Canvas_CountFilled(fill, corners, result);
+    visit_(*request_, context_);
+}
+
+}  // namespace Shapes
+
+namespace Core::Generated {
+
+std::unique_ptr<::ComponentManagement::Component>& CreateProxy_9001(
+    const std::shared_ptr<::Binding::RequestChannel>& channel,
+    std::unique_ptr<::ComponentManagement::Component>& slot) {
+    return CreateProxyComponent<Shapes::Canvas_ProxyComponent>(channel, slot);
+}
+
+namespace {
+const ComponentInfoRegistrar<ComponentInfoImpl<9001>> registrar9001;
+}
+
+}  // namespace Core::Generated

@@ -1,0 +1,13 @@
+// Generated from the component definitions by tools/xidlc; edit the definitions instead.
+
+#include "xidl/components/signatures.h"
+
+#include <tessel_link/binding/service_method.h>
+
+namespace Binding::Generated {
+
+void Serve_1(const PreparedMethod& method, Detail::InvokeFunction invoke, void* implementation, ::Serialization::Deserializer& request, ::Serialization::Serializer& reply) {
+    Detail::ServeMethod<void()>::Serve(method, invoke, implementation, request, reply);
+}
+
+}  // namespace Binding::Generated
