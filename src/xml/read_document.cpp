@@ -66,7 +66,7 @@ public:
                     continue;
                 case Token::EndTag:
                     TakeText();
-                    if (!detail::SameBytes(lexer_.TokenName(), builder_.OpenName()) ||
+                    if (!Detail::SameBytes(lexer_.TokenName(), builder_.OpenName()) ||
                         lexer_.Next() != Token::TagClose) {
                         return false;
                     }
