@@ -38,9 +38,13 @@ add_custom_command(
 add_custom_target(tessel_link_export_map DEPENDS ${TL_EXPORT_MAP})
 # The generated headers must be there before the map is read from them.
 add_dependencies(tessel_link_export_map tessel_link_objects)
-add_dependencies(tessel_link tessel_link_export_map)
-target_link_options(tessel_link PRIVATE "LINKER:--version-script=${TL_EXPORT_MAP}")
-set_property(TARGET tessel_link APPEND PROPERTY LINK_DEPENDS ${TL_EXPORT_MAP})
+# Sanitized builds are for the tests and keep the linker's defaults, as they do for
+# --no-undefined.
+if(NOT TL_SANITIZE AND NOT TL_TSAN)
+    add_dependencies(tessel_link tessel_link_export_map)
+    target_link_options(tessel_link PRIVATE "LINKER:--version-script=${TL_EXPORT_MAP}")
+    set_property(TARGET tessel_link APPEND PROPERTY LINK_DEPENDS ${TL_EXPORT_MAP})
+endif()
 
 # --- The data archive: the built-in message table packed as a deployer replaces it --------
 set(TL_DATA_ARCHIVE ${PROJECT_BINARY_DIR}/libtessel_link.dat)
