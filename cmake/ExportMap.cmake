@@ -20,6 +20,9 @@ foreach(dir IN LISTS HEADER_DIRS)
     endforeach()
 endforeach()
 list(REMOVE_DUPLICATES namespaces)
+# A header may open std to specialize a standard template for a type of its own; that does
+# not make std the library's.
+list(REMOVE_ITEM namespaces std)
 list(SORT namespaces)
 if(NOT namespaces)
     message(FATAL_ERROR "no namespaces found in ${HEADER_DIRS}")

@@ -20,6 +20,7 @@ def header_namespaces(dirs):
         for header in Path(d).rglob("*.h"):
             for m in re.finditer(r"^namespace ([A-Za-z_]\w*)", header.read_text(), re.M):
                 names.add(m.group(1))
+    names.discard("std")  # opened to specialize standard templates, never the library's
     return names
 
 
