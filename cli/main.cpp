@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include <tessel_link/common/assert.h>
+#include <tessel_link/version.h>
 
 #include "command.h"
 
@@ -29,7 +30,7 @@ std::vector<std::string> SplitWords(const std::string& name) {
 }
 
 void PrintUsage(std::FILE* out) {
-    std::fprintf(out, "usage: tessel COMMAND [ARGS] [--help]\n\ncommands:\n");
+    std::fprintf(out, "usage: tessel COMMAND [ARGS] [--help]\n       tessel --version\n\ncommands:\n");
     std::vector<const Command*> sorted;
     for (const Command& c : Commands()) {
         sorted.push_back(&c);
@@ -73,6 +74,10 @@ int Main(int argc, char** argv) {
     if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
         PrintUsage(words.empty() ? stderr : stdout);
         return words.empty() ? 2 : 0;
+    }
+    if (words[0] == "--version") {
+        std::printf("tessel %s\n", TESSEL_LINK_VERSION_STRING);
+        return 0;
     }
     // The longest registered name that the leading words spell.
     const Command* best = nullptr;

@@ -2,7 +2,7 @@
 # the library, and the same block as tessel_link.msg for deployers who translate it.
 set(TL_MESSAGE_ROWS ${PROJECT_SOURCE_DIR}/data/messages.txt)
 set(TL_MESSAGE_CPP ${TL_GENERATED_DIR}/message_block.cpp)
-set(TL_MESSAGE_MSG ${CMAKE_BINARY_DIR}/tessel_link.msg)
+set(TL_MESSAGE_MSG ${PROJECT_BINARY_DIR}/tessel_link.msg)
 add_custom_command(
     OUTPUT ${TL_MESSAGE_CPP} ${TL_MESSAGE_MSG}
     COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/tools/msgtable/msgtable.py

@@ -5,7 +5,7 @@ add_compile_options(-Wall -Wextra)
 
 # Source paths in error origins are relative to the tree, so that line tags and
 # the file names carried by errors do not depend on where the tree was checked out.
-add_compile_options("-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
+add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
 
 if(TL_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
@@ -26,7 +26,7 @@ endif()
 # places share one cache (a fresh clone's build is then mostly cache hits).
 find_program(TL_CCACHE ccache)
 if(TL_CCACHE)
-    set(TL_CCACHE_LAUNCHER env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=true ${TL_CCACHE})
+    set(TL_CCACHE_LAUNCHER env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=true ${TL_CCACHE})
     set(CMAKE_CXX_COMPILER_LAUNCHER ${TL_CCACHE_LAUNCHER})
     set(CMAKE_C_COMPILER_LAUNCHER ${TL_CCACHE_LAUNCHER})
 endif()

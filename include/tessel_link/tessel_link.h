@@ -2,6 +2,8 @@
 
 // The whole public API of tessel_link.
 
+#include <tessel_link/version.h>
+
 // Core runtime
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/dynamic_buffer.h>

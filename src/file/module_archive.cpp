@@ -42,6 +42,23 @@ void ReleaseModuleArchive() {
 }  // namespace
 
 std::u16string DataArchivePath(std::u16string_view modulePath) {
+    // A shared object's version numbers after ".so" (libtessel_link.so.0, .so.0.1.0) are
+    // not its extension: every name the library is loaded by finds the same archive.
+    std::size_t versioned = modulePath.size();
+    while (versioned > 0) {
+        std::size_t digits = versioned;
+        while (digits > 0 && modulePath[digits - 1] >= u'0' && modulePath[digits - 1] <= u'9') {
+            --digits;
+        }
+        if (digits == versioned || digits == 0 || modulePath[digits - 1] != u'.') {
+            break;
+        }
+        versioned = digits - 1;
+    }
+    if (versioned != modulePath.size() && versioned >= 3 &&
+        modulePath.substr(versioned - 3, 3) == u".so") {
+        modulePath = modulePath.substr(0, versioned);
+    }
     std::size_t end = modulePath.size();
     for (std::size_t i = modulePath.size(); i-- > 1;) {
         if (modulePath[i] == u'/') {

@@ -17,6 +17,7 @@ namespace File {
 
 // `modulePath` less its extension, plus ".dat". The extension starts at the last '.' after
 // the last '/'; a '.' at the very start doesn't count, and a '\' doesn't end the search.
+// A shared object's version numbers count as part of its ".so" extension.
 std::u16string DataArchivePath(std::u16string_view modulePath);
 
 // Opens the data archive of the module at `modulePath`: its ".dat" file, or, when that

@@ -21,7 +21,11 @@ using test_support::BuildZip;
 TEST(ModuleArchive, DataArchivePathReplacesTheExtension) {
     const std::pair<std::u16string, std::u16string> cases[] = {
         {u"/opt/lib/libtessel_link.so", u"/opt/lib/libtessel_link.dat"},
-        {u"/opt/lib/libtessel_link.so.1", u"/opt/lib/libtessel_link.so.dat"},
+        {u"/opt/lib/libtessel_link.so.0", u"/opt/lib/libtessel_link.dat"},  // its SONAME
+        {u"/opt/lib/libtessel_link.so.0.1.12", u"/opt/lib/libtessel_link.dat"},
+        {u"/opt/lib/libtessel_link.so.0.x", u"/opt/lib/libtessel_link.so.0.dat"},
+        {u"/opt/lib/libtessel_link.so.", u"/opt/lib/libtessel_link.so.dat"},
+        {u"/opt/lib/tool.1", u"/opt/lib/tool.dat"},
         {u"/usr/bin/tessel", u"/usr/bin/tessel.dat"},
         {u"/opt/v1.2/tessel", u"/opt/v1.2/tessel.dat"},    // a '/' ends the search
         {u"C:\\v1.2\\tessel", u"C:\\v1.dat"},              // a '\' does not

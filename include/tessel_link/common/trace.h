@@ -13,6 +13,7 @@ namespace Common {
 using TraceTextSink = void (*)(int level, std::uint32_t a, std::uint32_t b, const char* text);
 using TraceErrorSink = void (*)(int level, const Error& error);
 
+// An observer of every trace entry, at any level; see SetTraceObject.
 class TL_API TraceObject {
 public:
     virtual ~TraceObject();

@@ -8,6 +8,7 @@
 
 namespace Por::Detail {
 
+// Calls `op` with the values of two units, whatever their kinds.
 template <class Op>
 class BinaryValueOperation {
 public:

@@ -13,6 +13,7 @@ namespace Por::Construction {
 using Por::ItemProcessor;
 using Por::IteratorState;
 
+// Dispatch on the value kind for units under construction.
 class TL_API UnitBuilder {
 public:
     virtual ~UnitBuilder() = default;
@@ -26,6 +27,7 @@ public:
 
 using Visitor = UnitBuilder;
 
+// A unit under construction: its traits may grow.
 class TL_API Unit : public Modification::Unit {
 public:
     using Modification::Unit::Accept;
@@ -34,14 +36,18 @@ public:
     virtual Traits& GetTraits() = 0;
 };
 
+// The value of a nil unit.
 class TL_API NilValue : public Modification::NilValue {};
 
+// A value held by copy.
 template <class T>
 class TL_API ScalarValue : public Modification::ScalarValue<T> {};
 
+// A value held by reference.
 template <class T>
 class TL_API ComplexValue : public Modification::ComplexValue<T> {};
 
+// An array that takes new units over.
 class TL_API ArrayValue : public Modification::ArrayValue {
 public:
     using Modification::ArrayValue::At;
@@ -59,12 +65,14 @@ public:
     virtual void PushFront(UnitPtr unit) = 0;
 };
 
+// A property whose unit may be built on.
 class TL_API Property : public Modification::Property {
 public:
     using Modification::Property::GetUnit;
     Unit& GetUnit() override = 0;
 };
 
+// A composite whose properties may be set and removed.
 class TL_API CompositeValue : public Modification::CompositeValue {
 public:
     using Modification::CompositeValue::Find;
@@ -80,6 +88,7 @@ public:
     virtual void Remove(const UnitName& name) = 0;
 };
 
+// Traits that may be added.
 class TL_API Traits : public Modification::Traits {
 public:
     // Takes over the trait. A trait equal to one present (same name, same unit by the unit

@@ -12,6 +12,8 @@ namespace Por::Modification {
 
 using Por::ItemProcessor;
 
+// Dispatch on the value kind with values that may change: Unit::Accept calls the one slot
+// that fits.
 class TL_API UnitModifier {
 public:
     virtual ~UnitModifier() = default;
@@ -25,20 +27,24 @@ public:
 
 using Visitor = UnitModifier;
 
+// A unit whose value may change.
 class TL_API Unit : public View::Unit {
 public:
     using View::Unit::Accept;
     virtual void Accept(UnitModifier& visitor) = 0;
 };
 
+// The value of a nil unit.
 class TL_API NilValue : public View::NilValue {};
 
+// A value held by copy that may be set.
 template <class T>
 class TL_API ScalarValue : public View::ScalarValue<T> {
 public:
     virtual void Set(T value) = 0;
 };
 
+// A value held by reference that may be set.
 template <class T>
 class TL_API ComplexValue : public View::ComplexValue<T> {
 public:
@@ -46,6 +52,7 @@ public:
     virtual void Set(const T& value) = 0;
 };
 
+// An array whose elements may change, be removed, or be added as copies.
 class TL_API ArrayValue : public View::ArrayValue {
 public:
     using View::ArrayValue::At;
@@ -69,12 +76,14 @@ public:
     virtual void PopFront() = 0;
 };
 
+// A property whose unit may change.
 class TL_API Property : public View::Property {
 public:
     using View::Property::GetUnit;
     virtual Unit& GetUnit() = 0;
 };
 
+// A composite whose properties may change; none can be added.
 class TL_API CompositeValue : public View::CompositeValue {
 public:
     using View::CompositeValue::Find;
@@ -84,6 +93,7 @@ public:
     virtual bool Find(const UnitName& name, ItemProcessor<Property>& processor) = 0;
 };
 
+// Traits that may be removed by name.
 class TL_API Traits : public View::Traits {
 public:
     // Removes every trait of the name; returns how many there were.

@@ -60,6 +60,7 @@ struct ConstructionContext {
 TL_API ConstructionContext MakeConstructionContext(UnitPtr unit, Construction::UnitFactory& factory,
                                                    ErrorHandler* errorHandler = nullptr);
 
+// The base of objects that stand over a branch of a unit tree.
 class TL_API PlainObject : private ::Common::NonCopyable, public ::Serialization::CategoryHolder {
 public:
     ~PlainObject() override;
@@ -68,6 +69,7 @@ public:
     virtual UnitPtr DefaultValue(const UnitName& property) const = 0;
 };
 
+// A PlainObject over a given branch: the base of typed objects such as those of gtob/.
 class TL_API BaseObject : public PlainObject {
 public:
     // Not initialised: every access fails until the object is given a tree.

@@ -34,6 +34,7 @@ public:
 
 using Visitor = UnitReader;
 
+// A unit: one value of one kind, read through a UnitReader, and its traits.
 class TL_API Unit : private Common::NonCopyable {
 public:
     virtual ~Unit() = default;
@@ -42,11 +43,13 @@ public:
     virtual const Traits& GetTraits() const = 0;
 };
 
+// The value of a nil unit: it carries nothing.
 class TL_API NilValue : private Common::NonCopyable {
 public:
     virtual ~NilValue() = default;
 };
 
+// A value held by copy (numbers, flags, GUIDs, times).
 template <class T>
 class TL_API ScalarValue : private Common::NonCopyable {
 public:
@@ -54,6 +57,7 @@ public:
     virtual T Get() const = 0;
 };
 
+// A value held by reference (strings, blobs).
 template <class T>
 class TL_API ComplexValue : private Common::NonCopyable {
 public:
@@ -61,6 +65,7 @@ public:
     virtual const T& Get() const = 0;
 };
 
+// An ordered sequence of units.
 class TL_API ArrayValue : private Common::NonCopyable {
 public:
     virtual ~ArrayValue() = default;
@@ -75,6 +80,7 @@ public:
     virtual bool ForEach(ItemProcessor<const Unit>& processor) const = 0;
 };
 
+// A named unit of a composite.
 class TL_API Property : private Common::NonCopyable {
 public:
     virtual ~Property() = default;
@@ -82,6 +88,7 @@ public:
     virtual const Unit& GetUnit() const = 0;
 };
 
+// A record-like value: named properties, one per name.
 class TL_API CompositeValue : private Common::NonCopyable {
 public:
     virtual ~CompositeValue() = default;

@@ -12,6 +12,7 @@
 
 namespace Common {
 
+// A user name and its password, as a record carries them.
 struct Credentials {
     std::u16string UserName;
     std::u16string Password;

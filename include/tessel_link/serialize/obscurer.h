@@ -13,6 +13,7 @@
 
 namespace Serialization {
 
+// Masks secrets before they are written and unmasks them once read.
 class TL_API Obscurer {
 public:
     virtual ~Obscurer();

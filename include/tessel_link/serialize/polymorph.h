@@ -14,6 +14,8 @@
 
 namespace Serialization {
 
+// An object of an open hierarchy: it writes and reads its own members and names its
+// class ID.
 class TL_API Serializable {
 public:
     virtual ~Serializable();

@@ -43,6 +43,7 @@ inline std::u16string_view TextView(const XmlText* text) noexcept {
     return text != nullptr ? text->View() : std::u16string_view();
 }
 
+// One attribute as the tree stores it: its interned name and its text.
 struct XmlAttributeSlot {
     const XmlName* Name;
     const XmlText* Value;  // null for an empty value
@@ -138,6 +139,7 @@ private:
     std::size_t count_;
 };
 
+// One attribute as the iterator shows it: the name in UTF-8, the value in UTF-16.
 struct XmlAttribute {
     std::string_view Name;
     std::u16string_view Value;

@@ -1,0 +1,108 @@
+#!/usr/bin/env python3
+"""Doxygen input filter: the public headers explain themselves in plain // comments, and
+this filter lets Doxygen read them as documentation without a second comment syntax in
+the sources.
+
+- A comment block directly above a declaration at namespace, class or enum scope becomes
+  that declaration's documentation (///).
+- A comment after a declaration on the same line documents that member (///<), and so do
+  the comment lines aligned under it.
+- The first comment block of a file, set apart by a blank line, describes the file.
+- Comments inside function bodies and blocks followed by a blank line stay comments.
+Lines are never added or removed, so Doxygen's line numbers stay those of the header.
+"""
+import re
+import os
+import sys
+
+NAME = ""
+
+SCOPE_OPENER = re.compile(r"\b(namespace|class|struct|union|enum)\b|extern\s+\"C\"")
+WHOLE = re.compile(r"^(\s*)//(?![/!])\s?(.*)$")
+TRAILING = re.compile(r"^(.*?[;,{}]|.*\))\s*//(?![/!<])\s?(.*)$")
+
+
+def as_markdown(text):
+    """Lines set in by two or more spaces are examples (code, packets): a code block."""
+    return "    " + text if text.startswith("  ") else text
+
+
+def in_body(stack):
+    return any(kind == "body" for kind in stack)
+
+
+def filter_lines(lines):
+    out = list(lines)
+    stack = []  # "scope" or "body" for every open brace
+    seen_code = False
+    pending_scope = False  # a scope keyword seen, its brace not yet
+    trailing_column = None
+    i = 0
+    while i < len(lines):
+        line = lines[i]
+        whole = WHOLE.match(line)
+        if whole:
+            # A block of whole-line comments: lines i..j-1.
+            j = i
+            while j < len(lines) and WHOLE.match(lines[j]):
+                j += 1
+            column = len(whole.group(1))
+            if trailing_column is not None and column == trailing_column:
+                for k in range(i, j):
+                    m = WHOLE.match(lines[k])
+                    out[k] = f"{m.group(1)}///< {m.group(2)}"
+            elif not in_body(stack):
+                follows = lines[j] if j < len(lines) else ""
+                if follows.strip() == "" and not seen_code:
+                    first = WHOLE.match(lines[i])
+                    out[i] = f"{first.group(1)}/// @file {NAME} {first.group(2)}"
+                    for k in range(i + 1, j):
+                        m = WHOLE.match(lines[k])
+                        out[k] = f"{m.group(1)}/// {as_markdown(m.group(2))}"
+                    seen_code = True
+                elif follows.strip() != "" and not follows.lstrip().startswith(("#", "}")):
+                    for k in range(i, j):
+                        m = WHOLE.match(lines[k])
+                        out[k] = f"{m.group(1)}/// {as_markdown(m.group(2))}"
+            trailing_column = None
+            i = j
+            continue
+
+        stripped = line.strip()
+        code = line
+        trailing_column = None
+        if "//" in line and not stripped.startswith("#"):
+            m = TRAILING.match(line)
+            if m and not in_body(stack) and '"' not in m.group(1):
+                out[i] = f"{m.group(1)}  ///< {m.group(2)}"
+                trailing_column = line.index("//", len(m.group(1)))
+            code = line.split("//", 1)[0]
+        if stripped and not stripped.startswith("#"):
+            seen_code = True
+        if SCOPE_OPENER.search(code):
+            pending_scope = True
+        for ch in code:
+            if ch == "{":
+                stack.append("scope" if pending_scope else "body")
+                pending_scope = False
+            elif ch == "}":
+                if stack:
+                    stack.pop()
+            elif ch == ";":
+                pending_scope = False
+        i += 1
+    return out
+
+
+def main():
+    global NAME
+    # The name as hosts include it, so that headers of the same name stay apart.
+    path = sys.argv[1].replace(os.sep, "/")
+    NAME = path[path.rfind("tessel_link/"):] if "tessel_link/" in path else os.path.basename(path)
+    with open(sys.argv[1], encoding="utf-8") as f:
+        lines = f.read().split("\n")
+    sys.stdout.write("\n".join(filter_lines(lines)))
+
+
+if __name__ == "__main__":
+    main()
