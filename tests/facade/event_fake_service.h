@@ -212,10 +212,10 @@ public:
         if (OnDispatch) {
             OnDispatch(event);
         }
-        {
-            std::lock_guard<std::mutex> lock(lock_);
-            events_.push_back(event);
-        }
+        // Nothing of the sink is touched after the lock is let go: a sink that unsubscribed
+        // itself above may be destroyed as soon as its waiter sees the event.
+        std::lock_guard<std::mutex> lock(lock_);
+        events_.push_back(event);
         arrived_.notify_all();
         return Result;
     }

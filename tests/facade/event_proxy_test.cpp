@@ -46,10 +46,11 @@ std::vector<std::string> Without(const std::vector<std::string>& calls, const st
 }
 
 TEST(EventProxy, OneQueueAndOneFetchPerTypeAndOneSharedCopyPerEvent) {
-    EventRig rig;
-    ASSERT_NE(rig.Manager, nullptr);
+    // Sinks outlive the proxy that calls them.
     RecordingSink first;
     RecordingSink second;
+    EventRig rig;
+    ASSERT_NE(rig.Manager, nullptr);
     ASSERT_TRUE(rig.Manager->Subscribe(7, &first).Succeeded());
     ASSERT_TRUE(rig.Service->WaitAbsorbing(1));
     ASSERT_TRUE(rig.Manager->Subscribe(7, &second).Succeeded());
@@ -74,9 +75,9 @@ TEST(EventProxy, OneQueueAndOneFetchPerTypeAndOneSharedCopyPerEvent) {
 }
 
 TEST(EventProxy, TwoTypesHaveIndependentQueues) {
-    EventRig rig;
     RecordingSink jobs;
     RecordingSink tasks;
+    EventRig rig;
     ASSERT_TRUE(rig.Manager->Subscribe(1, &jobs).Succeeded());
     ASSERT_TRUE(rig.Manager->Subscribe(2, &tasks).Succeeded());
     ASSERT_TRUE(rig.Service->WaitAbsorbing(2));
@@ -94,9 +95,9 @@ TEST(EventProxy, TwoTypesHaveIndependentQueues) {
 }
 
 TEST(EventProxy, LastUnsubscribeStopsTheFetchThenCancelsThenDestroys) {
-    EventRig rig;
     RecordingSink sink;
     RecordingSink other;
+    EventRig rig;
     // Unknown types and sinks are no error.
     EXPECT_TRUE(rig.Manager->Unsubscribe(3, &sink).Succeeded());
     ASSERT_TRUE(rig.Manager->Subscribe(3, &sink).Succeeded());
@@ -126,8 +127,8 @@ TEST(EventProxy, LastUnsubscribeStopsTheFetchThenCancelsThenDestroys) {
 }
 
 TEST(EventProxy, RemovalAgainstASilentServiceTakesAboutOneSecond) {
-    EventRig rig;
     RecordingSink sink;
+    EventRig rig;
     ASSERT_TRUE(rig.Manager->Subscribe(4, &sink).Succeeded());
     ASSERT_TRUE(rig.Service->WaitAbsorbing(1));
     rig.Service->Silence();
@@ -148,10 +149,10 @@ TEST(EventProxy, RemovalAgainstASilentServiceTakesAboutOneSecond) {
 }
 
 TEST(EventProxy, ASinkMayUnsubscribeItselfOnTheJobThread) {
-    EventRig rig;
     RecordingSink leaving;
     RecordingSink staying;
     std::thread::id dispatchThread;
+    EventRig rig;
     leaving.OnDispatch = [&](const std::shared_ptr<EventManagement::Event>&) {
         dispatchThread = std::this_thread::get_id();
         EXPECT_TRUE(rig.Manager->Unsubscribe(5, &leaving).Succeeded());
@@ -179,9 +180,9 @@ TEST(EventProxy, ASinkMayUnsubscribeItselfOnTheJobThread) {
 }
 
 TEST(EventProxy, FailuresOfTheServiceAndOfSinks) {
-    EventRig rig;
     RecordingSink sink;
     RecordingSink failing;
+    EventRig rig;
     failing.Result = Common::Error(TL_ORIGIN("Sink"), 0x840020, u"sink is full");
 
     // A failing CreateQueue leaves nothing behind.
@@ -210,11 +211,11 @@ TEST(EventProxy, FailuresOfTheServiceAndOfSinks) {
 TEST(EventProxy, AFetchThatCannotBeSentWaitsForTheFirstSinkAnew) {
     auto loopback = std::make_shared<Binding::LoopbackChannel>();
     auto refusing = std::make_shared<RefusingChannel>(loopback);
+    RecordingSink sink;
+    RecordingSink second;
     EventRig rig(refusing);
     // The rig's own loopback is not used; this one serves the same service.
     loopback->Register(std::make_unique<EventManagement::EventManager_Dispatcher>(rig.Service));
-    RecordingSink sink;
-    RecordingSink second;
     refusing->RefuseFetches = true;
     ASSERT_TRUE(rig.Manager->Subscribe(8, &sink).Succeeded());
     ASSERT_TRUE(rig.Manager->Subscribe(8, &second).Succeeded());
@@ -235,12 +236,12 @@ TEST(EventProxy, AFetchThatCannotBeSentWaitsForTheFirstSinkAnew) {
 }
 
 TEST(EventProxy, EventsArrivingDuringDeliveryWaitForTheNextFetch) {
-    EventRig rig;
     RecordingSink sink;
     std::mutex gate;
     std::condition_variable moved;
     bool inside = false;
     bool open = false;
+    EventRig rig;
     sink.OnDispatch = [&](const std::shared_ptr<EventManagement::Event>& event) {
         if (event->SubType != 1) {
             return;
@@ -274,8 +275,8 @@ TEST(EventProxy, EventsArrivingDuringDeliveryWaitForTheNextFetch) {
 
 TEST(EventProxy, ShutdownAndDestructionCloseEveryQueue) {
     {
-        EventRig rig;
         RecordingSink sink;
+        EventRig rig;
         ASSERT_TRUE(rig.Manager->Subscribe(1, &sink).Succeeded());
         ASSERT_TRUE(rig.Manager->Subscribe(2, &sink).Succeeded());
         ASSERT_TRUE(rig.Service->WaitAbsorbing(2));
@@ -289,8 +290,8 @@ TEST(EventProxy, ShutdownAndDestructionCloseEveryQueue) {
         rig.Component.reset();
         EXPECT_EQ(rig.Service->CountCalls("DestroyQueue"), 2);
     }
-    EventRig rig;
     RecordingSink sink;
+    EventRig rig;
     ASSERT_TRUE(rig.Manager->Subscribe(1, &sink).Succeeded());
     ASSERT_TRUE(rig.Service->WaitAbsorbing(1));
     rig.Component.reset();

@@ -19,6 +19,22 @@ constexpr int kThreads = 8;
 constexpr int kSinks = 100;
 constexpr std::uint32_t kEventsPerType = 150;
 
+// A churning sink notes, per subscription, the sequence numbers it received.
+struct ChurnSink : EventManagement::EventDispatcher {
+    std::uint32_t Type = 0;
+    std::mutex Lock;
+    std::vector<std::vector<std::uint32_t>> Rounds;
+    std::vector<std::uint32_t> WrongTypes;
+    Common::Error Dispatch(const std::shared_ptr<EventManagement::Event>& event) override {
+        const std::lock_guard<std::mutex> lock(Lock);
+        if (event->Type != Type) {
+            WrongTypes.push_back(event->Type);
+        }
+        Rounds.back().push_back(event->SubType);
+        return Common::ErrorSuccess;
+    }
+};
+
 // Eight threads subscribe and unsubscribe a hundred sinks over ten types while events of
 // every type flow. Types 0 to 4 also have a steady sink each, subscribed for the whole run,
 // so their dispatchers live throughout; types 5 to 9 lose their last sink again and again,
@@ -28,31 +44,17 @@ constexpr std::uint32_t kEventsPerType = 150;
 // event twice or one of a type it did not subscribe to, and while a sink stays subscribed
 // it misses nothing: the events it got in one subscription follow each other without gap.
 TEST(EventThreads, EightThreadsChurnAHundredSinksWhileEventsFlow) {
+    // Sinks outlive the proxy that calls them.
+    std::vector<RecordingSink> steady(5);
+    std::vector<ChurnSink> sinks(kSinks);
     EventRig rig;
     ASSERT_NE(rig.Manager, nullptr);
 
-    std::vector<RecordingSink> steady(5);
     for (std::uint32_t type = 0; type < 5; ++type) {
         ASSERT_TRUE(rig.Manager->Subscribe(type, &steady[type]).Succeeded());
     }
     ASSERT_TRUE(rig.Service->WaitAbsorbing(5));
 
-    // A churning sink notes, per subscription, the sequence numbers it received.
-    struct ChurnSink : EventManagement::EventDispatcher {
-        std::uint32_t Type = 0;
-        std::mutex Lock;
-        std::vector<std::vector<std::uint32_t>> Rounds;
-        std::vector<std::uint32_t> WrongTypes;
-        Common::Error Dispatch(const std::shared_ptr<EventManagement::Event>& event) override {
-            const std::lock_guard<std::mutex> lock(Lock);
-            if (event->Type != Type) {
-                WrongTypes.push_back(event->Type);
-            }
-            Rounds.back().push_back(event->SubType);
-            return Common::ErrorSuccess;
-        }
-    };
-    std::vector<ChurnSink> sinks(kSinks);
     for (int i = 0; i < kSinks; ++i) {
         sinks[i].Type = static_cast<std::uint32_t>(i) % kTypes;
     }
