@@ -130,7 +130,7 @@ void nt_dir_iterator::StartAt(Platform::DirHandle at, const std::string& dirName
     }
     single_ = std::move(name);
     Platform::EntryStatus status;
-    const Platform::SystemError failure = io_.Status(fd_, single_, false, status);
+    const Platform::SystemError failure = io_.Status(fd_, single_.c_str(), false, status);
     if (failure.Failed()) {
         const std::u16string full = dirPath_ + NativeNameToWide(single_);
         RecordError(MakeSystemError(TL_ORIGIN("nt_dir::GetIterator"), "fstatat", full.c_str(),
@@ -155,7 +155,7 @@ void nt_dir_iterator::StartSelf(Platform::DirHandle at, const std::string& dirNa
         return;
     }
     Platform::EntryStatus status;
-    const Platform::SystemError failure = io_.Status(fd_, std::string(), false, status);
+    const Platform::SystemError failure = io_.Status(fd_, "", false, status);
     if (failure.Failed()) {
         RecordError(MakeSystemError(TL_ORIGIN("nt_dir::GetSelfIterator"), "fstatat",
                                     dirPath_.c_str(), failure, kOpenFailed));
@@ -291,7 +291,7 @@ const char16_t* nt_dir_iterator::GetName() {
         return nullptr;
     }
     if (!wideReady_) {
-        wide_ = NativeNameToWide(std::string_view(name_, nameLength_));
+        WidenNativeName(std::string_view(name_, nameLength_), wide_);
         wideReady_ = true;
     }
     return wide_.c_str();
@@ -322,7 +322,7 @@ const Platform::EntryStatus* nt_dir_iterator::Status() {
     }
     if (!statusReady_) {
         const Platform::SystemError failure =
-            io_.Status(fd_, std::string(name_, nameLength_), false, status_);
+            io_.Status(fd_, name_, false, status_);
         if (failure.Failed()) {
             RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetStatus"), "fstatat",
                                         GetFullPath(), failure, kOpenFailed));

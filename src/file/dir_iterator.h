@@ -110,6 +110,10 @@ private:
     std::u16string fullPath_;
 };
 
+// Replaces `out` with the wide form of the system name `name` (see NativeNameToWide),
+// reusing its storage.
+void WidenNativeName(std::string_view name, std::u16string& out);
+
 // True when `name` matches `mask`: '*' any run of characters, '?' one character.
 bool MatchMask(std::u16string_view mask, std::u16string_view name) noexcept;
 

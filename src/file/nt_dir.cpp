@@ -79,7 +79,12 @@ void AppendUtf8(std::string& out, char32_t cp) {
 
 std::u16string NativeNameToWide(std::string_view name) {
     std::u16string out;
-    out.reserve(name.size());
+    WidenNativeName(name, out);
+    return out;
+}
+
+void WidenNativeName(std::string_view name, std::u16string& out) {
+    out.clear();
     const auto* p = reinterpret_cast<const unsigned char*>(name.data());
     std::size_t i = 0;
     while (i < name.size()) {
@@ -102,7 +107,6 @@ std::u16string NativeNameToWide(std::string_view name) {
             i += n;
         }
     }
-    return out;
 }
 
 std::string WideNameToNative(std::u16string_view name) {
@@ -237,7 +241,7 @@ bool nt_dir::Resolve(iterator& position, const char* function, Target& target) {
         target.At = ours->Directory();
         target.Name = std::string(ours->NativeName());
         if (target.Name.empty()) {
-            target.Name = ".";  // the iterator that stands on its directory
+            target.Name.push_back('.');  // the iterator that stands on its directory
         }
         target.Path = ours->GetFullPath();
         return true;
@@ -365,7 +369,7 @@ rio_dir* nt_dir::OpenDir(const char16_t* name) {
         return nullptr;
     }
     if (t.Name.empty()) {
-        t.Name = ".";
+        t.Name.push_back('.');
     }
     return OpenDirAt(t, "nt_dir::OpenDir");
 }
@@ -502,7 +506,7 @@ i_dir::iterator* nt_dir::GetSelfIterator() {
     // The root of a mount has no parent on its own device, or is its own parent.
     Platform::EntryStatus self, parent;
     bool volume = false;
-    if (!io_.Status(handle_, std::string(), true, self).Failed() &&
+    if (!io_.Status(handle_, "", true, self).Failed() &&
         !io_.Status(handle_, "..", true, parent).Failed()) {
         volume = self.Device != parent.Device || self.Inode == parent.Inode;
     }
@@ -542,7 +546,7 @@ int nt_dir::Compare(const file_identifier& a, const file_identifier& b) {
 
 bool nt_dir::FindOwnMount(MountPoint& mount, const char* function) {
     Platform::EntryStatus self;
-    Platform::SystemError failure = io_.Status(handle_, std::string(), true, self);
+    Platform::SystemError failure = io_.Status(handle_, "", true, self);
     if (failure.Failed()) {
         return Fail(function, "fstatat", path_, failure, kOpenFailed);
     }

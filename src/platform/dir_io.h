@@ -82,8 +82,9 @@ public:
     // Reads the next block of entry records into `buffer`; `got` 0 is the end.
     virtual SystemError ReadEntries(DirHandle dir, void* buffer, std::size_t size,
                                     std::size_t& got) = 0;
-    // The status of `name` (or of `at` itself when `name` is empty).
-    virtual SystemError Status(DirHandle at, const std::string& name, bool followLinks,
+    // The status of `name` (or of `at` itself when `name` is empty). The name is a C string,
+    // so that names straight from a block of entries need no copy.
+    virtual SystemError Status(DirHandle at, const char* name, bool followLinks,
                                EntryStatus& status) = 0;
     virtual SystemError ReadLink(DirHandle at, const std::string& name, std::string& target) = 0;
     virtual SystemError MakeDir(DirHandle at, const std::string& name, std::uint32_t mode) = 0;

@@ -122,17 +122,14 @@ public:
         return {};
     }
 
-    SystemError Status(DirHandle at, const std::string& name, bool followLinks,
+    SystemError Status(DirHandle at, const char* name, bool followLinks,
                        EntryStatus& status) override {
-        if (Bad(name)) {
-            return FromErrno(EINVAL);
-        }
         struct stat s {};
         int flags = followLinks ? 0 : AT_SYMLINK_NOFOLLOW;
-        if (name.empty()) {
+        if (name[0] == '\0') {
             flags |= AT_EMPTY_PATH;
         }
-        if (::fstatat(At(at), name.c_str(), &s, flags) != 0) {
+        if (::fstatat(At(at), name, &s, flags) != 0) {
             return LastError();
         }
         status.Device = s.st_dev;

@@ -71,7 +71,7 @@ public:
         return real_.ReadEntries(dir, buffer, blockLimit != 0 && blockLimit < size ? blockLimit : size,
                                  got);
     }
-    Platform::SystemError Status(Platform::DirHandle at, const std::string& name, bool follow,
+    Platform::SystemError Status(Platform::DirHandle at, const char* name, bool follow,
                                  Platform::EntryStatus& status) override {
         if (auto f = Take(Call::Status)) {
             return *f;
