@@ -1,0 +1,254 @@
+#include <sys/stat.h>
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <tessel_link/common/unicode.h>
+#include <tessel_link/file/system_dir.h>
+
+#include "command.h"
+#include "file/dir_iterator.h"
+#include "file/roots.h"
+#include "json_text.h"
+
+namespace tessel_cli {
+namespace {
+
+// A name for the plain listing: the system's bytes, with control characters as \xHH and a
+// backslash doubled, so that every name stays on one line and reads back unambiguously.
+std::string PlainName(std::u16string_view wide) {
+    const std::string bytes = File::WideNameToNative(wide);
+    std::string out;
+    for (const char c : bytes) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20 || u == 0x7f) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", u);
+            out += escape;
+        } else if (c == '\\') {
+            out += "\\\\";
+        } else {
+            out.push_back(c);
+        }
+    }
+    return out;
+}
+
+// A name for JSON: UTF-8, and a byte that is not UTF-8 as the escape of the lone surrogate
+// that stands for it (\udc80 to \udcff), so the bytes can be recovered exactly.
+std::string JsonName(std::u16string_view wide) {
+    std::string out = "\"";
+    std::u16string run;
+    const auto flush = [&] {
+        const std::string text = JsonString(Common::Utf16ToUtf8(run));
+        out.append(text, 1, text.size() - 2);
+        run.clear();
+    };
+    for (std::size_t i = 0; i < wide.size(); ++i) {
+        const char16_t c = wide[i];
+        const bool high = c >= 0xd800 && c <= 0xdbff;
+        const bool paired = high && i + 1 < wide.size() && wide[i + 1] >= 0xdc00 &&
+                            wide[i + 1] <= 0xdfff;
+        if (paired) {
+            run.push_back(c);
+            run.push_back(wide[++i]);
+        } else if (c >= 0xd800 && c <= 0xdfff) {
+            flush();
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
+            out += escape;
+        } else {
+            run.push_back(c);
+        }
+    }
+    flush();
+    out.push_back('"');
+    return out;
+}
+
+const char* TypeWord(std::uint32_t type) {
+    switch (type) {
+        case File::entry_file:
+            return "file";
+        case File::entry_dir:
+            return "dir";
+        case File::entry_link:
+            return "link";
+        default:
+            return "other";
+    }
+}
+
+const char* DriveWord(std::uint32_t type) {
+    switch (type) {
+        case File::drive_removable:
+            return "removable";
+        case File::drive_fixed:
+            return "fixed";
+        case File::drive_remote:
+            return "network";
+        case File::drive_optical:
+            return "optical";
+        case File::drive_ramdisk:
+            return "ramdisk";
+        default:
+            return "unknown";
+    }
+}
+
+// The whole chain of an error, head first, each record with its parameters.
+int FailWithChain(const Common::Error& error) {
+    std::string message;
+    int depth = 0;
+    for (Common::Error r = error; !r.Empty(); r = r.Cause(), ++depth) {
+        char code[16];
+        std::snprintf(code, sizeof code, "0x%08" PRIx32, r.Code());
+        message += depth == 0 ? "" : "\n  caused by: ";
+        message += code;
+        const std::u16string text = r.Text();
+        if (!text.empty()) {
+            message += " " + Common::Utf16ToUtf8(text);
+        }
+        if (const char* function = r.GetAnsi("function")) {
+            message += std::string(" [") + function + "]";
+        }
+        if (const char16_t* path = r.GetWide("path")) {
+            message += " " + PlainName(path);
+        }
+        const std::uint64_t errnum = r.GetNumber("Errno");
+        if (r.Code() == Common::Error::kErrnoCode) {
+            message += " errno " + std::to_string(errnum);
+        }
+    }
+    return Fail(message);
+}
+
+struct Row {
+    std::u16string name;
+    std::uint32_t type = File::entry_other;
+    std::uint64_t size = 0, allocated = 0, links = 0, mode = 0, uid = 0;
+    std::int64_t mtime = 0;
+    std::u16string target;
+    const char* drive = nullptr;
+};
+
+std::string Format(const Row& row, bool json, bool longForm) {
+    char numbers[160];
+    if (json) {
+        std::snprintf(numbers, sizeof numbers,
+                      ", \"type\": \"%s\", \"size\": %" PRIu64 ", \"allocated\": %" PRIu64
+                      ", \"links\": %" PRIu64 ", \"mode\": %" PRIu64 ", \"uid\": %" PRIu64
+                      ", \"mtime_ms\": %" PRId64 ", \"target\": ",
+                      TypeWord(row.type), row.size, row.allocated, row.links, row.mode, row.uid,
+                      row.mtime);
+        std::string out = "{\"name\": " + JsonName(row.name) + numbers +
+                          (row.type == File::entry_link ? JsonName(row.target) : "null");
+        if (row.drive != nullptr) {
+            out += std::string(", \"drive\": \"") + row.drive + "\"";
+        }
+        return out + "}";
+    }
+    if (!longForm) {
+        return PlainName(row.name) + "\n";
+    }
+    std::snprintf(numbers, sizeof numbers,
+                  "%-5s %12" PRIu64 " %12" PRIu64 " %4" PRIu64 " %06" PRIo64 " %6" PRIu64
+                  " %14" PRId64 " ",
+                  TypeWord(row.type), row.size, row.allocated, row.links, row.mode, row.uid,
+                  row.mtime);
+    std::string out = numbers + PlainName(row.name);
+    if (row.drive != nullptr) {
+        out += std::string(" (") + row.drive + ")";
+    }
+    if (row.type == File::entry_link) {
+        out += " -> " + PlainName(row.target);
+    }
+    return out + "\n";
+}
+
+int Ls(const Arguments& args) {
+    const bool json = args.Has("--json");
+    const bool longForm = args.Has("--long");
+    for (std::size_t i = 0; i < args.words.size(); ++i) {
+        if (args.words[i] == "--as" || args.words[i].rfind("--as=", 0) == 0) {
+            return Fail(
+                "0x0004000e The operation is not supported. [--as: listing as another user is "
+                "not supported yet]");
+        }
+    }
+    if (args.positional.size() > 1) {
+        return UsageError("ls takes at most one PATH");
+    }
+    const std::string path = args.positional.empty() ? std::string() : args.positional[0];
+    Common::Error error;
+    const std::unique_ptr<File::rio_dir> dir =
+        File::OpenSystemDir(File::NativeNameToWide(path), error);
+    if (!dir) {
+        return FailWithChain(error);
+    }
+    const std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
+    if (!it) {
+        return FailWithChain(dir->GetError());
+    }
+    std::string out = json ? "[" : "";
+    bool first = true;
+    for (; !it->Failed(); it->Next()) {
+        Row row;
+        row.name = it->GetName();
+        if (auto* mount = dynamic_cast<File::mount_iterator*>(it.get())) {
+            row.type = File::entry_dir;
+            row.drive = DriveWord(mount->GetType());
+        } else {
+            auto* entry = dynamic_cast<File::nt_dir_iterator*>(it.get());
+            row.type = it->GetType();
+            if (json || longForm) {
+                row.size = it->GetSize();
+                row.allocated = entry != nullptr ? entry->GetAllocatedSize() : 0;
+                row.links = it->GetLinkCount();
+                row.mode = it->GetUnixMode() & 07777;
+                row.uid = it->GetUnixOwner();
+                row.mtime = it->GetWriteTime();
+                if (row.type == File::entry_link) {
+                    const char16_t* target = it->GetSymLinkTarget();
+                    row.target = target != nullptr ? target : u"";
+                }
+                if (it->Failed()) {
+                    break;  // an entry that vanished or can't be read: reported below
+                }
+            }
+        }
+        if (json) {
+            out += first ? "\n  " : ",\n  ";
+        }
+        out += Format(row, json, longForm);
+        first = false;
+    }
+    if (it->GetError().Code() != 0x40002) {
+        std::fwrite(out.data(), 1, out.size(), stdout);
+        return FailWithChain(it->GetError());
+    }
+    if (json) {
+        out += first ? "]\n" : "\n]\n";
+    }
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    return 0;
+}
+
+const CommandRegistration kLs(
+    {"ls", "[--json] [--long] [--as USER] [PATH]", "List a directory, or the mount points.",
+     "One line per entry, in the order the file system gives, with the name exactly as the\n"
+     "system has it: control characters are written \\xHH and a backslash is doubled. With\n"
+     "--long each line is TYPE SIZE ALLOCATED LINKS MODE UID MTIME_MS NAME, and -> TARGET\n"
+     "for a symbolic link; TYPE is file, dir, link or other, MODE is octal, MTIME_MS is\n"
+     "milliseconds since 1970. With --json: an array of objects with the fields name, type,\n"
+     "size, allocated, links, mode, uid, mtime_ms and target (null unless a link); a byte of\n"
+     "a name that is not UTF-8 is written as the escape \\udcXX of its value.\n"
+     "Without PATH (or with an empty one) the mount points are listed, each with its drive\n"
+     "class (fixed, removable, network, optical, ramdisk, unknown).\n"
+     "--as USER (listing under another user's identity) is not supported yet.\n"
+     "A failure prints the error with its causes and exits with status 1.",
+     Ls});
+
+}  // namespace
+}  // namespace tessel_cli

@@ -1,0 +1,118 @@
+#pragma once
+
+// Directories of the operating system: opening one by path, the root above the mount points,
+// the classes of their entries, and the IOCTL commands that they understand.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <tessel_link/common/error.h>
+#include <tessel_link/export.h>
+#include <tessel_link/file/dir_object.h>
+#include <tessel_link/file/file_object.h>
+#include <tessel_link/file/usn_journal.h>
+
+namespace File {
+
+// The classes that GetType gives for entries of a directory. The entries of the root are
+// mount points, whose class is their drive class (drive_fixed and the others).
+enum entry_type : std::uint32_t {
+    entry_file = 0,
+    entry_dir = 1,
+    entry_link = 2,   // a symbolic link, whatever it points at
+    entry_other = 3,  // devices, pipes, sockets
+};
+
+// Selectors of OpenSpecialDir.
+enum special_dir : std::uint32_t {
+    special_top = 0,        // the root above the mount points
+    special_temporary = 1,  // $TMPDIR, else /tmp
+    special_current = 2,    // the working directory of the process
+    special_home = 3,       // $HOME, else the user database's home of the real user
+};
+
+// DOS attribute bits that directory entries report.
+inline constexpr std::uint32_t kAttributeReadOnly = 0x1;
+inline constexpr std::uint32_t kAttributeHidden = 0x2;
+inline constexpr std::uint32_t kAttributeDirectory = 0x10;
+inline constexpr std::uint32_t kAttributeNormal = 0x80;
+inline constexpr std::uint32_t kAttributeReparsePoint = 0x400;
+
+// Opens the directory at `path`, which names it as the system does (on Linux absolute or
+// relative to the working directory; an empty path is the root above the mount points).
+// Null with `error` set on failure.
+TL_API std::unique_ptr<rio_dir> OpenSystemDir(const std::u16string& path, Common::Error& error);
+
+// The root above the mount points: its iterator lists the mount points in ascending order
+// of their paths, each with its drive class as its type. Names given to it are paths.
+TL_API std::unique_ptr<rio_dir> CreateRootDir();
+
+// Names of the system as wide strings and back, without loss: bytes that are not UTF-8
+// become the lone surrogates U+DC80 to U+DCFF, which turn back into the same bytes.
+TL_API std::u16string NativeNameToWide(std::string_view name);
+TL_API std::string WideNameToNative(std::u16string_view name);
+
+// Sets the times of an entry of the directory; a time below 0 leaves that time as it is.
+// Times are milliseconds since 1970. Creation times cannot be set here and are ignored.
+struct set_times_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("STME");
+    set_times_command() { Code = kCode; }
+    const char16_t* Name = nullptr;
+    std::int64_t Creation = -1;
+    std::int64_t Access = -1;
+    std::int64_t Write = -1;
+};
+
+// Turns compression of a file on or off, on file systems that have it.
+struct compression_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("CMPR");
+    compression_command() { Code = kCode; }
+    const char16_t* Name = nullptr;
+    bool On = true;
+};
+
+// The file system of the directory's volume: its type name, the statvfs flags and the
+// longest name it takes.
+struct file_system_info_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("GFST");
+    file_system_info_command() { Code = kCode; }
+    std::u16string Name;
+    std::uint64_t Flags = 0;
+    std::uint64_t MaxNameLength = 0;
+};
+
+// Reads the target of a symbolic link into a buffer of the caller; `Returned` is its length
+// in bytes, as the system stores it.
+struct reparse_point_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("REPP");
+    reparse_point_command() { Code = kCode; }
+    const char16_t* Name = nullptr;
+    void* Buffer = nullptr;
+    std::size_t Size = 0;
+    std::size_t Returned = 0;
+};
+
+// Opens a file for a backup read: for reading, without following a final symbolic link.
+struct open_backup_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("OFBS");
+    open_backup_command() { Code = kCode; }
+    const char16_t* Name = nullptr;
+    bool Shared = false;
+    std::unique_ptr<rio_file> File;
+};
+
+// Commands without a subject on this platform yet: they answer 0x4000e.
+inline constexpr std::uint32_t kBackupCommand = CommandCode("BKUP");
+inline constexpr std::uint32_t kRestoreCommand = CommandCode("RSTR");
+inline constexpr std::uint32_t kSecurityRequestCommand = CommandCode("SRSQ");
+inline constexpr std::uint32_t kPendingRenameCommand = CommandCode("PDRN");
+inline constexpr std::uint32_t kShortNameCommand = CommandCode("SSFN");
+inline constexpr std::uint32_t kEncryptCommand = CommandCode("CRPT");
+inline constexpr std::uint32_t kTokenCommand = CommandCode("GWST");
+inline constexpr std::uint32_t kLogonCommand = CommandCode("SPWD");
+inline constexpr std::uint32_t kSystemPropertyCommand = CommandCode("GSYP");
+inline constexpr std::uint32_t kNoCacheDirCommand = CommandCode("NCDR");
+
+}  // namespace File

@@ -1,0 +1,462 @@
+#include "file/dir_iterator.h"
+
+#include <sys/stat.h>
+#include <cstring>
+
+#include <tessel_link/common/messages.h>
+#include <tessel_link/file/system_dir.h>
+
+#include "file/file_errors.h"
+#include "file/system_error.h"
+
+namespace File {
+
+namespace {
+
+constexpr std::uint64_t kUnknown = ~std::uint64_t{0};
+
+std::int64_t Milliseconds(std::int64_t ns) {
+    // Rounds towards the past, so that times before 1970 stay ordered.
+    return ns >= 0 ? ns / 1000000 : -((-ns + 999999) / 1000000);
+}
+
+unsigned char TypeFromMode(std::uint32_t mode) {
+    switch (mode & S_IFMT) {
+        case S_IFDIR:
+            return Platform::kTypeDir;
+        case S_IFREG:
+            return Platform::kTypeFile;
+        case S_IFLNK:
+            return Platform::kTypeLink;
+        case S_IFCHR:
+            return Platform::kTypeChar;
+        case S_IFBLK:
+            return Platform::kTypeBlock;
+        case S_IFIFO:
+            return Platform::kTypeFifo;
+        case S_IFSOCK:
+            return Platform::kTypeSocket;
+        default:
+            return Platform::kTypeUnknown;
+    }
+}
+
+std::uint64_t Load64(const unsigned char* p) {
+    std::uint64_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+std::uint16_t Load16(const unsigned char* p) {
+    std::uint16_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+}  // namespace
+
+bool MatchMask(std::u16string_view mask, std::u16string_view name) noexcept {
+    // Greedy matching with one point to return to: the last '*' seen.
+    std::size_t m = 0, n = 0, star = std::u16string_view::npos, resume = 0;
+    while (n < name.size()) {
+        if (m < mask.size() && (mask[m] == u'?' || mask[m] == name[n])) {
+            ++m;
+            ++n;
+        } else if (m < mask.size() && mask[m] == u'*') {
+            star = m++;
+            resume = n;
+        } else if (star != std::u16string_view::npos) {
+            m = star + 1;
+            n = ++resume;
+        } else {
+            return false;
+        }
+    }
+    while (m < mask.size() && mask[m] == u'*') {
+        ++m;
+    }
+    return m == mask.size();
+}
+
+nt_dir_iterator::~nt_dir_iterator() {
+    CloseDirectory();
+}
+
+void nt_dir_iterator::CloseDirectory() {
+    if (fd_ != Platform::kNoDir) {
+        io_.CloseDir(fd_);
+        fd_ = Platform::kNoDir;
+    }
+    reading_ = false;
+}
+
+bool nt_dir_iterator::Open(Platform::DirHandle at, const std::string& dirName,
+                           const char* function) {
+    const Platform::SystemError failure = io_.OpenDir(at, dirName, fd_);
+    if (failure.Failed()) {
+        RecordError(
+            MakeSystemError(TL_ORIGIN(function), "openat", dirPath_.c_str(), failure, kReadFailed));
+        return false;
+    }
+    return true;
+}
+
+void nt_dir_iterator::Start(Platform::DirHandle at, const std::string& dirName,
+                            std::u16string dirPath, std::u16string mask) {
+    mode_ = Mode::Listing;
+    dirPath_ = std::move(dirPath);
+    mask_ = mask == u"*" ? std::u16string() : std::move(mask);
+    if (!Open(at, dirName, "nt_dir::GetIterator")) {
+        return;
+    }
+    reading_ = true;
+    if (!Fetch()) {
+        return;
+    }
+    Load();
+    if (!Matches()) {
+        Next();
+    } else {
+        matchedAny_ = true;
+    }
+}
+
+void nt_dir_iterator::StartAt(Platform::DirHandle at, const std::string& dirName,
+                              std::u16string dirPath, std::string name) {
+    mode_ = Mode::Single;
+    dirPath_ = std::move(dirPath);
+    if (!Open(at, dirName, "nt_dir::GetIterator")) {
+        return;
+    }
+    single_ = std::move(name);
+    Platform::EntryStatus status;
+    const Platform::SystemError failure = io_.Status(fd_, single_.c_str(), false, status);
+    if (failure.Failed()) {
+        const std::u16string full = dirPath_ + NativeNameToWide(single_);
+        RecordError(MakeSystemError(TL_ORIGIN("nt_dir::GetIterator"), "fstatat", full.c_str(),
+                                    failure, kOpenFailed));
+        return;
+    }
+    hasCurrent_ = true;
+    name_ = single_.data();
+    nameLength_ = single_.size();
+    type_ = TypeFromMode(status.Mode);
+    inode_ = status.Inode;
+    status_ = status;
+    statusReady_ = true;
+}
+
+void nt_dir_iterator::StartSelf(Platform::DirHandle at, const std::string& dirName,
+                                std::u16string dirPath, std::u16string displayName,
+                                bool volume) {
+    mode_ = volume ? Mode::Volume : Mode::Self;
+    dirPath_ = std::move(dirPath);
+    if (!Open(at, dirName, "nt_dir::GetSelfIterator")) {
+        return;
+    }
+    Platform::EntryStatus status;
+    const Platform::SystemError failure = io_.Status(fd_, "", false, status);
+    if (failure.Failed()) {
+        RecordError(MakeSystemError(TL_ORIGIN("nt_dir::GetSelfIterator"), "fstatat",
+                                    dirPath_.c_str(), failure, kOpenFailed));
+        return;
+    }
+    hasCurrent_ = true;
+    single_.clear();  // the status is asked of the descriptor itself
+    name_ = single_.data();
+    nameLength_ = 0;
+    type_ = TypeFromMode(status.Mode);
+    inode_ = status.Inode;
+    status_ = status;
+    statusReady_ = true;
+    displayName_ = std::move(displayName);
+    wide_ = displayName_;
+    wideReady_ = true;
+}
+
+bool nt_dir_iterator::Fetch() {
+    if (Failed() || !reading_) {
+        Finish();
+        RecordError(MakeFileError(TL_ORIGIN("nt_dir::iterator::Next"), kEndOfFile));
+        return false;
+    }
+    std::size_t got = 0;
+    const Platform::SystemError failure = io_.ReadEntries(fd_, buffer_, kBlockSize, got);
+    if (failure.Failed()) {
+        Finish();
+        RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::Next"), "getdents64",
+                                    dirPath_.c_str(), failure, kReadFailed));
+        return false;
+    }
+    if (got == 0) {
+        Finish();
+        if (!mask_.empty() && !matchedAny_) {
+            // Nothing matched the pattern: the pattern names a file that is not there.
+            const std::u16string full = dirPath_ + mask_;
+            RecordError(Common::Error::WithFunctionAndPath(
+                TL_ORIGIN("nt_dir::GetIterator"), kFileNotFound.Code,
+                Common::GetMessageRow(kFileNotFound.Row), "getdents64", full.c_str()));
+        } else {
+            RecordError(MakeFileError(TL_ORIGIN("nt_dir::iterator::Next"), kEndOfFile));
+        }
+        return false;
+    }
+    filled_ = got;
+    pos_ = 0;
+    return true;
+}
+
+void nt_dir_iterator::ForgetEntry() {
+    wideReady_ = false;
+    statusReady_ = false;
+    targetReady_ = false;
+    fullPath_.clear();
+}
+
+void nt_dir_iterator::Finish() {
+    hasCurrent_ = false;
+    name_ = nullptr;
+    nameLength_ = 0;
+    ForgetEntry();
+    CloseDirectory();
+}
+
+void nt_dir_iterator::Load() {
+    const unsigned char* record = buffer_ + pos_;
+    inode_ = Load64(record + Platform::DirRecordLayout::kInode);
+    type_ = record[Platform::DirRecordLayout::kType];
+    name_ = reinterpret_cast<const char*>(record + Platform::DirRecordLayout::kName);
+    const std::size_t length = Load16(record + Platform::DirRecordLayout::kLength);
+    const std::size_t room =
+        length > Platform::DirRecordLayout::kName ? length - Platform::DirRecordLayout::kName : 0;
+    nameLength_ = strnlen(name_, room);
+    hasCurrent_ = true;
+    ForgetEntry();
+}
+
+bool nt_dir_iterator::Matches() {
+    const std::string_view name(name_, nameLength_);
+    if (name == "." || name == "..") {
+        return false;
+    }
+    return mask_.empty() || MatchMask(mask_, GetName());
+}
+
+bool nt_dir_iterator::Next() {
+    if (Failed()) {
+        return false;
+    }
+    if (mode_ != Mode::Listing) {
+        Finish();
+        RecordError(MakeFileError(TL_ORIGIN(mode_ == Mode::Volume
+                                                ? "nt_dir::volume_self_iterator::Next"
+                                                : "nt_dir::iterator::Next"),
+                                  kEndOfFile));
+        return false;
+    }
+    for (;;) {
+        if (!hasCurrent_) {
+            if (!Fetch()) {
+                return false;
+            }
+        } else {
+            const std::size_t length = Load16(buffer_ + pos_ + Platform::DirRecordLayout::kLength);
+            pos_ += length;
+            // A record that claims no room, or more than the block holds, ends the block.
+            if (length == 0 || pos_ + Platform::DirRecordLayout::kName >= filled_) {
+                hasCurrent_ = false;
+                if (!Fetch()) {
+                    return false;
+                }
+            }
+        }
+        if (pos_ + Platform::DirRecordLayout::kName >= filled_) {
+            hasCurrent_ = false;
+            continue;
+        }
+        Load();
+        if (Matches()) {
+            matchedAny_ = true;
+            return true;
+        }
+    }
+}
+
+std::string_view nt_dir_iterator::NativeName() const noexcept {
+    return hasCurrent_ && !Failed() ? std::string_view(name_, nameLength_) : std::string_view();
+}
+
+const char16_t* nt_dir_iterator::GetName() {
+    if (Failed() || !hasCurrent_) {
+        return nullptr;
+    }
+    if (!wideReady_) {
+        WidenNativeName(std::string_view(name_, nameLength_), wide_);
+        wideReady_ = true;
+    }
+    return wide_.c_str();
+}
+
+file_identifier* nt_dir_iterator::GetIdentifier() {
+    const char16_t* name = GetName();
+    if (name == nullptr) {
+        return nullptr;
+    }
+    return new the_identifier(name, name_, nameLength_);
+}
+
+const char16_t* nt_dir_iterator::GetFullPath() {
+    const char16_t* name = GetName();
+    if (name == nullptr) {
+        return nullptr;
+    }
+    if (fullPath_.empty()) {
+        fullPath_ = mode_ == Mode::Self || mode_ == Mode::Volume ? dirPath_ : dirPath_ + name;
+    }
+    return fullPath_.c_str();
+}
+
+const Platform::EntryStatus* nt_dir_iterator::Status() {
+    if (Failed() || !hasCurrent_) {
+        return nullptr;
+    }
+    if (!statusReady_) {
+        const Platform::SystemError failure =
+            io_.Status(fd_, name_, false, status_);
+        if (failure.Failed()) {
+            RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetStatus"), "fstatat",
+                                        GetFullPath(), failure, kOpenFailed));
+            return nullptr;
+        }
+        statusReady_ = true;
+    }
+    return &status_;
+}
+
+std::uint32_t nt_dir_iterator::GetType() {
+    if (Failed() || !hasCurrent_) {
+        return entry_other;
+    }
+    unsigned char type = type_;
+    if (type == Platform::kTypeUnknown) {
+        const Platform::EntryStatus* s = Status();
+        type = s != nullptr ? TypeFromMode(s->Mode) : static_cast<unsigned char>(Platform::kTypeUnknown);
+    }
+    switch (type) {
+        case Platform::kTypeFile:
+            return entry_file;
+        case Platform::kTypeDir:
+            return entry_dir;
+        case Platform::kTypeLink:
+            return entry_link;
+        default:
+            return entry_other;
+    }
+}
+
+std::uint32_t nt_dir_iterator::GetAttributes() {
+    if (Failed() || !hasCurrent_) {
+        return 0;
+    }
+    std::uint32_t attributes = 0;
+    switch (GetType()) {
+        case entry_dir:
+            attributes = kAttributeDirectory;
+            break;
+        case entry_link:
+            attributes = kAttributeReparsePoint;
+            break;
+        default:
+            attributes = kAttributeNormal;
+    }
+    if (nameLength_ > 0 && name_[0] == '.') {
+        attributes |= kAttributeHidden;
+    }
+    return attributes;
+}
+
+std::uint64_t nt_dir_iterator::GetSize() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->Size : 0;
+}
+
+std::uint64_t nt_dir_iterator::GetAllocatedSize() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->Allocated : 0;
+}
+
+std::int64_t nt_dir_iterator::GetCreationTime() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? Milliseconds(s->BirthNs) : 0;
+}
+
+std::int64_t nt_dir_iterator::GetAccessTime() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? Milliseconds(s->AccessNs) : 0;
+}
+
+std::int64_t nt_dir_iterator::GetWriteTime() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? Milliseconds(s->WriteNs) : 0;
+}
+
+std::uint64_t nt_dir_iterator::GetLinkCount() {
+    // With an error present the count is 1, the count of an ordinary file.
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->Links : 1;
+}
+
+std::uint64_t nt_dir_iterator::GetUnixMode() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->Mode : kUnknown;
+}
+
+std::uint64_t nt_dir_iterator::GetUnixOwner() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->Owner : kUnknown;
+}
+
+std::uint64_t nt_dir_iterator::GetUnixGroup() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->Group : kUnknown;
+}
+
+std::uint64_t nt_dir_iterator::GetRawDevice() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->RawDevice : kUnknown;
+}
+
+const char16_t* nt_dir_iterator::GetSymLinkTarget() {
+    if (Failed() || !hasCurrent_ || GetType() != entry_link) {
+        return nullptr;
+    }
+    if (!targetReady_) {
+        std::string target;
+        const Platform::SystemError failure =
+            io_.ReadLink(fd_, std::string(name_, nameLength_), target);
+        if (failure.Failed()) {
+            RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetSymLinkTarget"),
+                                        "readlinkat", GetFullPath(), failure, kOpenFailed));
+            return nullptr;
+        }
+        // A relative target stays relative: it is kept exactly as the link holds it.
+        target_ = NativeNameToWide(target);
+        targetReady_ = true;
+    }
+    return target_.c_str();
+}
+
+const char16_t* nt_dir_iterator::GetExtendedName() {
+    return nullptr;
+}
+
+std::uint64_t nt_dir_iterator::GetInodeId() {
+    return Failed() || !hasCurrent_ ? 0 : inode_;
+}
+
+std::uint64_t nt_dir_iterator::GetDeviceId() {
+    const Platform::EntryStatus* s = Status();
+    return s != nullptr ? s->Device : 0;
+}
+
+}  // namespace File

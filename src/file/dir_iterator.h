@@ -1,0 +1,120 @@
+#pragma once
+
+// The iterator of system directories. It reads the directory one 8 KiB block of raw
+// records at a time and answers name, type and inode from the block; everything else that
+// an entry has (size, times, link count, owner, link target) costs a call and is asked for
+// only when wanted, once per position.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <tessel_link/file/dir_object.h>
+
+#include "platform/dir_io.h"
+
+namespace File {
+
+class nt_dir_iterator final : public i_dir::iterator {
+public:
+    static constexpr std::size_t kBlockSize = 8192;
+
+    explicit nt_dir_iterator(Platform::DirIo& io) : io_(io) {}
+    ~nt_dir_iterator() override;
+
+    // Opens the directory `dirName` relative to `at` and stands on its first entry that
+    // matches `mask` ("*" and "?" wildcards; empty or "*" matches all). `dirPath` is the
+    // directory's path ending in '/', for messages and full paths.
+    void Start(Platform::DirHandle at, const std::string& dirName, std::u16string dirPath,
+               std::u16string mask);
+    // Stands on the one entry `name` of the directory (no wildcards). A missing entry
+    // records 0x40011 with the name.
+    void StartAt(Platform::DirHandle at, const std::string& dirName, std::u16string dirPath,
+                 std::string name);
+    // Stands on the directory itself, as entry `displayName`; `volume` when the directory
+    // is the root of a mount.
+    void StartSelf(Platform::DirHandle at, const std::string& dirName, std::u16string dirPath,
+                   std::u16string displayName, bool volume);
+
+    bool Next() override;
+    file_identifier* GetIdentifier() override;
+    const char16_t* GetName() override;
+    std::uint32_t GetAttributes() override;
+    const char16_t* GetFullPath() override;
+    std::uint32_t GetType() override;
+    std::uint64_t GetSize() override;
+    std::int64_t GetCreationTime() override;
+    std::int64_t GetAccessTime() override;
+    std::int64_t GetWriteTime() override;
+    std::uint64_t GetLinkCount() override;
+    std::uint64_t GetUnixMode() override;
+    std::uint64_t GetUnixOwner() override;
+    std::uint64_t GetUnixGroup() override;
+    std::uint64_t GetRawDevice() override;
+    const char16_t* GetSymLinkTarget() override;
+    const char16_t* GetExtendedName() override;
+    std::uint64_t GetInodeId() override;
+    std::uint64_t GetDeviceId() override;
+
+    // Bytes of storage of the entry (0 when unknown or in error).
+    std::uint64_t GetAllocatedSize();
+    // The current entry's name as the system has it; empty at the end or in error.
+    std::string_view NativeName() const noexcept;
+    // The directory's descriptor, against which NativeName resolves; kNoDir after the end.
+    Platform::DirHandle Directory() const noexcept { return fd_; }
+    const std::u16string& DirectoryPath() const noexcept { return dirPath_; }
+    bool HasEntry() const noexcept { return hasCurrent_; }
+
+private:
+    enum class Mode { Listing, Single, Self, Volume };
+
+    bool Open(Platform::DirHandle at, const std::string& dirName, const char* function);
+    // Reads the next block; false at the end or on failure, with the reason recorded.
+    bool Fetch();
+    // Takes the record at pos_ as the current entry.
+    void Load();
+    bool Matches();
+    void Finish();  // no current entry and no more reads
+    void ForgetEntry();
+    // The status of the current entry, asked for once per position; null in error.
+    const Platform::EntryStatus* Status();
+    void CloseDirectory();
+
+    Platform::DirIo& io_;
+    Platform::DirHandle fd_ = Platform::kNoDir;
+    Mode mode_ = Mode::Listing;
+    bool reading_ = false;  // more blocks to read
+    alignas(8) unsigned char buffer_[kBlockSize];
+    std::size_t filled_ = 0;
+    std::size_t pos_ = 0;
+    bool hasCurrent_ = false;
+    std::u16string dirPath_;
+    std::u16string mask_;
+    bool matchedAny_ = false;
+
+    // The current entry.
+    std::string single_;  // the name when not in the buffer
+    const char* name_ = nullptr;
+    std::size_t nameLength_ = 0;
+    unsigned char type_ = 0;
+    std::uint64_t inode_ = 0;
+    std::u16string displayName_;
+
+    // Filled on demand for the current entry.
+    bool wideReady_ = false;
+    std::u16string wide_;
+    bool statusReady_ = false;
+    Platform::EntryStatus status_;
+    bool targetReady_ = false;
+    std::u16string target_;
+    std::u16string fullPath_;
+};
+
+// Replaces `out` with the wide form of the system name `name` (see NativeNameToWide),
+// reusing its storage.
+void WidenNativeName(std::string_view name, std::u16string& out);
+
+// True when `name` matches `mask`: '*' any run of characters, '?' one character.
+bool MatchMask(std::u16string_view mask, std::u16string_view name) noexcept;
+
+}  // namespace File
