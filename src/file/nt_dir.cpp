@@ -259,7 +259,7 @@ rio_file* nt_dir::OpenFileAt(const Target& target, Platform::FileAccess access,
         Fail(function, "openat", target.Path, failure, fallback);
         return nullptr;
     }
-    return new system_file(io_.Files(), file, target.Path);
+    return new system_file(Platform::SystemFileIo(), file, target.Path);
 }
 
 rio_dir* nt_dir::OpenDirAt(const Target& target, const char* function) {
