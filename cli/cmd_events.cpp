@@ -228,17 +228,21 @@ int Demo(const Arguments& args) {
 
     for (const auto& subscription : subscriptions) {
         const auto start = Clock::now();
-        manager->Unsubscribe(subscription.Type, subscription.Sink);
+        const Common::Error removed = manager->Unsubscribe(subscription.Type, subscription.Sink);
         const double took =
             std::chrono::duration<double, std::milli>(Clock::now() - start).count();
         const std::lock_guard<std::mutex> hold(lock);
         std::printf("unsubscribe sink=%s type=%u took=%.1f ms\n", subscription.Name,
                     subscription.Type, took);
+        if (removed.Failed()) {
+            std::fprintf(stderr, "tessel: unsubscribe failed: %s\n", removed.ToString().c_str());
+            complete = false;
+        }
     }
     component.reset();
     service->Release();
     if (!complete) {
-        return Fail("not every event was delivered");
+        return Fail("not every event was delivered, or a removal failed");
     }
     return 0;
 }

@@ -32,7 +32,7 @@ public:
         : inner_(std::move(inner)), milliseconds_(milliseconds) {}
 
     ~TimeLimitedJob() override {
-        inner_->Stop();
+        (void)inner_->Stop();
         inner_.reset();
     }
 
@@ -47,7 +47,7 @@ public:
             return result_;
         }
         lock.unlock();
-        inner_->Stop();
+        (void)inner_->Stop();
         lock.lock();
         // The job may have ended while it was being stopped.
         if (finished_) {

@@ -137,7 +137,7 @@ public:
         : core_(std::make_shared<Core>(std::move(request), dispatcher, observer)),
           channel_(channel) {}
 
-    ~Job() override { Stop(); }
+    ~Job() override { (void)Stop(); }
 
     Common::Error Run(JobManagement::JobHandler*) override {
         {

@@ -28,14 +28,13 @@ void RunLimited(Binding::RequestChannel& channel, std::unique_ptr<Binding::Reque
         return;
     }
     std::unique_ptr<Binding::RequestJob> job;
-    channel.Send(std::move(request), job);
-    if (job == nullptr) {
+    if (channel.Send(std::move(request), job).Failed() || job == nullptr) {
         return;
     }
     std::unique_ptr<Binding::RequestJob> limited =
         Binding::SetJobTimeout(std::move(job), kCloseTimeoutMs);
     if (limited != nullptr) {
-        limited->Run(nullptr);
+        (void)limited->Run(nullptr);
     }
 }
 
@@ -97,7 +96,7 @@ public:
         }
         for (auto* job : {&current, &previous}) {
             if (*job != nullptr) {
-                (*job)->Stop();
+                (void)(*job)->Stop();  // an abandoned fetch has nothing left to say
                 job->reset();
             }
         }
@@ -128,7 +127,8 @@ public:
             for (nextSink_ = 0; nextSink_ < static_cast<std::ptrdiff_t>(sinks_.size());
                  ++nextSink_) {
                 const std::shared_ptr<Event> further = shared;
-                sinks_[static_cast<std::size_t>(nextSink_)]->Dispatch(further);
+                // A sink's failure is its own: the others still receive the event.
+                (void)sinks_[static_cast<std::size_t>(nextSink_)]->Dispatch(further);
             }
         }
         delivering_ = false;
@@ -151,9 +151,12 @@ private:
         if (request == nullptr) {
             return;
         }
-        channel_->Send(std::move(request), currentJob_);
-        if (currentJob_ != nullptr) {
-            currentJob_->Start(this);
+        if (channel_->Send(std::move(request), currentJob_).Failed()) {
+            currentJob_.reset();
+            return;
+        }
+        if (currentJob_ != nullptr && currentJob_->Start(this).Failed()) {
+            currentJob_.reset();  // a fetch that cannot run in the background is no fetch
         }
     }
 
@@ -269,7 +272,7 @@ Common::Error EventManager_ProxyImpl::AbsorbQueue(std::uint32_t id, EventDispatc
     const Common::Error result = AbsorbQueue(id, events);
     for (const Event& event : events) {
         const auto shared = std::make_shared<Event>(event);
-        sink->Dispatch(shared);
+        (void)sink->Dispatch(shared);  // a sink's failure stops neither it nor the queue
     }
     return result;
 }
