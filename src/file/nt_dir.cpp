@@ -696,8 +696,8 @@ bool nt_dir::CreateDeviceNode(const char16_t* name, std::uint32_t kind, std::uin
 
 bool nt_dir::IOCTL(ioctl_command& command) {
     switch (command.Code) {
-        case set_times_command::kCode: {
-            auto& c = static_cast<set_times_command&>(command);
+        case set_entry_times_command::kCode: {
+            auto& c = static_cast<set_entry_times_command&>(command);
             Target t;
             if (!Resolve(c.Name, "nt_dir::IOCTL", t)) {
                 return false;
@@ -709,8 +709,8 @@ bool nt_dir::IOCTL(ioctl_command& command) {
                                            kWriteFailed)
                                     : true;
         }
-        case compression_command::kCode: {
-            auto& c = static_cast<compression_command&>(command);
+        case entry_compression_command::kCode: {
+            auto& c = static_cast<entry_compression_command&>(command);
             Target t;
             if (!Resolve(c.Name, "nt_dir::IOCTL", t)) {
                 return false;

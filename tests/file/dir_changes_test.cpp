@@ -205,7 +205,7 @@ TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {
     ASSERT_EQ(::symlink("some/where", tree.At("link").c_str()), 0);
     auto dir = OpenTree(Platform::SystemDirIo(), tree);
 
-    File::set_times_command times;
+    File::set_entry_times_command times;
     times.Name = u"file";
     times.Write = 1234567890123;
     ASSERT_TRUE(dir->IOCTL(times));
@@ -265,7 +265,7 @@ TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {
     FakeDirIo io;
     auto faked = OpenTree(io, tree);
     io.FailOn(Call::SetCompression, Platform::SystemError{50, EOPNOTSUPP});
-    File::compression_command compress;
+    File::entry_compression_command compress;
     compress.Name = u"file";
     EXPECT_FALSE(faked->IOCTL(compress));
     EXPECT_EQ(faked->GetError().Code(), 0x4000eu);

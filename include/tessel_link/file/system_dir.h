@@ -56,9 +56,9 @@ TL_API std::string WideNameToNative(std::u16string_view name);
 
 // Sets the times of an entry of the directory; a time below 0 leaves that time as it is.
 // Times are milliseconds since 1970. Creation times cannot be set here and are ignored.
-struct set_times_command : ioctl_command {
+struct set_entry_times_command : ioctl_command {
     static constexpr std::uint32_t kCode = CommandCode("STME");
-    set_times_command() { Code = kCode; }
+    set_entry_times_command() { Code = kCode; }
     const char16_t* Name = nullptr;
     std::int64_t Creation = -1;
     std::int64_t Access = -1;
@@ -66,9 +66,9 @@ struct set_times_command : ioctl_command {
 };
 
 // Turns compression of a file on or off, on file systems that have it.
-struct compression_command : ioctl_command {
+struct entry_compression_command : ioctl_command {
     static constexpr std::uint32_t kCode = CommandCode("CMPR");
-    compression_command() { Code = kCode; }
+    entry_compression_command() { Code = kCode; }
     const char16_t* Name = nullptr;
     bool On = true;
 };
