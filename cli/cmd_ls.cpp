@@ -6,11 +6,13 @@
 
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/system_dir.h>
+#include <tessel_link/file/token_substitution.h>
 
 #include "command.h"
 #include "file/dir_iterator.h"
 #include "file/roots.h"
 #include "json_text.h"
+#include "value_options.h"
 
 namespace tessel_cli {
 namespace {
@@ -170,17 +172,37 @@ std::string Format(const Row& row, bool json, bool longForm) {
 int Ls(const Arguments& args) {
     const bool json = args.Has("--json");
     const bool longForm = args.Has("--long");
-    for (std::size_t i = 0; i < args.words.size(); ++i) {
-        if (args.words[i] == "--as" || args.words[i].rfind("--as=", 0) == 0) {
-            return Fail(
-                "0x0004000e The operation is not supported. [--as: listing as another user is "
-                "not supported yet]");
+    Arguments valued;  // the words without the two flags, for the option with a value
+    for (const std::string& word : args.words) {
+        if (word != "--json" && word != "--long") {
+            valued.words.push_back(word);
         }
     }
-    if (args.positional.size() > 1) {
+    const ValueOptions split = SplitValueOptions(valued, {"--as"});
+    if (!split.error.empty()) {
+        return UsageError(split.error);
+    }
+    if (split.positional.size() > 1) {
         return UsageError("ls takes at most one PATH");
     }
-    const std::string path = args.positional.empty() ? std::string() : args.positional[0];
+    const std::string path = split.positional.empty() ? std::string() : split.positional[0];
+    // Under --as the whole listing runs in a scope of that user's file access.
+    std::shared_ptr<File::SubstToken> token;
+    if (const auto as = split.values.find("--as"); as != split.values.end()) {
+        std::u16string user;
+        if (!Common::Utf8ToUtf16(as->second, user)) {
+            return UsageError("--as takes a user name in UTF-8");
+        }
+        const Common::Error logon = File::SubstToken::CreateLogonToken(user, nullptr, token);
+        if (logon.Failed()) {
+            return FailWithChain(logon);
+        }
+    }
+    Common::Error entered;
+    const File::TokenSubstitutionExecutor scope(token, entered);
+    if (entered.Failed()) {
+        return FailWithChain(entered);
+    }
     Common::Error error;
     const std::unique_ptr<File::rio_dir> dir =
         File::OpenSystemDir(File::NativeNameToWide(path), error);
@@ -246,7 +268,9 @@ const CommandRegistration kLs(
      "a name that is not UTF-8 is written as the escape \\udcXX of its value.\n"
      "Without PATH (or with an empty one) the mount points are listed, each with its drive\n"
      "class (fixed, removable, network, optical, ramdisk, unknown).\n"
-     "--as USER (listing under another user's identity) is not supported yet.\n"
+     "--as USER lists with the file access of USER (a name of the user database, or\n"
+     "DOMAIN\\name), as a token of that user gives it; reading another user's entries needs\n"
+     "the rights to act for them (root).\n"
      "A failure prints the error with its causes and exits with status 1.",
      Ls});
 

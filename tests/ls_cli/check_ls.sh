@@ -36,6 +36,18 @@ grep -q 'caused by: 0x0000fff1 errno 2' "$dir.err" || fail "missing path cause"
 rm -f "$dir.err"
 
 "$tool" ls | head -1 | grep -qx '/' || fail "the roots begin with /"
-if "$tool" ls --as nobody "$dir" 2>/dev/null; then fail "--as accepted"; fi
+# Another user's listing: a directory only its owner may read is refused to nobody with
+# access denied beneath, and listed without the token (when root, who may act for others).
+if [ "$(id -u)" = 0 ]; then
+    chmod 700 "$dir/sub"
+    if "$tool" ls --as nobody "$dir/sub" 2>"$dir.err" >/dev/null; then fail "nobody listed a private directory"; fi
+    grep -q 'errno 13' "$dir.err" || fail "--as refusal: $(cat "$dir.err")"
+    "$tool" ls "$dir/sub" >/dev/null || fail "the owner's own listing"
+    "$tool" ls --as nobody / | grep -qx 'tmp' || fail "--as nobody lists a public directory"
+    rm -f "$dir.err"
+fi
+if "$tool" ls --as no-such-user-here "$dir" 2>"$dir.err" >/dev/null; then fail "unknown user accepted"; fi
+grep -q '^tessel: 0x00040025 ' "$dir.err" || fail "unknown user error: $(cat "$dir.err")"
+rm -f "$dir.err"
 "$tool" ls --help | grep -q 'usage: tessel ls' || fail "help"
 echo ok
