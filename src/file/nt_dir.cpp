@@ -6,7 +6,9 @@
 #include <cstring>
 
 #include <tessel_link/common/messages.h>
+#include <tessel_link/file/usn_journal.h>
 
+#include "file/change_notification.h"
 #include "file/dir_iterator.h"
 #include "file/roots.h"
 #include "file/system_error.h"
@@ -159,12 +161,32 @@ std::u16string LeafOf(const std::u16string& path) {
 }  // namespace
 
 nt_dir::nt_dir(Platform::DirIo& io, Platform::DirHandle handle, std::u16string path)
-    : io_(io), handle_(handle), path_(std::move(path)) {}
+    : dir_watch(SystemNotifications()), io_(io), handle_(handle), path_(std::move(path)) {}
 
 nt_dir::~nt_dir() {
+    // The watch ends before the members go, so that no callback meets a half-destroyed object.
+    if (NotificationToken() != 0) {
+        (void)EnableWatch(*this, path_, nullptr);
+    }
     if (handle_ >= 0) {
         io_.CloseDir(handle_);
     }
+}
+
+bool nt_dir::EnableNotification(dir_notification* callback) {
+    const Common::Error error = EnableWatch(*this, path_, callback);
+    if (error.Failed()) {
+        SetError(error);
+        return false;
+    }
+    if (callback == nullptr) {
+        ClearError();
+    }
+    return true;
+}
+
+void nt_dir::ContinueNotification() {
+    ContinueWatch();
 }
 
 std::unique_ptr<nt_dir> nt_dir::Open(Platform::DirIo& io, const std::u16string& path,
@@ -780,10 +802,19 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             ClearError();
             return true;
         }
+        case usn_journal_command::kCode:
+        case file_record_info_command::kCode: {
+            Common::Error error;
+            HandleJournalCommand(command, path_, error);
+            if (error.Failed()) {
+                SetError(error);
+                return false;
+            }
+            ClearError();
+            return true;
+        }
         case kBackupCommand:
         case kRestoreCommand:
-        case usn_journal_command::kCode:
-        case file_record_info_command::kCode:
         case kSecurityRequestCommand:
         case kPendingRenameCommand:
         case kShortNameCommand:

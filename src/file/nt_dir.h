@@ -3,7 +3,9 @@
 // The working directory object: a directory of the system held open by a descriptor, with
 // its path. Every name given to it is resolved relative to the descriptor (or taken as it
 // stands when absolute), so the object keeps its directory when the path above it changes.
-// The object with an empty path is the root above the mount points.
+// The object with an empty path is the root above the mount points. A directory can be
+// watched for changes (through the process's notification service) and serves the change
+// journal's commands for its volume.
 //
 // Operations run whether or not an earlier one failed; a failure replaces the recorded
 // error, so that the error read after a failed call is that call's.
@@ -15,12 +17,13 @@
 #include <tessel_link/file/dir_object.h>
 #include <tessel_link/file/system_dir.h>
 
+#include "file/dir_watch.h"
 #include "file/file_errors.h"
 #include "platform/dir_io.h"
 
 namespace File {
 
-class nt_dir final : public rio_dir {
+class nt_dir final : public rio_dir, public dir_watch {
 public:
     // Takes over `handle`, opened for `path` (ending in '/'); the root has kAtCurrent and an
     // empty path.
@@ -54,6 +57,8 @@ public:
     bool GetDriveSize(std::uint64_t& total, std::uint64_t& free, std::uint64_t& available) override;
     bool IsPathSeparator(char16_t c) override { return c == u'/'; }
     char16_t GetPathSeparator() override { return u'/'; }
+    bool EnableNotification(dir_notification* callback) override;
+    void ContinueNotification() override;
 
     o_dir* OpenDirO(const file_identifier& id) override;
     bool Remove(const char16_t* name) override;

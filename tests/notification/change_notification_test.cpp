@@ -14,6 +14,8 @@
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/dir_notification.h>
+#include <tessel_link/file/system_dir.h>
+#include <tessel_link/file/usn_journal.h>
 
 #include "file/change_notification.h"
 #include "file/watched_dir.h"
@@ -341,6 +343,44 @@ TEST(SystemChangeNotifications, SeventyDirectoriesTwoThreads) {
         std::remove((p + "/new").c_str());
         rmdir(p.c_str());
     }
+    rmdir(base);
+}
+
+// A directory of the system opened for listing is watched the same way, and its callback
+// receives an object for the same directory, which sees the new entry; the journal's
+// commands reach the journal of its volume (none here: a clean failure, not "unsupported").
+TEST(SystemDirectoryNotifications, OpenedDirectoriesAreWatchedAndServeJournalCommands) {
+    char base[] = "/tmp/dir_notification_testXXXXXX";
+    ASSERT_NE(mkdtemp(base), nullptr);
+    Common::Error error;
+    std::unique_ptr<File::rio_dir> dir =
+        File::OpenSystemDir(Common::Utf8ToUtf16Lenient(base), error);
+    ASSERT_TRUE(dir) << std::hex << error.Code();
+    std::atomic<int> seen{0};
+    std::atomic<bool> sawEntry{false};
+    CallbackRef callback([&](File::i_dir& handed) {
+        std::unique_ptr<File::i_dir::iterator> entry(handed.GetIterator(u"new"));
+        if (entry && !entry->Failed()) {
+            sawEntry = true;
+        }
+        ++seen;
+    });
+    ASSERT_TRUE(dir->EnableNotification(callback.p)) << std::hex << dir->GetError().Code();
+    const std::string file = std::string(base) + "/new";
+    std::FILE* f = std::fopen(file.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    EXPECT_TRUE(Eventually([&] { return seen.load() >= 1; }));
+    EXPECT_TRUE(sawEntry.load());
+    EXPECT_TRUE(dir->EnableNotification(nullptr));
+
+    File::usn_journal_command journal;
+    const bool served = dir->IOCTL(journal);
+    EXPECT_NE(dir->GetError().Code(), 0x4000eu);
+    EXPECT_EQ(served, dir->GetError().Succeeded());
+
+    dir.reset();
+    std::remove(file.c_str());
     rmdir(base);
 }
 
