@@ -1,5 +1,7 @@
 #include <tessel_link/common/unicode.h>
 
+#include "common/byte_escapes.h"
+
 namespace Common {
 
 namespace {
@@ -122,5 +124,47 @@ std::u16string WidenLatin1(std::string_view text) {
     }
     return out;
 }
+
+namespace Detail {
+
+void WidenBytesEscapingNonUtf8(std::string_view bytes, std::u16string& out) {
+    out.clear();
+    out.reserve(bytes.size());
+    std::size_t i = 0;
+    while (i < bytes.size()) {
+        const std::size_t at = i;
+        const char32_t cp = DecodeUtf8(bytes, i);
+        if (cp == static_cast<char32_t>(-1)) {
+            // A byte that is not UTF-8: the lone surrogate that stands for it.
+            out.push_back(static_cast<char16_t>(0xdc00 + static_cast<unsigned char>(bytes[at])));
+            i = at + 1;
+        } else {
+            AppendUtf16(out, cp);
+        }
+    }
+}
+
+std::string NarrowToBytesWithEscapes(std::u16string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i];
+        if (c < 0x80) {
+            out.push_back(static_cast<char>(c));
+        } else if (c >= 0xd800 && c <= 0xdbff && i + 1 < text.size() && text[i + 1] >= 0xdc00 &&
+                   text[i + 1] <= 0xdfff) {
+            AppendUtf8(out, 0x10000 + ((static_cast<char32_t>(c) - 0xd800) << 10) +
+                                (text[i + 1] - 0xdc00));
+            ++i;
+        } else if (c >= 0xdc80 && c <= 0xdcff) {
+            out.push_back(static_cast<char>(c - 0xdc00));  // the byte it stands for
+        } else {
+            AppendUtf8(out, c);  // other lone surrogates keep their three-byte form
+        }
+    }
+    return out;
+}
+
+}  // namespace Detail
 
 }  // namespace Common

@@ -8,6 +8,7 @@
 #include <tessel_link/common/messages.h>
 #include <tessel_link/file/usn_journal.h>
 
+#include "common/byte_escapes.h"
 #include "file/change_notification.h"
 #include "file/dir_iterator.h"
 #include "file/roots.h"
@@ -18,67 +19,6 @@ namespace File {
 
 // Names ----------------------------------------------------------------------------------
 
-namespace {
-
-// The length of the UTF-8 sequence at `p` (strict: no overlong forms, no surrogates,
-// nothing above U+10FFFF), or 0 when the byte there starts none.
-std::size_t SequenceLength(const unsigned char* p, std::size_t left, char32_t& cp) {
-    const unsigned char b = p[0];
-    std::size_t n;
-    char32_t min;
-    if (b < 0x80) {
-        cp = b;
-        return 1;
-    } else if (b >= 0xc2 && b <= 0xdf) {
-        n = 2;
-        cp = b & 0x1f;
-        min = 0x80;
-    } else if (b >= 0xe0 && b <= 0xef) {
-        n = 3;
-        cp = b & 0x0f;
-        min = 0x800;
-    } else if (b >= 0xf0 && b <= 0xf4) {
-        n = 4;
-        cp = b & 0x07;
-        min = 0x10000;
-    } else {
-        return 0;
-    }
-    if (left < n) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < n; ++i) {
-        if ((p[i] & 0xc0) != 0x80) {
-            return 0;
-        }
-        cp = (cp << 6) | (p[i] & 0x3f);
-    }
-    if (cp < min || cp > 0x10ffff || (cp >= 0xd800 && cp <= 0xdfff)) {
-        return 0;
-    }
-    return n;
-}
-
-void AppendUtf8(std::string& out, char32_t cp) {
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xc0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3f)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xe0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3f)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3f)));
-    } else {
-        out.push_back(static_cast<char>(0xf0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3f)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3f)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3f)));
-    }
-}
-
-}  // namespace
-
 std::u16string NativeNameToWide(std::string_view name) {
     std::u16string out;
     WidenNativeName(name, out);
@@ -86,50 +26,11 @@ std::u16string NativeNameToWide(std::string_view name) {
 }
 
 void WidenNativeName(std::string_view name, std::u16string& out) {
-    out.clear();
-    const auto* p = reinterpret_cast<const unsigned char*>(name.data());
-    std::size_t i = 0;
-    while (i < name.size()) {
-        if (p[i] < 0x80) {
-            out.push_back(p[i++]);
-            continue;
-        }
-        char32_t cp = 0;
-        const std::size_t n = SequenceLength(p + i, name.size() - i, cp);
-        if (n == 0) {
-            out.push_back(static_cast<char16_t>(0xdc00 + p[i]));  // a byte that is not UTF-8
-            ++i;
-        } else if (cp >= 0x10000) {
-            cp -= 0x10000;
-            out.push_back(static_cast<char16_t>(0xd800 + (cp >> 10)));
-            out.push_back(static_cast<char16_t>(0xdc00 + (cp & 0x3ff)));
-            i += n;
-        } else {
-            out.push_back(static_cast<char16_t>(cp));
-            i += n;
-        }
-    }
+    Common::Detail::WidenBytesEscapingNonUtf8(name, out);
 }
 
 std::string WideNameToNative(std::u16string_view name) {
-    std::string out;
-    out.reserve(name.size());
-    for (std::size_t i = 0; i < name.size(); ++i) {
-        const char16_t c = name[i];
-        if (c < 0x80) {
-            out.push_back(static_cast<char>(c));
-        } else if (c >= 0xd800 && c <= 0xdbff && i + 1 < name.size() && name[i + 1] >= 0xdc00 &&
-                   name[i + 1] <= 0xdfff) {
-            AppendUtf8(out, 0x10000 + ((static_cast<char32_t>(c) - 0xd800) << 10) +
-                                (name[i + 1] - 0xdc00));
-            ++i;
-        } else if (c >= 0xdc80 && c <= 0xdcff) {
-            out.push_back(static_cast<char>(c - 0xdc00));  // the byte it stands for
-        } else {
-            AppendUtf8(out, c);  // other lone surrogates keep their three-byte form
-        }
-    }
-    return out;
+    return Common::Detail::NarrowToBytesWithEscapes(name);
 }
 
 // The directory ----------------------------------------------------------------------------

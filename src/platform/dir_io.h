@@ -71,9 +71,6 @@ class DirIo {
 public:
     virtual ~DirIo() = default;
 
-    // The files opened through OpenFile are read and written through this.
-    virtual FileSystem& Files() = 0;
-
     virtual SystemError OpenDir(DirHandle at, const std::string& name, DirHandle& dir) = 0;
     virtual SystemError OpenFile(DirHandle at, const std::string& name, FileAccess access,
                                  FileDisposition disposition, bool followLinks,

@@ -23,9 +23,6 @@ namespace {
 constexpr std::uint32_t kChangeMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                                       IN_MODIFY | IN_ATTRIB | IN_ONLYDIR;
 
-SystemError FromErrno(int errnum) {
-    return SystemError{WindowsErrorFromErrno(errnum), errnum};
-}
 
 // Descriptor 0 would read as "no handle": move it up.
 int AwayFromZero(int fd) {

@@ -204,7 +204,7 @@ SystemError JournalImageVolumes::VolumeNameOf(const std::u16string& path,
 SystemError JournalImageVolumes::Load(const std::u16string& path,
                                       std::vector<unsigned char>& image) {
     FileHandle handle = kNoHandle;
-    SystemError failure = files_.Open(path, FileAccess::Read, FileDisposition::OpenExisting, handle);
+    SystemError failure = files_.Open(path, FileAccess::Read, FileDisposition::OpenExisting, false, handle);
     if (failure.Failed()) {
         return failure;
     }
@@ -217,7 +217,7 @@ SystemError JournalImageVolumes::Load(const std::u16string& path,
         }
         image.insert(image.end(), block, block + read);
     }
-    files_.Close(handle);
+    (void)files_.Close(handle);  // a read-only descriptor has nothing left to lose
     return failure;
 }
 
@@ -266,7 +266,7 @@ SystemError JournalImageVolumes::Control(VolumeHandle handle, std::uint32_t code
 }
 
 VolumeControl& SystemVolumeControl() {
-    static JournalImageVolumes volumes(SystemFileSystem());
+    static JournalImageVolumes volumes(SystemFileIo());
     return volumes;
 }
 

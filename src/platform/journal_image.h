@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/file_io.h"
 #include "platform/volume_control.h"
 
 namespace Platform {
@@ -45,7 +46,7 @@ SystemError AnswerJournalControl(std::span<const unsigned char> image, std::uint
 // read whole through `files` when it is opened.
 class JournalImageVolumes final : public VolumeControl {
 public:
-    explicit JournalImageVolumes(FileSystem& files) : files_(files) {}
+    explicit JournalImageVolumes(FileIo& files) : files_(files) {}
 
     SystemError VolumeNameOf(const std::u16string& path, std::u16string& volume) override;
     SystemError Open(const std::u16string& volume, VolumeHandle& handle) override;
@@ -58,7 +59,7 @@ private:
     using Image = std::shared_ptr<const std::vector<unsigned char>>;
     SystemError Load(const std::u16string& path, std::vector<unsigned char>& image);
 
-    FileSystem& files_;
+    FileIo& files_;
     std::mutex lock_;
     struct OpenImage {
         Image Bytes;

@@ -22,14 +22,6 @@ namespace Platform {
 
 namespace {
 
-SystemError FromErrno(int errnum) {
-    return SystemError{WindowsErrorFromErrno(errnum), errnum};
-}
-
-SystemError LastError() {
-    return FromErrno(errno);
-}
-
 int At(DirHandle at) {
     return at == kAtCurrent ? AT_FDCWD : at;
 }
@@ -45,8 +37,6 @@ std::int64_t Nanoseconds(const struct timespec& t) {
 
 class PosixDirIo final : public DirIo {
 public:
-    FileSystem& Files() override { return SystemFileSystem(); }
-
     SystemError OpenDir(DirHandle at, const std::string& name, DirHandle& dir) override {
         dir = kNoDir;
         if (Bad(name)) {
@@ -71,22 +61,9 @@ public:
         if (Bad(name)) {
             return FromErrno(EINVAL);
         }
-        int flags = O_CLOEXEC | (access == FileAccess::Read ? O_RDONLY : O_RDWR);
+        int flags = OpenFlags(access, disposition);
         if (!followLinks) {
             flags |= O_NOFOLLOW;
-        }
-        switch (disposition) {
-            case FileDisposition::OpenExisting:
-                break;
-            case FileDisposition::CreateAlways:
-                flags |= O_CREAT | O_TRUNC;
-                break;
-            case FileDisposition::OpenAlways:
-                flags |= O_CREAT;
-                break;
-            case FileDisposition::CreateNew:
-                flags |= O_CREAT | O_EXCL;
-                break;
         }
         int fd;
         do {
@@ -95,13 +72,7 @@ public:
         if (fd < 0) {
             return LastError();
         }
-        struct stat info {};
-        if (::fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
-            ::close(fd);
-            return FromErrno(EISDIR);
-        }
-        file = fd;
-        return {};
+        return TakeFileDescriptor(fd, file);
     }
 
     SystemError CloseDir(DirHandle dir) override {

@@ -1,5 +1,8 @@
 #include "platform/posix_errors.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 
 namespace Platform {
@@ -63,6 +66,16 @@ std::uint32_t WindowsErrorFromErrno(int errnum) noexcept {
         default:
             return 0;
     }
+}
+
+SystemError TakeFileDescriptor(int fd, FileHandle& handle) noexcept {
+    struct stat info {};
+    if (::fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
+        ::close(fd);
+        return FromErrno(EISDIR);
+    }
+    handle = fd;
+    return {};
 }
 
 }  // namespace Platform

@@ -29,13 +29,7 @@ constexpr long kBtrfsMagic = 0x9123683e;
 // 100 ns units from 1601-01-01 to 1970-01-01.
 constexpr std::uint64_t kUnixEpochInFileTime = 116444736000000000ull;
 
-SystemError FromErrno(int errnum) {
-    return SystemError{WindowsErrorFromErrno(errnum), errnum};
-}
 
-SystemError LastError() {
-    return FromErrno(errno);
-}
 
 // A transfer that the kernel could not get memory for is the "no system resources" answer
 // that the retry rules halve the piece on.
@@ -84,22 +78,9 @@ public:
     SystemError Open(const std::u16string& path, FileAccess access, FileDisposition disposition,
                      bool unbuffered, FileHandle& handle) override {
         handle = kNoHandle;
-        int flags = O_CLOEXEC | (access == FileAccess::Read ? O_RDONLY : O_RDWR);
+        int flags = OpenFlags(access, disposition);
         if (unbuffered) {
             flags |= O_DIRECT;
-        }
-        switch (disposition) {
-            case FileDisposition::OpenExisting:
-                break;
-            case FileDisposition::CreateAlways:
-                flags |= O_CREAT | O_TRUNC;
-                break;
-            case FileDisposition::OpenAlways:
-                flags |= O_CREAT;
-                break;
-            case FileDisposition::CreateNew:
-                flags |= O_CREAT | O_EXCL;
-                break;
         }
         const std::string name = Common::Utf16ToUtf8(path);
         if (name.find('\0') != std::string::npos) {
@@ -112,13 +93,7 @@ public:
         if (fd < 0) {
             return LastError();
         }
-        struct stat info {};
-        if (::fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
-            ::close(fd);
-            return FromErrno(EISDIR);
-        }
-        handle = fd;
-        return {};
+        return TakeFileDescriptor(fd, handle);
     }
 
     SystemError Close(FileHandle handle) override {

@@ -21,10 +21,6 @@ namespace Platform {
 
 namespace {
 
-SystemError FromErrno(int errnum) {
-    return SystemError{WindowsErrorFromErrno(errnum), errnum};
-}
-
 char AsciiLower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }

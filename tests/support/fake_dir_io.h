@@ -37,7 +37,6 @@ public:
     std::size_t blockLimit = 0;
     int openDirs = 0;
 
-    Platform::FileSystem& Files() override { return real_.Files(); }
 
     Platform::SystemError OpenDir(Platform::DirHandle at, const std::string& name,
                                   Platform::DirHandle& dir) override {
