@@ -286,7 +286,7 @@ def doc_lines(doc, indent=""):
 def public_header(f):
     lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "#include <list>", "#include <map>",
              "#include <memory>", "#include <set>", "#include <string>", "#include <vector>", "",
-             "#include <tessel_link/binding/service_dispatcher.h>",
+             "#include <tessel_link/impl/binding/table_dispatcher.h>",
              "#include <tessel_link/common/dynamic_caster.h>", "#include <tessel_link/common/error.h>",
              "#include <tessel_link/common/guid.h>", "#include <tessel_link/common/optional.h>",
              "#include <tessel_link/common/non_copyable.h>", "#include <tessel_link/export.h>",
@@ -456,7 +456,7 @@ def argument_type(declared):
 
 
 # The codec of unit arguments must be declared before the codec templates that reach it.
-UNIT_CODEC = ["#include <tessel_link/serialize/unit_member.h>", ""]
+UNIT_CODEC = ["#include <tessel_link/impl/serialize/unit_member.h>", ""]
 
 
 def signatures_header(comps):
@@ -465,8 +465,8 @@ def signatures_header(comps):
              "// same types makes its request through the same RequestImpl instantiation, which",
              "// only the signature units compile.", "",
              "#include <memory>", ""] + UNIT_CODEC + [
-             "#include <tessel_link/binding/method_descriptor.h>", "#include <tessel_link/binding/request.h>",
-             "#include <tessel_link/binding/request_impl.h>", "#include <tessel_link/binding/service_dispatcher.h>",
+             "#include <tessel_link/impl/binding/method_descriptor.h>", "#include <tessel_link/binding/request.h>",
+             "#include <tessel_link/impl/binding/request_impl.h>", "#include <tessel_link/impl/binding/table_dispatcher.h>",
              "#include <tessel_link/por/view.h>",
              "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>", "",
              "namespace Binding::Generated {", "",
@@ -493,7 +493,7 @@ SERVE_PARAMS = ("const PreparedMethod& method, Detail::InvokeFunction invoke, vo
 
 def service_unit(comps, indices):
     lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
-             "#include <tessel_link/binding/service_method.h>", "", "namespace Binding::Generated {", ""]
+             "#include <tessel_link/impl/binding/service_method.h>", "", "namespace Binding::Generated {", ""]
     for i in indices:
         lines += ["void Serve_%d(%s) {" % (i, SERVE_PARAMS),
                   "    Detail::ServeMethod<void(%s)>::Serve(method, invoke, implementation, request, reply);"
@@ -517,7 +517,7 @@ def signature_unit(comps, indices):
 
 def proxy_unit(comps, files):
     lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
-             "#include <tessel_link/binding/call.h>", "#include <tessel_link/binding/service_method.h>", "",
+             "#include <tessel_link/impl/binding/call.h>", "#include <tessel_link/impl/binding/service_method.h>", "",
              '#include "facade/component_catalogue.h"', '#include "facade/component_info_impl.h"',
              '#include "facade/component_info_registry.h"']
     lines += ['#include "%s"' % proxy_header_path(f) for f in files]

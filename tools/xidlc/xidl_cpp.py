@@ -102,7 +102,7 @@ def module_header(model, module):
           "#include <tessel_link/common/dynamic_caster.h>", "#include <tessel_link/common/error.h>",
           "#include <tessel_link/common/guid.h>", "#include <tessel_link/common/optional.h>",
           "#include <tessel_link/export.h>", "#include <tessel_link/serialize/blob.h>",
-          "#include <tessel_link/serialize/codec.h>")
+          "#include <tessel_link/impl/serialize/codec.h>")
     for header_name in sorted({t.header for t in module.types if isinstance(t, Extern)}):
         w.add("#include <%s>" % header_name)
     for order in module_dependencies(module):
@@ -216,7 +216,7 @@ def module_unit(model, module):
     w = NamespaceWriter()
     w.add(BANNER.rstrip(), "", "#include <tessel_link/xidl/records.h>", "",
           "#include <typeinfo>", "",
-          "#include <tessel_link/serialize/record_meta.h>",
+          "#include <tessel_link/impl/serialize/record_meta.h>",
           "#include <tessel_link/xidl/catalogue.h>", "",
           "namespace {", "", "using ::Serialization::Detail::Equal;", "")
     records = [t for t in module.types if isinstance(t, Record)]
@@ -376,7 +376,7 @@ def module_unit(model, module):
 def polytypes_unit(model, module):
     w = NamespaceWriter()
     w.add(BANNER.rstrip(), "", "#include <tessel_link/xidl/records.h>", "",
-          "#include <tessel_link/serialize/polytype.h>", "")
+          "#include <tessel_link/impl/serialize/polytype.h>", "")
     for t in module.hierarchies():
         w.enter(t.namespace)
         n = t.short_name

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <tessel_link/binding/service_dispatcher.h>
+#include <tessel_link/impl/binding/table_dispatcher.h>
 #include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/guid.h>

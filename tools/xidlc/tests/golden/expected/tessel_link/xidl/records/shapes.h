@@ -16,7 +16,7 @@
 #include <tessel_link/common/optional.h>
 #include <tessel_link/export.h>
 #include <tessel_link/serialize/blob.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 
 namespace Shapes {
 // How a shape is filled.
