@@ -315,13 +315,13 @@ def public_header(f):
             lines.append("// Its remote methods are declared by the interfaces it derives from.")
         lines += ["class TL_API %s%s {" % (c.short_name, bases), "public:"]
         if c.base == "noncopyable":
-            lines.append("    %s() = default;" % c.short_name)
+            lines.append("    %s() = default;  // an implementation of the interface" % c.short_name)
         lines.append("    " + dtor % c.short_name)
         lines += ["",
                   "    // What Core::MakeProxy<%s> and the catalogue know the component by." % c.short_name,
                   "    static constexpr std::uint32_t kComponentId = %d;" % c.id,
-                  "    static constexpr const char* kInterfaceName = %s;" % c_string(c.short_name),
-                  "    static constexpr std::uint32_t kInterfaceVersion = %d;" % c.version]
+                  "    static constexpr const char* kInterfaceName = %s;  // the interface's name" % c_string(c.short_name),
+                  "    static constexpr std::uint32_t kInterfaceVersion = %d;  // the version proxies speak" % c.version]
         if not c.extended:
             lines.append("")
             for m in c.methods:
@@ -335,6 +335,7 @@ def public_header(f):
                   "// implementation of the host's, for example through a Binding::LoopbackChannel.",
                   "class TL_API %s_Dispatcher final : public ::Binding::ComponentDispatcher<%s> {" % (c.short_name, c.short_name),
                   "public:",
+                  "    // Serves the calls with `implementation`, which must allow calls from many threads.",
                   "    explicit %s_Dispatcher(std::shared_ptr<%s> implementation);" % (c.short_name, c.short_name),
                   "};", ""]
         lines += close_namespace(c.namespace)
@@ -377,7 +378,8 @@ def orderings_header(comps):
     for r in comps.ordered:
         names = [m.name for m in r.wire_members()]
         lines += open_namespace(r.namespace)
-        lines += ["inline bool operator<(const %s& a, const %s& b) {" % (r.short_name, r.short_name),
+        lines += ["// Member by member, in wire order.",
+                  "inline bool operator<(const %s& a, const %s& b) {" % (r.short_name, r.short_name),
                   "    return std::tie(%s) < std::tie(%s);" % (", ".join("a." + n for n in names),
                                                              ", ".join("b." + n for n in names)),
                   "}", ""]
