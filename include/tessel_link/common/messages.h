@@ -24,8 +24,8 @@ TL_API const char16_t* GetMessageRow(std::uint32_t row);
 
 // The block of the table in use (after loading it if needed).
 struct MessageTableBlock {
-    const unsigned char* Data = nullptr;
-    std::size_t Size = 0;
+    const unsigned char* Data = nullptr;  // the table's bytes
+    std::size_t Size = 0;  // their number
 };
 TL_API MessageTableBlock GetMessageTable();
 

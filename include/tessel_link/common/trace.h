@@ -17,11 +17,12 @@ using TraceErrorSink = void (*)(int level, const Error& error);
 class TL_API TraceObject {
 public:
     virtual ~TraceObject();
+    // A text entry.
     virtual void OnText(int level, std::uint32_t a, std::uint32_t b, const char* text) = 0;
-    virtual void Reserved2() {}
-    virtual void Reserved3() {}
-    virtual void Reserved4() {}
-    virtual void OnError(int level, const Error& error) = 0;
+    virtual void Reserved2() {}  // kept free for later entry kinds
+    virtual void Reserved3() {}  // kept free for later entry kinds
+    virtual void Reserved4() {}  // kept free for later entry kinds
+    virtual void OnError(int level, const Error& error) = 0;  // an error entry
 };
 
 TL_API void TraceText(int level, std::uint32_t a, std::uint32_t b, const char* text);
