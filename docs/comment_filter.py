@@ -137,7 +137,8 @@ def filter_lines(lines):
                         m = WHOLE.match(lines[k])
                         out[k] = f"{m.group(1)}/// {as_markdown(m.group(2))}"
                     seen_code = True
-                elif follows.strip() != "" and not follows.lstrip().startswith(("#", "}")):
+                elif follows.strip() != "" and (follows.lstrip().startswith("#define") or
+                                                not follows.lstrip().startswith(("#", "}"))):
                     for k in range(i, j):
                         m = WHOLE.match(lines[k])
                         out[k] = f"{m.group(1)}/// {as_markdown(m.group(2))}"

@@ -1,5 +1,7 @@
 #pragma once
 
+// Interface queries by type name, the way a proxy or event hands out the interfaces it holds.
+
 #include <map>
 #include <string>
 #include <string_view>

@@ -1,5 +1,8 @@
 #pragma once
 
+// Common::Error, the outcome of every call: a chain of records, each with a code, a text,
+// named parameters and the place it was made.
+
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>

@@ -1,5 +1,7 @@
 #pragma once
 
+// Where an error was made, as every record carries it (TL_ORIGIN builds it).
+
 #include <cstdint>
 
 namespace Common {

@@ -1,5 +1,7 @@
 #pragma once
 
+// GUIDs: the 16-byte identifier of components, archives and machines, with its text form.
+
 #include <compare>
 #include <cstdint>
 #include <string>
@@ -26,6 +28,7 @@ struct GuidTemplate {
     bool IsNull() const { return *this == GuidTemplate{}; }  // all 16 bytes zero
 };
 
+// The GUID as the wire and the system store it.
 using Guid = GuidTemplate<LittleEndian>;
 
 // "%08lX-%04hX-%04hX-%02X%02X-%02X%02X%02X%02X%02X%02X": upper case, no braces.

@@ -1,5 +1,7 @@
 #pragma once
 
+// Core::Optional, the value that may be absent, as records and parameters carry it.
+
 #include <string>
 #include <type_traits>
 #include <typeinfo>
