@@ -1,5 +1,7 @@
 #pragma once
 
+// The service side of a component, as a channel that serves calls finds it.
+
 #include <cstdint>
 
 #include <tessel_link/common/error.h>
@@ -34,7 +36,8 @@ inline constexpr std::uint32_t kErrorVersionNotSupported = 0xb9000d;
 class TL_API ServiceDispatcher {
 public:
     virtual ~ServiceDispatcher();
-    virtual std::uint32_t GetComponentID() const = 0;
+    virtual std::uint32_t GetComponentID() const = 0;  // the component it serves
+    // Serves one call; see above.
     virtual void Serve(std::uint32_t methodNumber, std::uint64_t interfaceVersion,
                        Serialization::Deserializer& request,
                        Serialization::Serializer& reply) const = 0;
