@@ -8,7 +8,7 @@ the sources.
 - A comment after a declaration on the same line documents that member (///<), and so do
   the comment lines aligned under it.
 - A comment block above a run of declarations (no blank line between them) documents the
-  run: overloads of one name, and a list of constants, share it. The declarations after the
+  run: overloads of one name, a list of constants and a list of type aliases share it. The declarations after the
   first get its first sentence as a trailing comment, unless they have one of their own.
 - The first comment block of a file, set apart by a blank line, describes the file.
 - Comments inside function bodies and blocks followed by a blank line stay comments.
@@ -86,6 +86,7 @@ def share_with_run(lines, out, i, j):
     first = " ".join(lines[j:end + 1])
     name = declared_name(first)
     constant = "constexpr" in first.split("(", 1)[0]
+    alias = first.lstrip().startswith("using ")
     if name is None:
         return
     k = end + 1
@@ -100,7 +101,9 @@ def share_with_run(lines, out, i, j):
         if last is None:
             return
         text = " ".join(lines[k:last + 1])
-        same = declared_name(text) == name or (constant and "constexpr" in text.split("(", 1)[0])
+        same = (declared_name(text) == name or
+                (constant and "constexpr" in text.split("(", 1)[0]) or
+                (alias and text.lstrip().startswith("using ")))
         if not same:
             return
         if "//" not in lines[last] and '"' not in lines[last].split(";")[-1]:
