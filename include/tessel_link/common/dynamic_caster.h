@@ -38,8 +38,8 @@ protected:
         RegisterType(TypeKey<T>(), static_cast<void*>(object));
     }
 
-// The key under which an interface T is registered and asked for.
 public:
+    // The key under which an interface T is registered and asked for.
     template <class T>
     static const char* TypeKey() {
         return typeid(T*).name();
