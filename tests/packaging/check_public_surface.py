@@ -7,6 +7,8 @@ code use (include/tessel_link/impl/).
 - No hand-written header outside impl/ includes one inside it: the API must not lean on
   what a host is told not to use.
 - Every impl/ header says near its top that it is not API.
+- Every other hand-written header starts with a comment that says what it is for; without
+  it the API reference leaves out the header's free functions and constants.
 - The umbrella header includes every hand-written header outside impl/ and none inside,
   except the helpers for a host's own tests (testing/), which are included on their own.
 - The example hosts include nothing from impl/ (they show what a host may use).
@@ -39,6 +41,9 @@ def main(source):
                 faults.append(f"{name}: no 'Not API' comment at its top")
             continue
         public.add(name)
+        first = next((line for line in text.splitlines()[1:] if line.strip()), "")
+        if not first.startswith("//"):
+            faults.append(f"{name}: does not start with a comment that says what it is for")
         for included in INCLUDE.findall(text):
             if included.startswith("tessel_link/impl/"):
                 faults.append(f"{name}: includes {included}")
