@@ -116,19 +116,19 @@ struct open_backup_command : ioctl_command {
 // interactive logon (the account must be open for use now). A failed logon leaves the
 // directory as it was, with the logon's error recorded.
 struct logon_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("SPWD");
+    static constexpr std::uint32_t kCode = CommandCode("SPWD");  // the command's code
     logon_command() { Code = kCode; }
-    const char16_t* Password = nullptr;
-    const char16_t* User = nullptr;
-    bool Interactive = false;
+    const char16_t* Password = nullptr;  // the password to check; null for none
+    const char16_t* User = nullptr;  // the user to act for
+    bool Interactive = false;  // ask for an interactive logon
 };
 
 // Hands out the token that the directory acts as (null for the process's own access), so
 // that a caller can act as the same user elsewhere.
 struct token_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("GWST");
+    static constexpr std::uint32_t kCode = CommandCode("GWST");  // the command's code
     token_command() { Code = kCode; }
-    std::shared_ptr<SubstToken> Token;
+    std::shared_ptr<SubstToken> Token;  // the token, on success; null for the process's own
 };
 
 // Commands without a subject on this platform yet: they answer 0x4000e.
