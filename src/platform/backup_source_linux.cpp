@@ -1,8 +1,8 @@
 // Linux files as backup streams. A file becomes, in this order: its data (one data stream, or
 // for a file with holes one sparse block per data run found with SEEK_DATA and SEEK_HOLE and
-// a last empty block at the file's length), one named stream per extended attribute, the
-// target of a symbolic link as reparse data, and owner, group, mode and POSIX ACLs as the
-// security stream. Writing the same sequence rebuilds the file: holes stay holes, and the
+// a last empty block at the file's length), the target of a symbolic link as reparse data
+// (before the attributes, which belong to the link once it is made), one named stream per
+// extended attribute, and owner, group, mode and POSIX ACLs as the security stream. Writing the same sequence rebuilds the file: holes stay holes, and the
 // security comes last so that a restrictive mode cannot stand in the way of the rest.
 
 #include <fcntl.h>
@@ -333,6 +333,22 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
             return failure;
         }
     }
+    if (S_ISLNK(st.stx_mode)) {
+        std::string target(st.stx_size + 1, '\0');
+        const ssize_t got = ::readlink(node.Path.c_str(), target.data(), target.size());
+        if (got < 0) {
+            return LastError();
+        }
+        target.resize(static_cast<std::size_t>(got));
+        std::vector<unsigned char> body(12 + target.size());
+        PutU32(body.data(), kReparseTagLinuxSymlink);
+        PutU16(body.data() + 4, static_cast<std::uint16_t>(4 + target.size()));
+        PutU32(body.data() + 8, 2);
+        std::memcpy(body.data() + 12, target.data(), target.size());
+        Segment s = MakeSegment(kStreamReparseData, 0, {}, body.size());
+        s.Memory = std::move(body);
+        node.Segments.push_back(std::move(s));
+    }
     std::vector<std::string> names;
     if (!node.Link || S_ISLNK(st.stx_mode)) {
         if (const SystemError failure = ListAttributes(node, names); failure.Failed()) {
@@ -351,22 +367,6 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
         }
         Segment s = MakeSegment(kStreamAlternateData, 0, WideBytes(name), value.size());
         s.Memory = std::move(value);
-        node.Segments.push_back(std::move(s));
-    }
-    if (S_ISLNK(st.stx_mode)) {
-        std::string target(st.stx_size + 1, '\0');
-        const ssize_t got = ::readlink(node.Path.c_str(), target.data(), target.size());
-        if (got < 0) {
-            return LastError();
-        }
-        target.resize(static_cast<std::size_t>(got));
-        std::vector<unsigned char> body(12 + target.size());
-        PutU32(body.data(), kReparseTagLinuxSymlink);
-        PutU16(body.data() + 4, static_cast<std::uint16_t>(4 + target.size()));
-        PutU32(body.data() + 8, 2);
-        std::memcpy(body.data() + 12, target.data(), target.size());
-        Segment s = MakeSegment(kStreamReparseData, 0, {}, body.size());
-        s.Memory = std::move(body);
         node.Segments.push_back(std::move(s));
     }
     if (processSecurity) {
