@@ -139,6 +139,89 @@ Common::Error DoBackupRead(Platform::BackupSource& source, Platform::FileHandle 
     return result;
 }
 
+// A backup stream read without its security streams.
+class WithoutSecurity final : public i_file {
+public:
+    explicit WithoutSecurity(i_file& in) : in_(in) {}
+
+    bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override {
+        read = 0;
+        auto* out = static_cast<unsigned char*>(buffer);
+        while (read < count) {
+            if (left_ == 0 && sent_ == got_) {
+                if (!NextHeader()) {
+                    return !Failed();
+                }
+                continue;
+            }
+            if (sent_ < got_) {
+                const std::size_t take =
+                    static_cast<std::size_t>(std::min<std::uint64_t>(count - read, got_ - sent_));
+                std::memcpy(out + read, header_ + sent_, take);
+                sent_ += take;
+                read += take;
+                continue;
+            }
+            std::uint64_t got = 0;
+            if (dropping_) {
+                unsigned char scratch[4096];
+                if (!in_.Read(scratch, std::min<std::uint64_t>(left_, sizeof scratch), got)) {
+                    SetError(in_.GetError());
+                    return false;
+                }
+            } else if (!in_.Read(out + read, std::min(count - read, left_), got)) {
+                SetError(in_.GetError());
+                return false;
+            } else {
+                read += got;
+            }
+            if (got == 0) {
+                left_ = 0;  // the source ends early: what is left compares as missing
+                return true;
+            }
+            left_ -= got;
+        }
+        return true;
+    }
+
+private:
+    bool NextHeader() {
+        got_ = 0;
+        sent_ = 0;
+        while (got_ < sizeof header_) {
+            std::uint64_t got = 0;
+            if (!in_.Read(header_ + got_, sizeof header_ - got_, got)) {
+                SetError(in_.GetError());
+                return false;
+            }
+            if (got == 0) {
+                break;
+            }
+            got_ += static_cast<std::size_t>(got);
+        }
+        if (got_ < sizeof header_) {
+            left_ = 0;
+            dropping_ = false;
+            return got_ != 0;
+        }
+        const std::uint64_t size =
+            std::uint64_t(LittleU32(header_ + 8)) | std::uint64_t(LittleU32(header_ + 12)) << 32;
+        left_ = size + LittleU32(header_ + 16);
+        dropping_ = LittleU32(header_) == Platform::kStreamSecurity;
+        if (dropping_) {
+            sent_ = got_;
+        }
+        return true;
+    }
+
+    i_file& in_;
+    unsigned char header_[Platform::kStreamHeaderSize] = {};
+    std::size_t got_ = 0;
+    std::size_t sent_ = 0;
+    std::uint64_t left_ = 0;
+    bool dropping_ = false;
+};
+
 class Restorer {
 public:
     Restorer(Platform::BackupSource& source, const std::u16string& path,
@@ -349,26 +432,41 @@ bool Restorer::TargetIsIdentical(i_file& chunk) {
                        flags_ | Platform::kFlagBackupSemantics, 0)) {
         return false;
     }
-    BackupStreamsComparator comparator(chunk);
-    Common::Error error;
-    {
-        Common::Error entered;
-        TokenSubstitutionExecutor scope(context_.Impersonation(), entered);
-        if (entered.Failed()) {
+    const auto compare = [&](i_file& source, bool security) {
+        BackupStreamsComparator comparator(source);
+        Common::Error error;
+        {
+            Common::Error entered;
+            TokenSubstitutionExecutor scope(context_.Impersonation(), entered);
+            if (entered.Failed()) {
+                return false;
+            }
+            error = DoBackupRead(source_, existing.Handle(), comparator, context_, security);
+        }
+        // A difference stops the read as a cancel: it is no error.
+        if (!comparator.Equal() || error.Failed()) {
             return false;
         }
-        error = DoBackupRead(source_, existing.Handle(), comparator, context_, security_);
+        // The source must end where the existing stream ended.
+        unsigned char extra = 0;
+        std::uint64_t got = 0;
+        return source.Read(&extra, 1, got) && got == 0;
+    };
+    if (compare(chunk, security_)) {
+        return true;
     }
-    if (!comparator.Equal()) {
-        return false;  // a difference stops the read as a cancel: it is no error
-    }
-    if (error.Failed()) {
+    // The security may be all that differs (or all that cannot be read): once more without
+    // it on either side, when the chunk can be read again.
+    auto* again = dynamic_cast<ri_file*>(&chunk);
+    if (!security_ || again == nullptr) {
         return false;
     }
-    // The source must end where the existing stream ended.
-    unsigned char extra = 0;
-    std::uint64_t got = 0;
-    return chunk.Read(&extra, 1, got) && got == 0;
+    again->ClearError();
+    if (again->Seek(0) != 0 || again->Failed()) {
+        return false;
+    }
+    WithoutSecurity filtered(*again);
+    return compare(filtered, false);
 }
 
 Common::Error Restorer::OpenPlain() {

@@ -628,6 +628,17 @@ TEST(RestoreFile, AnUnopenableTargetThatIsAlreadyThere) {
     const Common::Error e = File::RestoreFile(io, u"/r", different, nullptr);
     EXPECT_EQ(e.Code(), 0x4001au);
     EXPECT_EQ(e.Cause().Code(), 0x40014u);
+
+    // Only the security differs: compared once more without it, the target is the same.
+    StreamBuilder mine;
+    mine.Add(1, u"", Pattern(1000)).Add(3, u"", Pattern(24, 1), 2);
+    StreamBuilder theirs;
+    theirs.Add(1, u"", Pattern(1000)).Add(3, u"", Pattern(24, 2), 2);
+    io.files[u"/s"] = PlainFile(mine.bytes);
+    io.Fail(Call::Open, {5, 13}, 1, 2);
+    ChunkSource secured(Chunks(0x20, theirs.bytes, 0, 0));
+    EXPECT_TRUE(File::RestoreFile(io, u"/s", secured, nullptr).Succeeded());
+    EXPECT_TRUE(io.files[u"/s"].Written.empty());
 }
 
 TEST(RestoreFile, EncryptedAndPlainChunks) {

@@ -153,7 +153,8 @@ public:
         if (auto f = Take(Call::BackupRead)) {
             return *f;
         }
-        const auto& stream = files[o.Path].Stream;
+        const std::vector<unsigned char> stream =
+            processSecurity ? files[o.Path].Stream : WithoutSecurity(files[o.Path].Stream);
         std::uint64_t end = std::min<std::uint64_t>(stream.size(), o.Position + count);
         const bool breaks = breakAt_ != kNever && o.Position <= breakAt_ && end > breakAt_;
         if (breaks) {
@@ -340,6 +341,27 @@ private:
         int To;
         Platform::SystemError Failure;
     };
+
+    // The stream without its security streams, as a read that does not process security
+    // gives it.
+    static std::vector<unsigned char> WithoutSecurity(const std::vector<unsigned char>& stream) {
+        std::vector<unsigned char> out;
+        std::uint64_t start = 0;
+        while (start + 20 <= stream.size()) {
+            std::uint32_t id = 0;
+            std::uint64_t size = 0;
+            std::uint32_t name = 0;
+            std::memcpy(&id, stream.data() + start, 4);
+            std::memcpy(&size, stream.data() + start + 8, 8);
+            std::memcpy(&name, stream.data() + start + 16, 4);
+            const std::uint64_t end = std::min<std::uint64_t>(start + 20 + name + size, stream.size());
+            if (id != 3) {
+                out.insert(out.end(), stream.begin() + long(start), stream.begin() + long(end));
+            }
+            start = end;
+        }
+        return out;
+    }
 
     // The end of the stream that holds byte `at` of `stream`.
     static std::uint64_t StreamEnd(const std::vector<unsigned char>& stream, std::uint64_t at) {
