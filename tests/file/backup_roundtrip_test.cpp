@@ -15,6 +15,7 @@
 #include <tessel_link/file/backup_stream.h>
 #include <tessel_link/file/system_dir.h>
 
+#include "file/backup_stream.h"
 #include "file/backup_test_support.h"
 #include "file/dir_test_tree.h"
 
@@ -309,6 +310,33 @@ TEST_F(BackupRoundTrip, TheDirectoryCommands) {
     backup.Name = u"missing";
     EXPECT_FALSE(dir->IOCTL(backup));
     EXPECT_EQ(dir->GetError().Code(), 0x40001u);
+}
+
+TEST_F(BackupRoundTrip, AnotherUsersAccessAndTheCapabilities) {
+    Platform::BackupSource& system = Platform::SystemBackupSource();
+    const char* function = "";
+    EXPECT_EQ(system.EnablePrivilege("SeNoSuchPrivilege", function).Windows, 1313u);
+    EXPECT_STREQ(function, "LookupPrivilegeValue");
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "acting for another user needs root";
+    }
+    EXPECT_TRUE(File::EnablePrivilege(system, "SeBackupPrivilege").Succeeded());
+    EXPECT_TRUE(File::EnablePrivilege(system, "SeRestorePrivilege").Succeeded());
+
+    // A file that only its owner may read is refused to another user, and the refusal
+    // names the open.
+    ASSERT_EQ(::chmod(tree_.path.c_str(), 0755), 0);
+    tree_.Write("private", "mine");
+    ASSERT_EQ(::chmod(tree_.At("private").c_str(), 0600), 0);
+    std::shared_ptr<File::SubstToken> nobody;
+    ASSERT_TRUE(File::SubstToken::CreateLogonToken(u"nobody", nullptr, nobody).Succeeded());
+    RecordingWriter writer;
+    const Common::Error e = File::BackupFile(Wide(tree_.At("private")), writer, nobody);
+    EXPECT_EQ(e.Code(), 0x40014u) << e;
+    EXPECT_STREQ(e.GetAnsi("function"), "CreateFileW");
+    EXPECT_TRUE(writer.chunks.empty());
+    RecordingWriter own;
+    EXPECT_TRUE(File::BackupFile(Wide(tree_.At("private")), own, nullptr).Succeeded());
 }
 
 }  // namespace
