@@ -169,6 +169,8 @@ struct WriteState {
     unsigned char Offset[8] = {};
     std::uint64_t SparseOffset = 0;
     bool Active = false;
+    // A stream whose effect failed: the next write tries it again first.
+    bool PendingFinish = false;
 };
 
 struct Node {
@@ -794,6 +796,12 @@ public:
         Node& node = *NodeOf(handle);
         WriteState& w = node.Write;
         const auto* in = static_cast<const unsigned char*>(buffer);
+        if (w.PendingFinish) {
+            if (const SystemError f = FinishStream(node, processSecurity); f.Failed()) {
+                return f;
+            }
+            w.PendingFinish = false;
+        }
         while (written < count) {
             if (w.HeaderGot < kStreamHeaderSize) {
                 const std::size_t take =
@@ -839,6 +847,7 @@ public:
                 w.HeaderGot = 0;
                 w.Active = false;
                 if (const SystemError f = FinishStream(node, processSecurity); f.Failed()) {
+                    w.PendingFinish = true;
                     return f;
                 }
             }

@@ -337,6 +337,29 @@ TEST_F(BackupRoundTrip, AnotherUsersAccessAndTheCapabilities) {
     EXPECT_TRUE(writer.chunks.empty());
     RecordingWriter own;
     EXPECT_TRUE(File::BackupFile(Wide(tree_.At("private")), own, nullptr).Succeeded());
+
+    // Restored by that user, the owner cannot be given back: the user is asked, and the
+    // answer "go on without security" leaves a copy that the restoring user owns.
+    tree_.MakeDir("open");
+    ASSERT_EQ(::chmod(tree_.At("open").c_str(), 0777), 0);
+    for (const int answer : {File::answer_ignore, File::answer_abort}) {
+        ScriptedUser user;
+        user.answers = {answer};
+        ChunkSource source(own, 0, &user);
+        const std::string copy = tree_.At("open/copy" + std::to_string(answer));
+        const Common::Error restored = File::RestoreFile(Wide(copy), source, nobody);
+        ASSERT_EQ(user.errors.size(), 1u);
+        EXPECT_EQ(user.errors[0].Code(), 0x40023u);
+        struct stat st {};
+        ASSERT_EQ(::stat(copy.c_str(), &st), 0);
+        EXPECT_EQ(st.st_uid, 65534u);
+        if (answer == File::answer_ignore) {
+            EXPECT_TRUE(restored.Succeeded()) << restored;
+            EXPECT_EQ(Content(copy), (Bytes{'m', 'i', 'n', 'e'}));
+        } else {
+            EXPECT_EQ(restored.Cause().Code(), 0x4000fu) << restored;
+        }
+    }
 }
 
 }  // namespace
