@@ -360,6 +360,17 @@ TEST_F(BackupRoundTrip, AnotherUsersAccessAndTheCapabilities) {
             EXPECT_EQ(restored.Cause().Code(), 0x4000fu) << restored;
         }
     }
+
+    // A directory opened as that user backs its entries up as that user too.
+    Common::Error error;
+    auto dir = File::OpenSystemDir(tree_.Wide(), nobody, error);
+    ASSERT_TRUE(dir) << error;
+    RecordingWriter refused;
+    File::backup_entry_command backup;
+    backup.Name = u"private";
+    backup.Writer = &refused;
+    EXPECT_FALSE(dir->IOCTL(backup));
+    EXPECT_EQ(dir->GetError().Code(), 0x40014u);
 }
 
 }  // namespace
