@@ -1,5 +1,5 @@
 // Backing up and restoring a 1 GiB file and a tree of 10,000 small files: the backup chunks
-// of each file restored at once into a second place, beside cp --sparse=always
+// of each file restored into a second place as they come, beside cp --sparse=always
 // --preserve=all and a tar --xattrs --acls -S pipe doing the same copy, in one run. Times are
 // wall-clock, since the peers run as processes of their own. The data lives in
 // $TESSEL_BENCH_DIR, else /dev/shm (so that the disk's own speed does not decide), else the
@@ -13,11 +13,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <condition_variable>
 #include <deque>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -34,86 +37,202 @@ constexpr std::uint64_t kBigSize = 1ull << 30;
 constexpr int kDirs = 10;
 constexpr int kFilesPerDir = 1000;
 
-// The chunks of one backup, kept as the blocks the backup handed over (nothing is copied),
-// and handed back to the restore.
-struct Chunk {
+// Backup and restore run as a pipe between two threads, as a tar pipe runs as two
+// processes: the backup thread hands over chunk marks and blocks, the restore thread takes
+// them. At most kInFlight blocks are on their way, and used blocks go back to a pool, so
+// that memory stays small and warm.
+constexpr std::size_t kInFlight = 64;
+
+struct Item {
+    enum Kind { begin_file, begin_chunk, block, end_chunk, end_file, finish } What = finish;
     std::uint32_t Type = 0;
-    std::vector<std::unique_ptr<File::raw_data>> Blocks;
+    std::string Target;
+    std::unique_ptr<File::raw_data> Block;
 };
 
-class KeepingStream final : public File::file_backup_stream {
+class Pipe {
 public:
-    explicit KeepingStream(Chunk& chunk) : chunk_(chunk) {}
-    bool Write(std::unique_ptr<File::raw_data> block) override {
-        chunk_.Blocks.push_back(std::move(block));
-        return true;
+    void Push(Item item) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        roomy_.wait(lock, [&] { return blocks_ < kInFlight || item.What != Item::block; });
+        blocks_ += item.What == Item::block ? 1 : 0;
+        items_.push_back(std::move(item));
+        ready_.notify_one();
     }
-
-private:
-    Chunk& chunk_;
-};
-
-class BlockReader final : public File::i_file {
-public:
-    explicit BlockReader(Chunk& chunk) : chunk_(chunk) {}
-    bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override {
-        read = 0;
-        auto* out = static_cast<unsigned char*>(buffer);
-        while (read < count && block_ < chunk_.Blocks.size()) {
-            const File::raw_data& b = *chunk_.Blocks[block_];
-            const std::uint64_t take = std::min(count - read, b.size - offset_);
-            std::memcpy(out + read, b.buffer.get() + b.offset + offset_, take);
-            read += take;
-            offset_ += take;
-            if (offset_ == b.size) {
-                ++block_;
-                offset_ = 0;
+    Item Pop() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        ready_.wait(lock, [&] { return !items_.empty(); });
+        Item item = std::move(items_.front());
+        items_.pop_front();
+        if (item.What == Item::block) {
+            --blocks_;
+            roomy_.notify_one();
+        }
+        return item;
+    }
+    std::unique_ptr<File::raw_data> Take(std::uint64_t capacity) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (!pool_.empty() && pool_.back()->capacity >= capacity) {
+                auto block = std::move(pool_.back());
+                pool_.pop_back();
+                block->size = 0;
+                return block;
             }
         }
+        auto block = std::make_unique<File::raw_data>();
+        block->buffer.reset(new unsigned char[capacity]);
+        block->capacity = capacity;
+        return block;
+    }
+    void Give(std::unique_ptr<File::raw_data> block) {
+        if (block->capacity < 65536) {
+            return;
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        pool_.push_back(std::move(block));
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::condition_variable roomy_;
+    std::deque<Item> items_;
+    std::size_t blocks_ = 0;
+    std::vector<std::unique_ptr<File::raw_data>> pool_;
+};
+
+class PipeStream final : public File::file_backup_stream {
+public:
+    explicit PipeStream(Pipe& pipe) : pipe_(pipe) {}
+    ~PipeStream() override { pipe_.Push(Item{Item::end_chunk, 0, {}, nullptr}); }
+    std::unique_ptr<File::raw_data> Create(std::uint64_t capacity) override {
+        return pipe_.Take(capacity);
+    }
+    bool Write(std::unique_ptr<File::raw_data> block) override {
+        pipe_.Push(Item{Item::block, 0, {}, std::move(block)});
         return true;
     }
 
 private:
-    Chunk& chunk_;
-    std::size_t block_ = 0;
-    std::uint64_t offset_ = 0;
+    Pipe& pipe_;
 };
 
-class MemoryBackup final : public File::file_backup_writer, public File::file_restore_source {
+class PipeWriter final : public File::file_backup_writer {
 public:
+    explicit PipeWriter(Pipe& pipe) : pipe_(pipe) {}
     std::unique_ptr<File::file_backup_stream> CreateStream(std::uint32_t type) override {
-        chunks_.emplace_back();
-        chunks_.back().Type = type;
-        return std::make_unique<KeepingStream>(chunks_.back());
-    }
-    std::unique_ptr<File::i_file> NextChunk(std::uint32_t& type) override {
-        if (next_ == chunks_.size()) {
-            return nullptr;
-        }
-        Chunk& chunk = chunks_[next_++];
-        type = chunk.Type;
-        return std::make_unique<BlockReader>(chunk);
+        pipe_.Push(Item{Item::begin_chunk, type, {}, nullptr});
+        return std::make_unique<PipeStream>(pipe_);
     }
     Common::Error GetError() const override { return Common::ErrorSuccess; }
     std::uint32_t Options() const override { return 0; }
     File::backup_user_callback* Callback() const override { return nullptr; }
 
 private:
-    std::deque<Chunk> chunks_;
-    std::size_t next_ = 0;
+    Pipe& pipe_;
 };
 
-// One file through backup and restore; aborts on failure, which would make the figures void.
-void CopyThrough(const std::string& from, const std::string& to) {
-    MemoryBackup backup;
-    Common::Error error = File::BackupFile(File::NativeNameToWide(from), backup, nullptr);
-    if (error.Succeeded()) {
-        error = File::RestoreFile(File::NativeNameToWide(to), backup, nullptr);
+// One chunk as it comes through the pipe; what the restore leaves unread is drained.
+class PipeChunk final : public File::i_file {
+public:
+    explicit PipeChunk(Pipe& pipe) : pipe_(pipe) {}
+    ~PipeChunk() override {
+        while (!ended_) {
+            Next();
+        }
+        if (block_) {
+            pipe_.Give(std::move(block_));
+        }
     }
+    bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override {
+        read = 0;
+        auto* out = static_cast<unsigned char*>(buffer);
+        while (read < count) {
+            if (!block_ || offset_ == block_->size) {
+                if (ended_ || !Next()) {
+                    break;
+                }
+                continue;
+            }
+            const std::uint64_t take = std::min(count - read, block_->size - offset_);
+            std::memcpy(out + read, block_->buffer.get() + block_->offset + offset_, take);
+            read += take;
+            offset_ += take;
+        }
+        return true;
+    }
+
+private:
+    bool Next() {
+        if (block_) {
+            pipe_.Give(std::move(block_));
+        }
+        offset_ = 0;
+        Item item = pipe_.Pop();
+        if (item.What != Item::block) {
+            ended_ = true;
+            return false;
+        }
+        block_ = std::move(item.Block);
+        return true;
+    }
+
+    Pipe& pipe_;
+    std::unique_ptr<File::raw_data> block_;
+    std::uint64_t offset_ = 0;
+    bool ended_ = false;
+};
+
+class PipeSource final : public File::file_restore_source {
+public:
+    explicit PipeSource(Pipe& pipe) : pipe_(pipe) {}
+    std::unique_ptr<File::i_file> NextChunk(std::uint32_t& type) override {
+        if (done_) {
+            return nullptr;
+        }
+        Item item = pipe_.Pop();
+        if (item.What != Item::begin_chunk) {
+            done_ = true;  // the end of the file
+            return nullptr;
+        }
+        type = item.Type;
+        return std::make_unique<PipeChunk>(pipe_);
+    }
+    Common::Error GetError() const override { return Common::ErrorSuccess; }
+    std::uint32_t Options() const override { return 0; }
+    File::backup_user_callback* Callback() const override { return nullptr; }
+
+private:
+    Pipe& pipe_;
+    bool done_ = false;
+};
+
+void Check(const Common::Error& error, const std::string& path) {
     if (error.Failed()) {
-        std::fprintf(stderr, "%s: %s\n", from.c_str(), error.ToString().c_str());
+        std::fprintf(stderr, "%s: %s\n", path.c_str(), error.ToString().c_str());
         std::abort();
     }
+}
+
+// Copies each (from, to) pair through backup and restore, the two ends on two threads; a
+// failure aborts, since it would make the figures void.
+void CopyThrough(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    Pipe pipe;
+    std::thread backup([&] {
+        PipeWriter writer(pipe);
+        for (const auto& [from, to] : pairs) {
+            pipe.Push(Item{Item::begin_file, 0, to, nullptr});
+            Check(File::BackupFile(File::NativeNameToWide(from), writer, nullptr), from);
+            pipe.Push(Item{Item::end_file, 0, {}, nullptr});
+        }
+        pipe.Push(Item{Item::finish, 0, {}, nullptr});
+    });
+    for (Item item = pipe.Pop(); item.What == Item::begin_file; item = pipe.Pop()) {
+        PipeSource source(pipe);
+        Check(File::RestoreFile(File::NativeNameToWide(item.Target), source, nullptr), item.Target);
+    }
+    backup.join();
 }
 
 std::string BenchRoot() {
@@ -209,7 +328,7 @@ std::string Quoted(const std::string& path) {
 void BM_BigFile_Ours(benchmark::State& state) {
     for (auto _ : state) {
         const std::string out = Target(state, "out_ours");
-        CopyThrough(TheData().big, out + "/big");
+        CopyThrough({{TheData().big, out + "/big"}});
     }
 }
 
@@ -232,11 +351,12 @@ void BM_Tree_Ours(benchmark::State& state) {
     const fs::path from = TheData().tree;
     for (auto _ : state) {
         const fs::path out = fs::path(Target(state, "out_ours")) / "tree";
-        CopyThrough(from.string(), out.string());
+        std::vector<std::pair<std::string, std::string>> pairs{{from.string(), out.string()}};
         for (auto it = fs::recursive_directory_iterator(from);
              it != fs::recursive_directory_iterator(); ++it) {
-            CopyThrough(it->path().string(), (out / it->path().lexically_relative(from)).string());
+            pairs.emplace_back(it->path().string(), (out / it->path().lexically_relative(from)).string());
         }
+        CopyThrough(pairs);
     }
 }
 

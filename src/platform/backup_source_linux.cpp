@@ -276,11 +276,13 @@ SystemError ReadAttribute(const Node& node, const char* name, std::vector<unsign
 }
 
 // The data of a regular file: one data stream, or its runs as sparse blocks when it has holes.
-SystemError AddData(const Node& node, std::uint64_t size, std::vector<Segment>& out) {
+SystemError AddData(const Node& node, std::uint64_t size, std::uint64_t allocated,
+                    std::vector<Segment>& out) {
     if (size == 0) {
         return {};
     }
-    const off_t hole = ::lseek(node.Fd, 0, SEEK_HOLE);
+    // A file with storage for all its bytes has no holes to look for.
+    const off_t hole = allocated >= size ? off_t(size) : ::lseek(node.Fd, 0, SEEK_HOLE);
     if (hole < 0 || std::uint64_t(hole) >= size) {
         Segment s = MakeSegment(kStreamData, 0, {}, size);
         s.FromFile = true;
@@ -330,7 +332,7 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
         return failure;
     }
     if (!node.Link && S_ISREG(st.stx_mode)) {
-        if (const SystemError failure = AddData(node, st.stx_size, node.Segments);
+        if (const SystemError failure = AddData(node, st.stx_size, st.stx_blocks * 512, node.Segments);
             failure.Failed()) {
             return failure;
         }
@@ -380,7 +382,8 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
         for (const char* acl : {kAclAccess, kAclDefault}) {
             std::vector<unsigned char> value;
             bool missing = true;
-            if (!node.Link) {
+            // Only directories have a default ACL.
+            if (!node.Link && (acl == kAclAccess || S_ISDIR(st.stx_mode))) {
                 if (const SystemError failure = ReadAttribute(node, acl, value, missing);
                     failure.Failed()) {
                     return failure;
@@ -469,6 +472,9 @@ SystemError ApplySecurity(Node& node, const std::vector<unsigned char>& body) {
     }
     const char* names[2] = {kAclAccess, kAclDefault};
     for (int i = 0; i < 2; ++i) {
+        if (i == 1 && !node.Dir) {
+            continue;  // only directories have a default ACL
+        }
         if (acls[i].empty()) {
             if (::fremovexattr(node.Fd, names[i]) != 0 && errno != ENODATA && errno != ENOTSUP) {
                 return LastError();
