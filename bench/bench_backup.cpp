@@ -133,11 +133,18 @@ private:
     Pipe& pipe_;
 };
 
-// One chunk as it comes through the pipe; what the restore leaves unread is drained.
+// One chunk as it comes through the pipe; what the restore leaves unread is drained, at the
+// latest when the next chunk is asked for.
 class PipeChunk final : public File::i_file {
 public:
-    explicit PipeChunk(Pipe& pipe) : pipe_(pipe) {}
+    PipeChunk(Pipe& pipe, PipeChunk*& open) : pipe_(pipe), open_(open) { open_ = this; }
     ~PipeChunk() override {
+        Drain();
+        if (open_ == this) {
+            open_ = nullptr;
+        }
+    }
+    void Drain() {
         while (!ended_) {
             Next();
         }
@@ -179,6 +186,7 @@ private:
     }
 
     Pipe& pipe_;
+    PipeChunk*& open_;
     std::unique_ptr<File::raw_data> block_;
     std::uint64_t offset_ = 0;
     bool ended_ = false;
@@ -188,6 +196,9 @@ class PipeSource final : public File::file_restore_source {
 public:
     explicit PipeSource(Pipe& pipe) : pipe_(pipe) {}
     std::unique_ptr<File::i_file> NextChunk(std::uint32_t& type) override {
+        if (open_ != nullptr) {
+            open_->Drain();
+        }
         if (done_) {
             return nullptr;
         }
@@ -197,7 +208,7 @@ public:
             return nullptr;
         }
         type = item.Type;
-        return std::make_unique<PipeChunk>(pipe_);
+        return std::make_unique<PipeChunk>(pipe_, open_);
     }
     Common::Error GetError() const override { return Common::ErrorSuccess; }
     std::uint32_t Options() const override { return 0; }
@@ -205,6 +216,7 @@ public:
 
 private:
     Pipe& pipe_;
+    PipeChunk* open_ = nullptr;
     bool done_ = false;
 };
 

@@ -225,9 +225,6 @@ private:
             std::uint64_t got = 0;
             input_.Read(block->buffer.get() + block->offset, count, got);
             const bool broke = input_.Failed() || got < count;
-            const Common::Error reason = input_.Failed() ? input_.GetError()
-                                                         : MakeFileError(TL_ORIGIN("i_file::Read"),
-                                                                         kEndOfFile);
             block->size = got;
             position_ += got;
             left -= got;
@@ -239,7 +236,10 @@ private:
                 }
             }
             if (broke) {
-                return ReadError("ChunkNTBackupStream::ReadStreamData", reason);
+                return ReadError("ChunkNTBackupStream::ReadStreamData",
+                                 input_.Failed() ? input_.GetError()
+                                                 : MakeFileError(TL_ORIGIN("i_file::Read"),
+                                                                 kEndOfFile));
             }
         }
         delivered_ = std::max(delivered_, position_);

@@ -497,12 +497,13 @@ Common::Error Restorer::StartCompression() {
 }
 
 Common::Error Restorer::DoBackupWrite(i_file& chunk) {
-    std::vector<unsigned char> buffer(kBackupBlock);
+    // Not cleared first: every byte used is read into it.
+    const auto buffer = std::make_unique_for_overwrite<unsigned char[]>(kBackupBlock);
     Common::Error error;
     bool stop = false;
     while (!stop) {
         std::uint64_t count = 0;
-        if (!chunk.Read(buffer.data(), kBackupBlock, count) &&
+        if (!chunk.Read(buffer.get(), kBackupBlock, count) &&
             chunk.GetError().Code() != kEndOfFile.Code) {
             error = context_.WrapError(TL_ORIGIN("DoBackupWrite"), chunk.GetError(), kHintData);
             break;
@@ -512,7 +513,7 @@ Common::Error Restorer::DoBackupWrite(i_file& chunk) {
         while (error.Succeeded() && !skipped) {
             std::size_t written = 0;
             const Platform::SystemError failure = Scoped([&] {
-                return source_.BackupWrite(handle_.Handle(), buffer.data() + done,
+                return source_.BackupWrite(handle_.Handle(), buffer.get() + done,
                                            static_cast<std::size_t>(count) - done, written,
                                            security_);
             });
@@ -639,10 +640,11 @@ Common::Error Restorer::WriteEncrypted(i_file& chunk) {
 }
 
 Common::Error Restorer::FillFileFrom(i_file& chunk) {
-    std::vector<unsigned char> buffer(kBackupBlock);
+    // Not cleared first: every byte used is read into it.
+    const auto buffer = std::make_unique_for_overwrite<unsigned char[]>(kBackupBlock);
     for (;;) {
         std::uint64_t count = 0;
-        if (!chunk.Read(buffer.data(), kBackupBlock, count)) {
+        if (!chunk.Read(buffer.get(), kBackupBlock, count)) {
             return context_.WrapError(TL_ORIGIN("FillFileFrom"), chunk.GetError(), kHintData);
         }
         if (count == 0) {
@@ -652,7 +654,7 @@ Common::Error Restorer::FillFileFrom(i_file& chunk) {
         while (done < count) {
             std::size_t written = 0;
             const Platform::SystemError failure =
-                handle_.WriteFile(buffer.data() + done, static_cast<std::size_t>(count) - done, written);
+                handle_.WriteFile(buffer.get() + done, static_cast<std::size_t>(count) - done, written);
             done += written;
             if (!failure.Failed()) {
                 continue;

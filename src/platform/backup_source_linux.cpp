@@ -180,6 +180,9 @@ struct Node {
     bool Dir = false;
     bool Deferred = false;  // a restore target that the reparse stream is yet to create
     bool Reading = false;
+    // The status taken when the node was opened, for its first read.
+    bool HaveStatus = false;
+    struct statx Status {};
     std::vector<Segment> Segments;
     std::size_t Current = 0;
     std::uint64_t Offset = 0;
@@ -328,7 +331,10 @@ SystemError AddData(const Node& node, std::uint64_t size, std::uint64_t allocate
 SystemError BuildSegments(Node& node, bool processSecurity) {
     node.Segments.clear();
     struct statx st {};
-    if (const SystemError failure = StatNode(node, st); failure.Failed()) {
+    if (node.HaveStatus) {
+        st = node.Status;
+        node.HaveStatus = false;
+    } else if (const SystemError failure = StatNode(node, st); failure.Failed()) {
         return failure;
     }
     if (!node.Link && S_ISREG(st.stx_mode)) {
@@ -645,13 +651,16 @@ public:
                 return LastError();
             }
             node->Fd = fd;
-            struct stat st {};
-            if (::fstat(fd, &st) != 0) {
+            struct statx& st = node->Status;
+            if (::statx(fd, "", AT_EMPTY_PATH | AT_STATX_SYNC_AS_STAT,
+                        STATX_BASIC_STATS | STATX_BTIME, &st) != 0) {
                 return LastError();
             }
-            node->Dir = S_ISDIR(st.st_mode);
-            if (!node->Link && !node->Dir && !S_ISREG(st.st_mode)) {
+            node->HaveStatus = !node->Link;
+            node->Dir = S_ISDIR(st.stx_mode);
+            if (!node->Link && !node->Dir && !S_ISREG(st.stx_mode)) {
                 node->Link = true;  // devices and pipes: no data is read from them
+                node->HaveStatus = false;
             }
         } else if ((attributes & kBackupAttrDirectory) != 0) {
             const int fd = ::open(node->Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC |
