@@ -4,7 +4,6 @@
 #include <cstring>
 #include <ctime>
 #include <new>
-#include <vector>
 
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/messages.h>
@@ -120,24 +119,17 @@ private:
                    : Corrupted("ChunkNTBackupStream::ReadStreamHeader");
     }
 
-    // Reads and drops the name, and the offset of a sparse block.
+    // Reads and drops the name, and the offset of a sparse block, a piece at a time: the
+    // sizes come from the stream and are not trusted with an allocation.
     Common::Error ReadStreamName(const StreamHeader& header) {
         const std::uint64_t count =
             std::uint64_t(header.NameSize) + (header.Id == Platform::kStreamSparseBlock ? 8 : 0);
-        if (count == 0) {
-            return Common::ErrorSuccess;
-        }
-        unsigned char small[1024];
-        std::vector<unsigned char> large;
-        unsigned char* buffer = small;
-        if (count > sizeof small) {
-            large.resize(static_cast<std::size_t>(count));
-            buffer = large.data();
-        }
+        unsigned char piece[1024];
         std::uint64_t total = 0;
         while (total < count) {
             std::uint64_t got = 0;
-            if (!input_.Read(buffer + total, count - total, got) || input_.Failed()) {
+            if (!input_.Read(piece, std::min<std::uint64_t>(count - total, sizeof piece), got) ||
+                input_.Failed()) {
                 return ReadError("ChunkNTBackupStream::ReadStreamName", input_.GetError());
             }
             if (got == 0) {

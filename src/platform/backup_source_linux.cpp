@@ -835,7 +835,7 @@ public:
                 w.BodyGot = 0;
                 w.Active = true;
                 if (w.Id < kStreamData || w.Id > kStreamSparseBlock ||
-                    (w.Id == kStreamSparseBlock && w.Size < 8) ||
+                    (w.Id == kStreamSparseBlock && w.Size < 8) || w.NameSize > kLargestKeptBody ||
                     (Keeps(w.Id) && w.Size > kLargestKeptBody)) {
                     return {kErrorInvalidParameter, EINVAL};
                 }

@@ -112,6 +112,13 @@ TEST(BackupChunker, DamagedStreamsAreRefused) {
         Chunk b;
         EXPECT_EQ(RunChunker(bad.bytes, 0, b).Code(), 0x4000du) << id;
     }
+    // A name far longer than the stream is read until the stream ends, never allocated.
+    StreamBuilder named;
+    named.AddSized(4, u"", Pattern(40), 2);
+    std::memset(named.bytes.data() + 16, 0xf0, 4);
+    Chunk unnamed;
+    EXPECT_EQ(RunChunker(named.bytes, File::backup_data_only, unnamed).Code(), 0x4000du);
+
     // A body that ends early is a read of the end of the file.
     Bytes shortBody(s.bytes.begin(), s.bytes.end() - 5);
     Chunk c;
