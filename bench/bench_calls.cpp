@@ -13,13 +13,13 @@
 #include <sched.h>
 
 #include <benchmark/benchmark.h>
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/loopback_channel.h>
-#include <tessel_link/binding/request_impl.h>
-#include <tessel_link/binding/service_method.h>
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/impl/binding/service_method.h>
 #include <tessel_link/common/guid.h>
 #include <tessel_link/common/unicode.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/records.h>

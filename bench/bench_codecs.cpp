@@ -8,7 +8,7 @@
 #include <benchmark/benchmark.h>
 #include <tessel_link/common/guid.h>
 #include <tessel_link/common/unicode.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/records.h>

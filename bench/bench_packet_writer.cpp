@@ -10,7 +10,7 @@
 #include <libxml/xmlwriter.h>
 #include <tessel_link/common/guid.h>
 #include <tessel_link/common/unicode.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
 #include "ratio_reporter.h"

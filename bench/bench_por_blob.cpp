@@ -13,10 +13,10 @@
 #include <tessel_link/por/binary_form.h>
 #include <tessel_link/por/compare.h>
 #include <tessel_link/por/in_memory_factory.h>
-#include <tessel_link/por/serialize/record_to_unit.h>
+#include "por/serialize/record_to_unit.h"
 #include <tessel_link/por/trait_names.h>
 #include <tessel_link/por/util.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/records.h>
 

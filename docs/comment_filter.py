@@ -7,6 +7,9 @@ the sources.
   that declaration's documentation (///).
 - A comment after a declaration on the same line documents that member (///<), and so do
   the comment lines aligned under it.
+- A comment block above a run of declarations (no blank line between them) documents the
+  run: overloads of one name, a list of constants and a list of type aliases share it. The declarations after the
+  first get its first sentence as a trailing comment, unless they have one of their own.
 - The first comment block of a file, set apart by a blank line, describes the file.
 - Comments inside function bodies and blocks followed by a blank line stay comments.
 Lines are never added or removed, so Doxygen's line numbers stay those of the header.
@@ -29,6 +32,83 @@ def as_markdown(text):
 
 def in_body(stack):
     return any(kind == "body" for kind in stack)
+
+
+NAME_OF_FUNCTION = re.compile(r"(operator\s*[^\s(]+|~?[A-Za-z_]\w*)\s*\(")
+NAME_OF_VARIABLE = re.compile(r"([A-Za-z_]\w*)\s*(\[[^\]]*\])?\s*(=|;|\{)")
+
+
+def statement_end(lines, start):
+    """The last line of the declaration that starts at `start` (one that ends at depth 0
+    with ';' or a closing brace), or None when it is not one."""
+    depth = 0
+    for k in range(start, min(start + 12, len(lines))):
+        code = lines[k].split("//", 1)[0]
+        for ch in code:
+            if ch in "({[":
+                depth += 1
+            elif ch in ")}]":
+                depth -= 1
+        stripped = code.rstrip()
+        if depth == 0 and stripped.endswith((";", "}")):
+            return k
+        if depth < 0:
+            return None
+    return None
+
+
+def declared_name(text):
+    """The name a one-statement declaration declares: a function's or a variable's."""
+    text = text.split("//", 1)[0]
+    head = text.split("=", 1)[0] if "(" not in text.split("=", 1)[0] else text
+    m = NAME_OF_FUNCTION.search(head)
+    if m:
+        return m.group(1).replace(" ", "")
+    m = NAME_OF_VARIABLE.search(text)
+    return m.group(1) if m else None
+
+
+def first_sentence(comment_lines):
+    text = " ".join(WHOLE.match(line).group(2).strip() for line in comment_lines)
+    m = re.match(r"(.+?[.:!?])(\s|$)", text)
+    sentence = m.group(1) if m else text
+    return sentence.rstrip(":") + ("" if sentence.endswith(".") else ".")
+
+
+def share_with_run(lines, out, i, j):
+    """Gives the declarations that follow the first one below the comment lines[i:j] its
+    first sentence, while they are overloads of the first one's name or, for a constant,
+    further constants."""
+    indent = len(lines[j]) - len(lines[j].lstrip())
+    end = statement_end(lines, j)
+    if end is None:
+        return
+    first = " ".join(lines[j:end + 1])
+    name = declared_name(first)
+    constant = "constexpr" in first.split("(", 1)[0]
+    alias = first.lstrip().startswith("using ")
+    if name is None:
+        return
+    k = end + 1
+    while k < len(lines):
+        line = lines[k]
+        if not line.strip() or line.lstrip().startswith(("//", "#", "}", "public:", "private:",
+                                                         "protected:")):
+            return
+        if len(line) - len(line.lstrip()) != indent:
+            return
+        last = statement_end(lines, k)
+        if last is None:
+            return
+        text = " ".join(lines[k:last + 1])
+        same = (declared_name(text) == name or
+                (constant and "constexpr" in text.split("(", 1)[0]) or
+                (alias and text.lstrip().startswith("using ")))
+        if not same:
+            return
+        if "//" not in lines[last] and '"' not in lines[last].split(";")[-1]:
+            out[last] = lines[last] + "  ///< " + first_sentence(lines[i:j])
+        k = last + 1
 
 
 def filter_lines(lines):
@@ -60,10 +140,12 @@ def filter_lines(lines):
                         m = WHOLE.match(lines[k])
                         out[k] = f"{m.group(1)}/// {as_markdown(m.group(2))}"
                     seen_code = True
-                elif follows.strip() != "" and not follows.lstrip().startswith(("#", "}")):
+                elif follows.strip() != "" and (follows.lstrip().startswith("#define") or
+                                                not follows.lstrip().startswith(("#", "}"))):
                     for k in range(i, j):
                         m = WHOLE.match(lines[k])
                         out[k] = f"{m.group(1)}/// {as_markdown(m.group(2))}"
+                    share_with_run(lines, out, i, j)
             trailing_column = None
             i = j
             continue
@@ -73,7 +155,8 @@ def filter_lines(lines):
         trailing_column = None
         if "//" in line and not stripped.startswith("#"):
             m = TRAILING.match(line)
-            if m and not in_body(stack) and '"' not in m.group(1):
+            # A quote left open before the "//" means the slashes are inside a string.
+            if m and not in_body(stack) and m.group(1).count('"') % 2 == 0:
                 out[i] = f"{m.group(1)}  ///< {m.group(2)}"
                 trailing_column = line.index("//", len(m.group(1)))
             code = line.split("//", 1)[0]

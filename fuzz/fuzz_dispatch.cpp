@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include <tessel_link/binding/request_impl.h>
-#include <tessel_link/binding/service_method.h>
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/impl/binding/service_method.h>
 #include <tessel_link/serialize/credentials.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>

@@ -25,3 +25,8 @@ if(NOT TL_SANITIZE AND NOT TL_TSAN)
     set_tests_properties(packaging.fetch_content PROPERTIES
         PASS_REGULAR_EXPRESSION "tessel_link taken in as a subproject")
 endif()
+
+# The API and the headers that only the library uses stay apart (include/tessel_link/impl/).
+add_test(NAME packaging.public_surface
+         COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/packaging/check_public_surface.py
+                 ${PROJECT_SOURCE_DIR})

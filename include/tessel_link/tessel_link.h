@@ -1,25 +1,19 @@
 #pragma once
 
-// The whole public API of tessel_link.
+// The whole public API of tessel_link. The helpers for a host's own tests
+// (tessel_link/testing/) are included on their own.
 
 #include <tessel_link/version.h>
 
 // Core runtime
 #include <tessel_link/common/assert.h>
-#include <tessel_link/common/dynamic_buffer.h>
 #include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/error_origin.h>
 #include <tessel_link/common/guid.h>
 #include <tessel_link/common/messages.h>
-#include <tessel_link/common/mutex.h>
 #include <tessel_link/common/non_copyable.h>
 #include <tessel_link/common/optional.h>
-#include <tessel_link/common/random.h>
-#include <tessel_link/common/recursive_lock.h>
-#include <tessel_link/common/semaphore.h>
-#include <tessel_link/common/thread.h>
-#include <tessel_link/common/tls.h>
 #include <tessel_link/common/trace.h>
 #include <tessel_link/common/unicode.h>
 
@@ -28,6 +22,7 @@
 #include <tessel_link/file/dir_object.h>
 #include <tessel_link/file/file_identifier.h>
 #include <tessel_link/file/memory_file.h>
+#include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/system_file.h>
 #include <tessel_link/file/token_substitution.h>
 #include <tessel_link/file/zip_archive.h>
@@ -40,17 +35,12 @@
 // Serialization
 #include <tessel_link/serialize/blob.h>
 #include <tessel_link/serialize/category_holder.h>
-#include <tessel_link/serialize/codec.h>
-#include <tessel_link/serialize/container_aware.h>
 #include <tessel_link/serialize/credentials.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/errors.h>
 #include <tessel_link/serialize/meta_info.h>
 #include <tessel_link/serialize/obscurer.h>
-#include <tessel_link/serialize/polymorph.h>
-#include <tessel_link/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
-#include <tessel_link/serialize/unit_member.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
@@ -59,17 +49,12 @@
 #include <tessel_link/xidl/records.h>
 
 // Binding: requests and the call cycle
-#include <tessel_link/binding/binding_unit.h>
-#include <tessel_link/binding/call.h>
+#include <tessel_link/binding/job_control.h>
 #include <tessel_link/binding/loopback_channel.h>
-#include <tessel_link/binding/method_descriptor.h>
 #include <tessel_link/binding/reply_reading.h>
 #include <tessel_link/binding/request.h>
-#include <tessel_link/binding/request_base.h>
 #include <tessel_link/binding/request_channel.h>
-#include <tessel_link/binding/request_impl.h>
 #include <tessel_link/binding/service_dispatcher.h>
-#include <tessel_link/binding/service_method.h>
 
 // Facade: the entry points, components and their interfaces (generated at build time)
 #include <tessel_link/components/components.h>
@@ -82,12 +67,12 @@
 // POR, the value tree
 #include <tessel_link/por/assign.h>
 #include <tessel_link/por/binary_form.h>
-#include <tessel_link/por/binary_operation.h>
 #include <tessel_link/por/compare.h>
 #include <tessel_link/por/construction.h>
 #include <tessel_link/por/data_accessor.h>
 #include <tessel_link/por/diff_names.h>
 #include <tessel_link/por/errors.h>
+#include <tessel_link/por/fwd.h>
 #include <tessel_link/por/in_memory_factory.h>
 #include <tessel_link/por/item_processor.h>
 #include <tessel_link/por/kinds.h>
@@ -96,8 +81,6 @@
 #include <tessel_link/por/plain_object.h>
 #include <tessel_link/por/print.h>
 #include <tessel_link/por/root_holder.h>
-#include <tessel_link/por/serialize/por_serializer.h>
-#include <tessel_link/por/static_instance.h>
 #include <tessel_link/por/trait_names.h>
 #include <tessel_link/por/unit_accumulator.h>
 #include <tessel_link/por/unit_name.h>
@@ -105,7 +88,6 @@
 #include <tessel_link/por/util.h>
 #include <tessel_link/por/view.h>
 #include <tessel_link/por/visitors.h>
-#include <tessel_link/por/walkers.h>
 
 // Service data types over unit trees
 #include <tessel_link/gtob/action.h>

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <tessel_link/binding/service_dispatcher.h>
+#include <tessel_link/impl/binding/table_dispatcher.h>
 #include <tessel_link/common/messages.h>
 
 #include "common/error_record.h"

@@ -1,4 +1,4 @@
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/messages.h>
 

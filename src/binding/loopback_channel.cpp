@@ -9,7 +9,7 @@
 
 #include <tessel_link/binding/job_control.h>
 
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/reply_reading.h>
 #include <tessel_link/common/messages.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>

@@ -1,8 +1,8 @@
-#include <tessel_link/binding/request_base.h>
+#include <tessel_link/impl/binding/request_base.h>
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/messages.h>
-#include <tessel_link/serialize/codec.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/codec.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 

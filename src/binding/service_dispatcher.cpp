@@ -1,10 +1,10 @@
-#include <tessel_link/binding/service_dispatcher.h>
+#include <tessel_link/impl/binding/table_dispatcher.h>
 
 #include <algorithm>
 #include <string>
 
 #include <tessel_link/common/messages.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 
 #include "binding/dispatch_errors.h"
 

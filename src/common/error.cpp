@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <tessel_link/common/dynamic_buffer.h>
+#include "common/dynamic_buffer.h"
 #include <tessel_link/common/unicode.h>
 
 #include "common/error_kinds.h"

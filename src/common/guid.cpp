@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include <tessel_link/common/assert.h>
-#include <tessel_link/common/random.h>
+#include "common/random.h"
 
 namespace Common {
 

@@ -1,4 +1,4 @@
-#include <tessel_link/common/mutex.h>
+#include "common/mutex.h"
 
 #include <tessel_link/common/assert.h>
 

@@ -1,4 +1,4 @@
-#include <tessel_link/common/random.h>
+#include "common/random.h"
 
 #include <cstdlib>
 #include <ctime>

@@ -1,6 +1,6 @@
-#include <tessel_link/common/recursive_lock.h>
+#include "common/recursive_lock.h"
 
-#include <tessel_link/common/thread.h>
+#include "common/thread.h"
 
 namespace Common {
 

@@ -1,4 +1,4 @@
-#include <tessel_link/common/semaphore.h>
+#include "common/semaphore.h"
 
 #include <cerrno>
 #include <climits>

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include <tessel_link/common/recursive_lock.h>
+#include "common/recursive_lock.h"
 
 namespace Common::Detail {
 

@@ -1,4 +1,4 @@
-#include <tessel_link/common/thread.h>
+#include "common/thread.h"
 
 #include <pthread.h>
 #include <sys/syscall.h>

@@ -1,4 +1,4 @@
-#include <tessel_link/common/tls.h>
+#include "common/tls.h"
 
 #include <pthread.h>
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include <tessel_link/binding/method_descriptor.h>
+#include <tessel_link/impl/binding/method_descriptor.h>
 
 #include "facade/component_info.h"
 

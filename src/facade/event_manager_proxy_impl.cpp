@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/job_control.h>
-#include <tessel_link/common/mutex.h>
+#include "common/mutex.h"
 
 namespace EventManagement {
 

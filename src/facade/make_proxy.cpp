@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/service_dispatcher.h>
 #include <tessel_link/common/unicode.h>
 

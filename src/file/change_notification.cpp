@@ -5,7 +5,7 @@
 #include <thread>
 
 #include <tessel_link/common/assert.h>
-#include <tessel_link/common/thread.h>
+#include "common/thread.h"
 
 #include "file/dir_watch.h"
 

@@ -17,8 +17,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <tessel_link/common/recursive_lock.h>
-#include <tessel_link/common/semaphore.h>
+#include "common/recursive_lock.h"
+#include "common/semaphore.h"
 #include <tessel_link/file/dir_notification.h>
 
 #include "platform/change_notifications.h"

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include <tessel_link/common/mutex.h>
+#include "common/mutex.h"
 #include <tessel_link/file/dir_object.h>
 
 namespace File {

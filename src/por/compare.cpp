@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include <tessel_link/por/binary_operation.h>
-#include <tessel_link/por/walkers.h>
+#include "por/binary_operation.h"
+#include "por/walkers.h"
 
 #include "por/holders.h"
 #include "por/deep_stack.h"

@@ -1,6 +1,6 @@
 #include "por/deep_stack.h"
 
-#include <tessel_link/common/thread.h>
+#include "common/thread.h"
 
 namespace Por::Detail {
 

@@ -1,4 +1,4 @@
-#include <tessel_link/por/walkers.h>
+#include "por/walkers.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,8 +1,8 @@
 // The shared constants and small helpers of the value codecs.
 
 #include <tessel_link/common/unicode.h>
-#include <tessel_link/serialize/codec.h>
-#include <tessel_link/serialize/polytype.h>
+#include <tessel_link/impl/serialize/codec.h>
+#include <tessel_link/impl/serialize/polytype.h>
 
 namespace Serialization {
 

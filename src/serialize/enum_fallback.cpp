@@ -9,7 +9,7 @@
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/trace.h>
 #include <tessel_link/common/unicode.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 
 namespace Serialization::Detail {
 

@@ -1,4 +1,4 @@
-#include <tessel_link/serialize/polymorph.h>
+#include <tessel_link/impl/serialize/polymorph.h>
 
 #include <map>
 #include <mutex>
@@ -6,7 +6,7 @@
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/messages.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 
 namespace Serialization {
 

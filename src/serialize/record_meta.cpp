@@ -1,6 +1,6 @@
-#include <tessel_link/serialize/record_meta.h>
+#include <tessel_link/impl/serialize/record_meta.h>
 
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 
 namespace Serialization {
 

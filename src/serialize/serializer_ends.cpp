@@ -2,7 +2,7 @@
 
 #include <tessel_link/common/trace.h>
 #include <tessel_link/serialize/deserializer.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
 
 namespace Serialization {

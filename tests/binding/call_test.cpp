@@ -1,6 +1,6 @@
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/loopback_channel.h>
-#include <tessel_link/binding/request_impl.h>
+#include <tessel_link/impl/binding/request_impl.h>
 
 #include <stdexcept>
 #include <string>

@@ -1,6 +1,6 @@
-#include <tessel_link/binding/request_impl.h>
+#include <tessel_link/impl/binding/request_impl.h>
 #include <tessel_link/serialize/obscurer.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 
 #include <string>
 

@@ -1,6 +1,6 @@
 #include <tessel_link/binding/job_control.h>
 #include <tessel_link/binding/loopback_channel.h>
-#include <tessel_link/binding/request_impl.h>
+#include <tessel_link/impl/binding/request_impl.h>
 #include <tessel_link/components/test_management.h>
 
 #include <algorithm>

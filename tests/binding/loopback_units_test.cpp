@@ -1,7 +1,7 @@
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/loopback_channel.h>
-#include <tessel_link/binding/request_impl.h>
-#include <tessel_link/binding/service_method.h>
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/impl/binding/service_method.h>
 #include <tessel_link/por/compare.h>
 
 #include <memory>

@@ -1,4 +1,4 @@
-#include <tessel_link/binding/request_impl.h>
+#include <tessel_link/impl/binding/request_impl.h>
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/serialize/obscurer.h>

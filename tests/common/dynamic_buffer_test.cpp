@@ -1,4 +1,4 @@
-#include <tessel_link/common/dynamic_buffer.h>
+#include "common/dynamic_buffer.h"
 
 #include <cstdint>
 #include <cstring>

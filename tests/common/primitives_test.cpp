@@ -1,12 +1,12 @@
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/guid.h>
-#include <tessel_link/common/mutex.h>
-#include <tessel_link/common/random.h>
-#include <tessel_link/common/recursive_lock.h>
-#include <tessel_link/common/semaphore.h>
-#include <tessel_link/common/thread.h>
-#include <tessel_link/common/tls.h>
+#include "common/mutex.h"
+#include "common/random.h"
+#include "common/recursive_lock.h"
+#include "common/semaphore.h"
+#include "common/thread.h"
+#include "common/tls.h"
 
 #include <cerrno>
 #include <cstring>

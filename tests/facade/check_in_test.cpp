@@ -2,7 +2,7 @@
 #include <tessel_link/por/compare.h>
 #include <tessel_link/por/construction.h>
 #include <tessel_link/por/in_memory_factory.h>
-#include <tessel_link/por/serialize/record_to_unit.h>
+#include "por/serialize/record_to_unit.h"
 #include <tessel_link/por/util.h>
 #include <tessel_link/serialize/obscurer.h>
 #include <tessel_link/xidl/catalogue.h>

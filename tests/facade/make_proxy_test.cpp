@@ -1,4 +1,4 @@
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/loopback_channel.h>
 #include <tessel_link/binding/service_dispatcher.h>
 #include <tessel_link/components/instance_management.h>

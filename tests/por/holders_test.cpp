@@ -5,7 +5,7 @@
 #include <thread>
 
 #include <tessel_link/por/root_holder.h>
-#include <tessel_link/por/static_instance.h>
+#include "por/static_instance.h"
 
 #include <gtest/gtest.h>
 

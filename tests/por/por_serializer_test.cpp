@@ -1,7 +1,7 @@
 // Records written through the POR serializer: the tree of each wire form, the pending
 // descriptor's decisions, descriptor traits, failures, and the unit member bridge.
 
-#include <tessel_link/por/serialize/por_serializer.h>
+#include "por/serialize/por_serializer.h"
 
 #include <list>
 #include <map>
@@ -14,8 +14,8 @@
 #include <tessel_link/por/binary_form.h>
 #include <tessel_link/por/print.h>
 #include <tessel_link/por/trait_names.h>
-#include <tessel_link/serialize/codec.h>
-#include <tessel_link/serialize/unit_member.h>
+#include <tessel_link/impl/serialize/codec.h>
+#include <tessel_link/impl/serialize/unit_member.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 

@@ -8,7 +8,7 @@
 #include <tessel_link/common/trace.h>
 #include <tessel_link/serialize/errors.h>
 #include <tessel_link/serialize/meta_info.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
 namespace {

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <tessel_link/common/assert.h>
 #include <tessel_link/serialize/errors.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 
 namespace {
 

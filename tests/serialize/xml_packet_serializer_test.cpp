@@ -6,8 +6,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <tessel_link/serialize/codec.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/codec.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 
 #include "packet_text.h"
 #include "serialize/base64.h"

@@ -9,7 +9,7 @@
 
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/trace.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/records.h>

@@ -286,7 +286,7 @@ def doc_lines(doc, indent=""):
 def public_header(f):
     lines = ["#pragma once", "", BANNER, "", "#include <cstdint>", "#include <list>", "#include <map>",
              "#include <memory>", "#include <set>", "#include <string>", "#include <vector>", "",
-             "#include <tessel_link/binding/service_dispatcher.h>",
+             "#include <tessel_link/impl/binding/table_dispatcher.h>",
              "#include <tessel_link/common/dynamic_caster.h>", "#include <tessel_link/common/error.h>",
              "#include <tessel_link/common/guid.h>", "#include <tessel_link/common/optional.h>",
              "#include <tessel_link/common/non_copyable.h>", "#include <tessel_link/export.h>",
@@ -315,13 +315,13 @@ def public_header(f):
             lines.append("// Its remote methods are declared by the interfaces it derives from.")
         lines += ["class TL_API %s%s {" % (c.short_name, bases), "public:"]
         if c.base == "noncopyable":
-            lines.append("    %s() = default;" % c.short_name)
+            lines.append("    %s() = default;  // an implementation of the interface" % c.short_name)
         lines.append("    " + dtor % c.short_name)
         lines += ["",
                   "    // What Core::MakeProxy<%s> and the catalogue know the component by." % c.short_name,
                   "    static constexpr std::uint32_t kComponentId = %d;" % c.id,
-                  "    static constexpr const char* kInterfaceName = %s;" % c_string(c.short_name),
-                  "    static constexpr std::uint32_t kInterfaceVersion = %d;" % c.version]
+                  "    static constexpr const char* kInterfaceName = %s;  // the interface's name" % c_string(c.short_name),
+                  "    static constexpr std::uint32_t kInterfaceVersion = %d;  // the version proxies speak" % c.version]
         if not c.extended:
             lines.append("")
             for m in c.methods:
@@ -335,6 +335,7 @@ def public_header(f):
                   "// implementation of the host's, for example through a Binding::LoopbackChannel.",
                   "class TL_API %s_Dispatcher final : public ::Binding::ComponentDispatcher<%s> {" % (c.short_name, c.short_name),
                   "public:",
+                  "    // Serves the calls with `implementation`, which must allow calls from many threads.",
                   "    explicit %s_Dispatcher(std::shared_ptr<%s> implementation);" % (c.short_name, c.short_name),
                   "};", ""]
         lines += close_namespace(c.namespace)
@@ -377,7 +378,8 @@ def orderings_header(comps):
     for r in comps.ordered:
         names = [m.name for m in r.wire_members()]
         lines += open_namespace(r.namespace)
-        lines += ["inline bool operator<(const %s& a, const %s& b) {" % (r.short_name, r.short_name),
+        lines += ["// Member by member, in wire order.",
+                  "inline bool operator<(const %s& a, const %s& b) {" % (r.short_name, r.short_name),
                   "    return std::tie(%s) < std::tie(%s);" % (", ".join("a." + n for n in names),
                                                              ", ".join("b." + n for n in names)),
                   "}", ""]
@@ -456,7 +458,7 @@ def argument_type(declared):
 
 
 # The codec of unit arguments must be declared before the codec templates that reach it.
-UNIT_CODEC = ["#include <tessel_link/serialize/unit_member.h>", ""]
+UNIT_CODEC = ["#include <tessel_link/impl/serialize/unit_member.h>", ""]
 
 
 def signatures_header(comps):
@@ -465,8 +467,8 @@ def signatures_header(comps):
              "// same types makes its request through the same RequestImpl instantiation, which",
              "// only the signature units compile.", "",
              "#include <memory>", ""] + UNIT_CODEC + [
-             "#include <tessel_link/binding/method_descriptor.h>", "#include <tessel_link/binding/request.h>",
-             "#include <tessel_link/binding/request_impl.h>", "#include <tessel_link/binding/service_dispatcher.h>",
+             "#include <tessel_link/impl/binding/method_descriptor.h>", "#include <tessel_link/binding/request.h>",
+             "#include <tessel_link/impl/binding/request_impl.h>", "#include <tessel_link/impl/binding/table_dispatcher.h>",
              "#include <tessel_link/por/view.h>",
              "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>", "",
              "namespace Binding::Generated {", "",
@@ -493,7 +495,7 @@ SERVE_PARAMS = ("const PreparedMethod& method, Detail::InvokeFunction invoke, vo
 
 def service_unit(comps, indices):
     lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
-             "#include <tessel_link/binding/service_method.h>", "", "namespace Binding::Generated {", ""]
+             "#include <tessel_link/impl/binding/service_method.h>", "", "namespace Binding::Generated {", ""]
     for i in indices:
         lines += ["void Serve_%d(%s) {" % (i, SERVE_PARAMS),
                   "    Detail::ServeMethod<void(%s)>::Serve(method, invoke, implementation, request, reply);"
@@ -517,7 +519,7 @@ def signature_unit(comps, indices):
 
 def proxy_unit(comps, files):
     lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
-             "#include <tessel_link/binding/call.h>", "#include <tessel_link/binding/service_method.h>", "",
+             "#include <tessel_link/impl/binding/call.h>", "#include <tessel_link/impl/binding/service_method.h>", "",
              '#include "facade/component_catalogue.h"', '#include "facade/component_info_impl.h"',
              '#include "facade/component_info_registry.h"']
     lines += ['#include "%s"' % proxy_header_path(f) for f in files]

@@ -46,6 +46,27 @@ def doc_lines(decl, indent=""):
     return [(indent + "// " + line).rstrip() for line in getattr(decl, "doc", ())]
 
 
+def doc_or(decl, default, indent=""):
+    """The definition's documentation, or a one-line summary when it has none, so that every
+    generated declaration says what it is."""
+    return doc_lines(decl, indent) or [indent + "// " + default]
+
+
+def member_comment(member):
+    """What a member without documentation of its own is told by: its type and traits as
+    the definitions write them."""
+    text = member.type.text()
+    if member.traits:
+        text += " [%s]" % ", ".join(name if value is None else "%s=%s" % (name, value)
+                                     for name, value in member.traits)
+    return text
+
+
+def member_line(member, indent="    "):
+    line = "%s%s %s%s;" % (indent, member.type.cpp(), member.name, member_default(member))
+    return line if getattr(member.decl, "doc", ()) else line + "  // " + member_comment(member)
+
+
 def member_default(member, value=None):
     value = member.default if value is None else value
     t = member.type
@@ -102,7 +123,7 @@ def module_header(model, module):
           "#include <tessel_link/common/dynamic_caster.h>", "#include <tessel_link/common/error.h>",
           "#include <tessel_link/common/guid.h>", "#include <tessel_link/common/optional.h>",
           "#include <tessel_link/export.h>", "#include <tessel_link/serialize/blob.h>",
-          "#include <tessel_link/serialize/codec.h>")
+          "#include <tessel_link/impl/serialize/codec.h>")
     for header_name in sorted({t.header for t in module.types if isinstance(t, Extern)}):
         w.add("#include <%s>" % header_name)
     for order in module_dependencies(module):
@@ -113,14 +134,16 @@ def module_header(model, module):
     for t in types:
         if isinstance(t, Enum):
             w.enter(t.namespace)
-            w.add(*doc_lines(t.decl))
             if t.values is None:
+                w.add(*doc_or(t.decl, "The enumeration %s of the definitions." % t.short_name))
                 w.add("// Its values have no names: every value travels as its number.",
                       "enum class %s : std::int32_t {};" % t.short_name, "")
             else:
+                w.add(*doc_or(t.decl, "The enumeration %s of the definitions: a value travels as its name."
+                              % t.short_name))
                 w.add("enum class %s : std::int32_t {" % t.short_name)
                 for name, number in t.values:
-                    w.add("    %s = %d," % (name, number))
+                    w.add("    %s = %d,  // travels as \"%s\"" % (name, number, name))
                 w.add("};", "")
     # forward declarations, so that sequences and pointers may name any record
     for t in types:
@@ -133,55 +156,66 @@ def module_header(model, module):
             continue
         w.enter(t.namespace)
         if isinstance(t, Polymorphic):
-            w.add(*doc_lines(t.decl))
+            w.add(*doc_or(t.decl, "The hierarchy %s of the definitions." % t.short_name))
             w.add("// The root of a hierarchy that travels by the number of its kind.",
                   "struct TL_API %s : ::Common::DynamicCasterImpl {" % t.short_name,
-                  "    %s() = default;" % t.short_name,
-                  "    %s(const %s&) = default;" % (t.short_name, t.short_name),
-                  "    %s& operator=(const %s&) = default;" % (t.short_name, t.short_name),
+                  "    %s() = default;  // fields at their defaults" % t.short_name,
+                  "    %s(const %s&) = default;  // copies the fields" % (t.short_name, t.short_name),
+                  "    %s& operator=(const %s&) = default;  // copies the fields" % (t.short_name, t.short_name),
                   "    ~%s() override;" % t.short_name,
                   "    // The number of the object's kind, written before anything else.",
                   "    virtual std::uint32_t TypeNumber() const = 0;",
                   "    // Same kind, same fields.",
                   "    virtual bool Equals(const %s& other) const;" % t.short_name)
             for f in t.fields:
-                w.add("    %s %s%s;" % (f.type.cpp(), f.name, member_default(f)))
+                w.add(*doc_lines(f.decl, "    "))
+                w.add(member_line(f))
             w.add("};", "")
             continue
         root = root_of(t)
         base = " : %s" % t.base.cpp_name if t.base else ""
-        w.add(*doc_lines(t.decl))
+        summary = "The record %s of the definitions" % t.short_name
+        if t.base:
+            summary += ", after the members of %s" % t.base.short_name
+        w.add(*doc_or(t.decl, summary + ": its members travel in the order below."))
         w.add("struct %s%s%s {" % ("TL_API " if root else "", t.short_name, base))
         if t.overrides:
-            w.add("    %s() {" % t.short_name)
+            w.add("    // Members at their defaults, some of them other than the base's.",
+                  "    %s() {" % t.short_name)
             for name, value, _ in t.overrides:
                 w.add("        %s%s;" % (name, member_default(t.find_member(name), value)))
             w.add("    }", "")
         for m in t.members:
             w.add(*doc_lines(m.decl, "    "))
-            w.add("    %s %s%s;" % (m.type.cpp(), m.name, member_default(m)))
+            w.add(member_line(m))
         if root and not t.abstract:
             if t.members:
                 w.add("")
-            w.add("    std::uint32_t TypeNumber() const override;",
-                  "    bool Equals(const %s& other) const override;" % root.cpp_name)
+            w.add("    std::uint32_t TypeNumber() const override;  // the number of this kind",
+                  "    bool Equals(const %s& other) const override;  // same kind, same fields" % root.cpp_name)
         w.add("};", "")
     # codec declarations
     for t in types:
         if isinstance(t, Record):
             w.enter(t.namespace)
             n = t.short_name
-            w.add("TL_API ::Serialization::Serializer& operator<<(::Serialization::Serializer& s, const %s& value);" % n,
-                  "TL_API ::Serialization::Deserializer& operator>>(::Serialization::Deserializer& d, %s& value);" % n)
+            w.add("TL_API ::Serialization::Serializer& operator<<(::Serialization::Serializer& s, const %s& value);"
+                  "  // writes the members in wire order" % n,
+                  "TL_API ::Serialization::Deserializer& operator>>(::Serialization::Deserializer& d, %s& value);"
+                  "  // reads the members in wire order" % n)
             if not t.abstract:
-                w.add("TL_API bool operator==(const %s& a, const %s& b);" % (n, n))
+                w.add("TL_API bool operator==(const %s& a, const %s& b);  // member by member" % (n, n))
         elif isinstance(t, Polymorphic):
             w.enter(t.namespace)
             n = t.short_name
-            w.add("TL_API ::Serialization::Serializer& operator<<(::Serialization::Serializer& s, const std::shared_ptr<%s>& value);" % n,
-                  "TL_API ::Serialization::Deserializer& operator>>(::Serialization::Deserializer& d, std::shared_ptr<%s>& value);" % n,
-                  "TL_API bool operator==(const %s& a, const %s& b);" % (n, n))
+            w.add("TL_API ::Serialization::Serializer& operator<<(::Serialization::Serializer& s, const std::shared_ptr<%s>& value);"
+                  "  // writes the kind's number and fields" % n,
+                  "TL_API ::Serialization::Deserializer& operator>>(::Serialization::Deserializer& d, std::shared_ptr<%s>& value);"
+                  "  // makes the kind the number names" % n,
+                  "TL_API bool operator==(const %s& a, const %s& b);  // same kind, same fields" % (n, n))
     w.enter("Serialization")
+    # How the codecs see the records: not API, and left out of the reference.
+    w.add("/// @cond TL_CODEC_TRAITS")
     for t in types:
         version = getattr(t, "version", 0)
         if isinstance(t, (Record, Polymorphic)) and version:
@@ -197,6 +231,7 @@ def module_header(model, module):
                   "    TL_API static const char* Name(%s value);" % t.cpp_name,
                   "    TL_API static bool Parse(const std::string& text, %s& value);" % t.cpp_name,
                   "};")
+    w.add("/// @endcond")
     return w.text()
 
 
@@ -216,7 +251,7 @@ def module_unit(model, module):
     w = NamespaceWriter()
     w.add(BANNER.rstrip(), "", "#include <tessel_link/xidl/records.h>", "",
           "#include <typeinfo>", "",
-          "#include <tessel_link/serialize/record_meta.h>",
+          "#include <tessel_link/impl/serialize/record_meta.h>",
           "#include <tessel_link/xidl/catalogue.h>", "",
           "namespace {", "", "using ::Serialization::Detail::Equal;", "")
     records = [t for t in module.types if isinstance(t, Record)]
@@ -376,7 +411,7 @@ def module_unit(model, module):
 def polytypes_unit(model, module):
     w = NamespaceWriter()
     w.add(BANNER.rstrip(), "", "#include <tessel_link/xidl/records.h>", "",
-          "#include <tessel_link/serialize/polytype.h>", "")
+          "#include <tessel_link/impl/serialize/polytype.h>", "")
     for t in module.hierarchies():
         w.enter(t.namespace)
         n = t.short_name

@@ -11,7 +11,7 @@ def types_unit(model):
     types = model.checked_in()
     lines = [
         BANNER,
-        "#include <tessel_link/por/serialize/record_to_unit.h>",
+        '#include "por/serialize/record_to_unit.h"',
         "#include <tessel_link/xidl/records.h>",
         "",
         '#include "facade/xidl_type_table.h"',

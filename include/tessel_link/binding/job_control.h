@@ -18,16 +18,17 @@ namespace JobManagement {
 class TL_API JobHandler {
 public:
     virtual ~JobHandler();
-    virtual void OnJobStarted() = 0;
-    virtual void OnJobProgress(double done) = 0;
-    virtual void OnJobPaused() = 0;
-    virtual void OnJobResumed() = 0;
+    virtual void OnJobStarted() = 0;  // the job has started
+    virtual void OnJobProgress(double done) = 0;  // `done` of the work is done, from 0 to 1
+    virtual void OnJobPaused() = 0;  // the job waits
+    virtual void OnJobResumed() = 0;  // the job goes on
     // The call has ended with `result`; on success the reply's out arguments stand in the
     // request's targets.
     virtual void OnJobFinished(const Common::Error& result) = 0;
+    // A message of the job's on its way.
     virtual void OnJobMessage(const Common::Error& message) = 0;
-    virtual void OnJobSuspending() {}
-    virtual void OnJobSuspended() {}
+    virtual void OnJobSuspending() {}  // the job is about to be suspended
+    virtual void OnJobSuspended() {}  // the job is suspended
 };
 
 }  // namespace JobManagement
@@ -47,6 +48,7 @@ inline constexpr std::uint32_t kErrorJobTimedOut = 0xb90020;
 using SetJobTimeoutFunction = void(std::unique_ptr<RequestJob> job, std::uint32_t milliseconds,
                                    std::unique_ptr<RequestJob>* wrapped,
                                    std::uint32_t millisecondsAgain, int reserved);
+// The name the host exports the function under.
 inline constexpr const char kSetJobTimeoutName[] = "IPCClient_SetJobTimeout";
 
 // The library's own wrapper: Run starts `job` in the background and waits for its end at

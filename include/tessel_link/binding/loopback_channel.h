@@ -1,5 +1,8 @@
 #pragma once
 
+// The loopback channel: serves every call inside the process, for a host's tests and fake
+// services.
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -64,9 +67,10 @@ public:
         std::function<void(const Request& request, std::span<const unsigned char> requestPacket,
                            std::span<const unsigned char> replyPacket)>;
 
-    static constexpr unsigned kDefaultMaxWorkers = 32;
+    static constexpr unsigned kDefaultMaxWorkers = 32;  // calls served at once
 
     LoopbackChannel();
+    // A channel that shows every packet pair to `observer` and serves up to `maxWorkers` calls at once.
     explicit LoopbackChannel(PacketObserver observer, unsigned maxWorkers = kDefaultMaxWorkers);
     ~LoopbackChannel() override;
     LoopbackChannel(const LoopbackChannel&) = delete;
@@ -80,6 +84,7 @@ public:
     // The dispatcher of a component, or null.
     const ServiceDispatcher* Find(std::uint32_t componentId) const;
 
+    // Takes the call and makes the job that serves it.
     Common::Error Send(std::unique_ptr<Request> request, std::unique_ptr<RequestJob>& job) override;
 
     // The number of worker threads made so far.

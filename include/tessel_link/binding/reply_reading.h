@@ -24,12 +24,15 @@ inline constexpr std::uint32_t kRootSubjectVersion = 0;
 // it out; a channel that reads the reply through this wrapper gets it from Result().
 class TL_API ReplyResultCapture final : public Serialization::Deserializer {
 public:
+    // Reads through `inner`.
     explicit ReplyResultCapture(Serialization::Deserializer& inner) : inner_(inner) {}
 
     // True once "result" was read.
     bool Captured() const noexcept { return captured_; }
+    // The "result" read; success until then.
     const Common::Error& Result() const noexcept { return result_; }
 
+    // Reads through to the reply's deserializer, keeping "result" when it passes.
     Deserializer& Read(const Serialization::MetaInfo& meta, Serialization::Blob& value) override;
     Deserializer& Read(const Serialization::MetaInfo& meta, std::vector<unsigned char>& value) override;
     Deserializer& Read(const Serialization::MetaInfo& meta, std::uint16_t& value) override;

@@ -1,5 +1,7 @@
 #pragma once
 
+// The channel a host gives its proxies: where every call is sent and how its job runs.
+
 #include <memory>
 
 #include <tessel_link/binding/request.h>
@@ -40,6 +42,8 @@ public:
 class TL_API RequestChannel {
 public:
     virtual ~RequestChannel() = default;
+    // Takes `request` and, on success, sets `job` to the job that runs the call; otherwise the
+    // reason the channel refused it.
     virtual Common::Error Send(std::unique_ptr<Request> request,
                                std::unique_ptr<RequestJob>& job) = 0;
 };

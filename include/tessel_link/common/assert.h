@@ -1,5 +1,8 @@
 #pragma once
 
+// Assertions: how a failed check of the library is reported, and how a host sets the policy
+// (log or abort) and the log target from code.
+
 #include <cstdint>
 #include <cstdio>
 
@@ -44,7 +47,7 @@ TL_API std::uint32_t SetAssertionDefault(std::uint32_t mask);
 // The policy from code: the mask (AssertionOutput bits, or AssertionsOff) applies from now
 // on, over CORVANE_SAFE_ASSERT and the default. Returns the mask that stood before.
 inline constexpr std::uint32_t AssertionsOff = 0xffffffffu;
-TL_API std::uint32_t SetAssertionPolicy(std::uint32_t mask);
+TL_API std::uint32_t SetAssertionPolicy(std::uint32_t mask);  // returns the mask that stood before
 // The mask that stands now (after reading the environment if no report has yet).
 TL_API std::uint32_t GetAssertionPolicy();
 
@@ -60,12 +63,14 @@ TL_API void SetAssertionLogStream(std::FILE* stream);
 // applied, and also when assertions are turned off), so that tests can see which checks
 // fired. Null removes the observer. Returns the previous one.
 using AssertionObserver = void (*)(const char* expression, const char* file, int line);
+// Returns the previous observer.
 TL_API AssertionObserver SetAssertionObserver(AssertionObserver observer);
 
 // The event output of the report (bit 0x08): called with 5, 0, 27 and the message, and
 // with the stack trace in one call when bit 0x40 is set too. Null removes the hook.
 // Returns the previous one.
 using AssertionEventHook = void (*)(int a, int b, int c, const char* text);
+// Returns the previous hook.
 TL_API AssertionEventHook SetAssertionEventHook(AssertionEventHook hook);
 
 }  // namespace Common

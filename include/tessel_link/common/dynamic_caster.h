@@ -1,5 +1,7 @@
 #pragma once
 
+// Interface queries by type name, the way a proxy or event hands out the interfaces it holds.
+
 #include <map>
 #include <string>
 #include <string_view>
@@ -14,6 +16,7 @@ namespace Common {
 class TL_API DynamicCaster {
 public:
     virtual ~DynamicCaster();
+    // The `X` sub-object for the name of `X*`, or null.
     virtual void* QueryType(const char* typeName) = 0;
 };
 
@@ -22,19 +25,21 @@ public:
 // which is all that is needed, since the table never leaves the process.
 class TL_API DynamicCasterImpl : public virtual DynamicCaster {
 public:
-    void* QueryType(const char* typeName) override;
+    void* QueryType(const char* typeName) override;  // looks the name up in the table
 
 protected:
     // Does nothing if either argument is null; a second registration under one name
     // replaces the first.
     void RegisterType(const char* typeName, void* object);
 
+    // Registers `object` under the key of T.
     template <class T>
     void RegisterInterface(T* object) {
         RegisterType(TypeKey<T>(), static_cast<void*>(object));
     }
 
 public:
+    // The key under which an interface T is registered and asked for.
     template <class T>
     static const char* TypeKey() {
         return typeid(T*).name();

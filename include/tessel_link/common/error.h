@@ -1,5 +1,8 @@
 #pragma once
 
+// Common::Error, the outcome of every call: a chain of records, each with a code, a text,
+// named parameters and the place it was made.
+
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -23,12 +26,13 @@ struct ErrorAccess;  // the library's own way to the records
 // One parameter of an error record, typed as it travels: a number, a narrow string or a
 // wide string. The strings point into the record and live as long as an Error holds it.
 struct TL_API ErrorParameter {
+    // How the value travels: a number, a narrow or a wide string.
     enum class Type : char { Number = 'N', Ansi = 'A', Wide = 'W' };
-    std::string Name;
-    Type Kind = Type::Number;
-    std::uint64_t Number = 0;
-    const char* Ansi = nullptr;
-    const char16_t* Wide = nullptr;
+    std::string Name;  // the parameter's name in the record
+    Type Kind = Type::Number;  // which of the value fields holds the value
+    std::uint64_t Number = 0;  // the value of a Number
+    const char* Ansi = nullptr;  // the value of an Ansi string
+    const char16_t* Wide = nullptr;  // the value of a Wide string
 
     // The value as UTF-8 text: a number in decimal, a narrow string as it is when it is
     // UTF-8 (else byte by byte as Latin-1), a wide string converted.
@@ -39,28 +43,33 @@ struct TL_API ErrorParameter {
 //   for (const Common::Error& record : error.Chain()) { ... }
 class TL_API ErrorChain {
 public:
+    // Steps from a record to its cause.
     class TL_API Iterator {
     public:
-        using value_type = Error;
-        using difference_type = std::ptrdiff_t;
+        using value_type = Error;  // what dereferencing gives
+        using difference_type = std::ptrdiff_t;  // for std::ranges
         Iterator() noexcept = default;
+        // At `record`; null is the end.
         explicit Iterator(const ErrorRecord* record) noexcept : record_(record) {}
-        Error operator*() const noexcept;
-        Iterator& operator++() noexcept;
+        Error operator*() const noexcept;  // the record as an error of its own
+        Iterator& operator++() noexcept;  // to the cause
+        // To the cause, returning the iterator as it was.
         Iterator operator++(int) noexcept {
             Iterator before = *this;
             ++*this;
             return before;
         }
+        // Same record.
         bool operator==(const Iterator& other) const noexcept { return record_ == other.record_; }
 
     private:
         const ErrorRecord* record_ = nullptr;
     };
 
+    // The chain from `head` down.
     explicit ErrorChain(const ErrorRecord* head) noexcept : head_(head) {}
-    Iterator begin() const noexcept { return Iterator(head_); }
-    Iterator end() const noexcept { return Iterator(); }
+    Iterator begin() const noexcept { return Iterator(head_); }  // the head record
+    Iterator end() const noexcept { return Iterator(); }  // past the deepest cause
 
 private:
     const ErrorRecord* head_;
@@ -103,37 +112,47 @@ public:
     // The other record kinds. Parameter names are those of the record's GetNames list.
     static Error Trace(const ErrorOrigin& origin, std::uint32_t code, const char16_t* text,
                        std::uint64_t level);
+    // A record with the name of the function that failed.
     static Error WithFunction(const ErrorOrigin& origin, std::uint32_t code,
                               const char16_t* text, const char* function);
+    // A record with the path the failure concerns.
     static Error WithPath(const ErrorOrigin& origin, std::uint32_t code, const char16_t* text,
                           const char16_t* path);
+    // A record with a function name and a path.
     static Error WithFunctionAndPath(const ErrorOrigin& origin, std::uint32_t code,
                                      const char16_t* text, const char* function,
                                      const char16_t* path);
+    // A record with a path and a name inside it.
     static Error WithPathAndName(const ErrorOrigin& origin, std::uint32_t code,
                                  const char16_t* text, const char16_t* path,
                                  const char16_t* name);
+    // A record with a path and hints on how it was used.
     static Error WithPathAndHints(const ErrorOrigin& origin, std::uint32_t code,
                                   const char16_t* path, std::uint64_t hints);
+    // A library that could not be loaded.
     static Error DelayLoadPath(const ErrorOrigin& origin, std::uint32_t code,
                                const char* library);
+    // A symbol missing from a library.
     static Error DelayLoadSymbol(const ErrorOrigin& origin, std::uint32_t code,
                                  const char* library, const char* symbol);
+    // An ordinal missing from a library.
     static Error DelayLoadOrdinal(const ErrorOrigin& origin, std::uint32_t code,
                                   const char* library, std::uint64_t ordinal);
+    // A record of the system's errno value `errnum`.
     static Error Errno(const ErrorOrigin& origin, std::uint32_t code, int errnum);
 
-    Error(const Error& other) noexcept;
+    Error(const Error& other) noexcept;  // shares the records
+    // Takes the records.
     Error(Error&& other) noexcept : head_(other.head_) { other.head_ = nullptr; }
-    Error& operator=(const Error& other) noexcept;
-    Error& operator=(Error&& other) noexcept;
+    Error& operator=(const Error& other) noexcept;  // shares the records
+    Error& operator=(Error&& other) noexcept;  // takes the records
     ~Error();
 
     // The head's code, 0 when empty.
     std::uint32_t Code() const noexcept;
-    bool Succeeded() const noexcept { return Code() == 0; }
-    bool Failed() const noexcept { return Code() != 0; }
-    bool Empty() const noexcept { return head_ == nullptr; }
+    bool Succeeded() const noexcept { return Code() == 0; }  // code 0
+    bool Failed() const noexcept { return Code() != 0; }  // a code other than 0
+    bool Empty() const noexcept { return head_ == nullptr; }  // no record at all
 
     // The next record of the chain, as an error of its own.
     Error Cause() const noexcept;
@@ -147,17 +166,20 @@ public:
     // ((error & 0xffff) | 0x80070000, or unchanged when 0 or negative), NT status values
     // with bit 28 set, HRESULTs unchanged.
     Error& AddWindowsError(int error) noexcept;
-    Error& AddHResult(unsigned hresult) noexcept;
-    Error& AddNTStatus(unsigned status) noexcept;
+    Error& AddHResult(unsigned hresult) noexcept;  // a system HRESULT as the cause
+    Error& AddNTStatus(unsigned status) noexcept;  // an NT status as the cause
 
     // The head record's message text and parameters; empty or null on an empty error.
     std::u16string Text() const;
+    // A numeric parameter; 0 when missing.
     std::uint64_t GetNumber(const char* name) const noexcept;
+    // A narrow string parameter; null when missing.
     const char* GetAnsi(const char* name) const noexcept;
+    // A wide string parameter; null when missing.
     const char16_t* GetWide(const char* name) const noexcept;
     // Comma-separated parameter names in serialization order; "" on an empty error.
     const char* GetNames() const noexcept;
-    ErrorOrigin Origin() const noexcept;
+    ErrorOrigin Origin() const noexcept;  // where the head record was made
 
     // The head record's parameter names in serialization order (GetNames split at commas).
     std::vector<std::string> ParameterNames() const;

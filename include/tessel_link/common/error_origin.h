@@ -1,5 +1,7 @@
 #pragma once
 
+// Where an error was made, as every record carries it (TL_ORIGIN builds it).
+
 #include <cstdint>
 
 namespace Common {
@@ -7,10 +9,10 @@ namespace Common {
 // Where an error was made: a tag stable per source line, the source file, the qualified
 // function name and the line. Every error site builds one with TL_ORIGIN.
 struct ErrorOrigin {
-    std::uint64_t LineTag = 0;
-    const char* File = nullptr;
-    const char* Func = nullptr;
-    std::uint32_t Line = 0;
+    std::uint64_t LineTag = 0;  // stable per source line
+    const char* File = nullptr;  // the source file
+    const char* Func = nullptr;  // the qualified function name
+    std::uint32_t Line = 0;  // the source line
 };
 
 // The per-file base of a line tag: a 64-bit hash of the source path (relative to the

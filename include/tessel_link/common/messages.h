@@ -1,5 +1,7 @@
 #pragma once
 
+// The module's message table: the texts behind error codes.
+
 #include <cstddef>
 #include <cstdint>
 
@@ -12,6 +14,7 @@ namespace Common {
 inline constexpr std::uint32_t kMessageRowCount = 644;
 inline constexpr std::uint32_t kMessageSignature = 646;
 
+// The identifier of a row.
 constexpr std::uint32_t MessageId(std::uint32_t row) { return 8 + 4 * row; }
 
 // The text of a message, or null when no table could be loaded. The table is loaded on the
@@ -24,10 +27,10 @@ TL_API const char16_t* GetMessageRow(std::uint32_t row);
 
 // The block of the table in use (after loading it if needed).
 struct MessageTableBlock {
-    const unsigned char* Data = nullptr;
-    std::size_t Size = 0;
+    const unsigned char* Data = nullptr;  // the table's bytes
+    std::size_t Size = 0;  // their number
 };
-TL_API MessageTableBlock GetMessageTable();
+TL_API MessageTableBlock GetMessageTable();  // the block in use, loading the table if needed
 
 // The built-in block, whatever table is in use.
 TL_API MessageTableBlock GetBuiltInMessageTable();

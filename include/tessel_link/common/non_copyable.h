@@ -1,5 +1,7 @@
 #pragma once
 
+// A base for classes whose objects have identity and must not be copied.
+
 namespace Common {
 
 // A base without content for classes whose objects have identity.

@@ -1,5 +1,7 @@
 #pragma once
 
+// Core::Optional, the value that may be absent, as records and parameters carry it.
+
 #include <string>
 #include <type_traits>
 #include <typeinfo>
@@ -24,22 +26,24 @@ template <class T>
 class Optional {
 public:
     Optional() = default;
-    Optional(const T& value) : null_(false), value_(value) {}
-    Optional(T&& value) : null_(false), value_(std::move(value)) {}
+    Optional(const T& value) : null_(false), value_(value) {}  // a present value
+    Optional(T&& value) : null_(false), value_(std::move(value)) {}  // a present value
 
+    // Makes the optional present with `value`.
     Optional& operator=(const T& value) {
         null_ = false;
         value_ = value;
         return *this;
     }
+    // Makes the optional present with `value`.
     Optional& operator=(T&& value) {
         null_ = false;
         value_ = std::move(value);
         return *this;
     }
 
-    bool IsNull() const { return null_; }
-    explicit operator bool() const { return !null_; }
+    bool IsNull() const { return null_; }  // true when absent
+    explicit operator bool() const { return !null_; }  // true when present
 
     // The value; throws 0x00ac0001 from "Core::Optional<T>::Get" when null.
     T& Get() {
@@ -54,14 +58,15 @@ public:
         }
         return value_;
     }
-    T* operator->() { return &Get(); }
-    const T* operator->() const { return &Get(); }
-    T& operator*() { return Get(); }
-    const T& operator*() const { return Get(); }
+    T* operator->() { return &Get(); }  // the value; throws as Get when null
+    const T* operator->() const { return &Get(); }  // the value; throws as Get when null
+    T& operator*() { return Get(); }  // the value; throws as Get when null
+    const T& operator*() const { return Get(); }  // the value; throws as Get when null
 
     // The value, or `fallback` when null.
     T ValueOr(T fallback) const { return null_ ? std::move(fallback) : value_; }
 
+    // Makes the optional null, holding a default T again.
     void Reset() {
         null_ = true;
         value_ = T{};
@@ -72,6 +77,7 @@ public:
     bool EqualBy(const Optional& other, Equal&& equal) const {
         return null_ == other.null_ && (null_ || equal(value_, other.value_));
     }
+    // Equal when both are null or both hold equal values.
     friend bool operator==(const Optional& a, const Optional& b) {
         return a.EqualBy(b, [](const T& x, const T& y) { return x == y; });
     }

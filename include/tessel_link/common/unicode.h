@@ -1,5 +1,7 @@
 #pragma once
 
+// Conversions between UTF-16 (the wire's text), UTF-8 and the system's narrow strings.
+
 #include <cstddef>
 #include <string>
 #include <string_view>

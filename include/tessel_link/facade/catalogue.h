@@ -26,37 +26,42 @@ using RequestVisitor = void (*)(Binding::Request& request, void* context);
 
 // The direction bits of a parameter's Kind.
 inline constexpr std::uint32_t kParameterIn = 1;
-inline constexpr std::uint32_t kParameterOut = 2;
+inline constexpr std::uint32_t kParameterOut = 2;  // the parameter comes back
 inline constexpr std::uint32_t kParameterObscured = 4;  // a wide string that travels obscured
 
+// One parameter of a method.
 struct Parameter {
-    const char* Name;
+    const char* Name;  // as the interface names it
     const char* Type;  // as the interface declares it ("list<Guid>&")
     std::uint32_t Kind;  // kParameterIn | kParameterOut | kParameterObscured, or 0
 };
 
+// One method of a component's interface.
 struct Method {
-    std::uint32_t Number;
-    const char* Name;
+    std::uint32_t Number;  // 1-based, what the service knows it by
+    const char* Name;  // without the interface
     std::uint32_t Since;  // the interface version that introduced the method
-    const Parameter* Params;
-    std::size_t ParamCount;
+    const Parameter* Params;  // the parameters, in order
+    std::size_t ParamCount;  // their number
     // Builds the request of a call with default-constructed arguments and hands it to
     // `visit`. The request's out arguments point into the builder's frame: write it, don't
     // read a reply into it.
     void (*VisitDefaultRequest)(RequestVisitor visit, void* context);
 
+    // The parameters as a span.
     std::span<const Parameter> Parameters() const { return {Params, ParamCount}; }
 };
 
+// One component: its ID, interface, version and methods.
 struct Component {
-    std::uint32_t ID;
+    std::uint32_t ID;  // the component ID that proxies are made for
     const char* Interface;  // with its namespace
     const char* Name;       // without it
-    std::uint32_t Version;
+    std::uint32_t Version;  // the interface version proxies speak
     const Method* MethodTable;  // in slot order
-    std::size_t MethodCount;
+    std::size_t MethodCount;  // their number
 
+    // The methods as a span.
     std::span<const Method> Methods() const { return {MethodTable, MethodCount}; }
     // Null for a number the component does not have.
     const Method* FindMethod(std::uint32_t number) const {

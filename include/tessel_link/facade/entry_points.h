@@ -37,7 +37,9 @@ public:
     virtual bool RegisterType(const std::string& typeName, XidlTypeCreator creator) = 0;
 };
 
+// The slot that CreateProxy fills.
 using ComponentSlot = std::unique_ptr<ComponentManagement::Component>;
+// The host's channel, shared with the proxies.
 using ChannelPointer = std::shared_ptr<Binding::RequestChannel>;
 
 }  // namespace Core
@@ -56,4 +58,4 @@ TL_API void CheckInXIDLTypes(Core::XidlTypeRegistrar* registrar);
 
 // The entry points' types, for hosts that look them up with dlsym.
 using CreateProxyFunction = decltype(&CreateProxy);
-using CheckInXIDLTypesFunction = decltype(&CheckInXIDLTypes);
+using CheckInXIDLTypesFunction = decltype(&CheckInXIDLTypes);  // the type of CheckInXIDLTypes

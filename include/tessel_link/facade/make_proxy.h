@@ -31,8 +31,8 @@ TL_API Common::Error NotImplementedError(const char* function);
 
 // Owns the component behind a typed proxy pointer and deletes it with the pointer.
 struct ComponentOwner {
-    ComponentManagement::Component* Component = nullptr;
-    void operator()(const void*) const noexcept { delete Component; }
+    ComponentManagement::Component* Component = nullptr;  // the component, deleted with the pointer
+    void operator()(const void*) const noexcept { delete Component; }  // deletes the component
 };
 
 // A typed proxy: points at the interface X and owns the component that implements it. The

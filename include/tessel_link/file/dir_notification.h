@@ -20,6 +20,7 @@ public:
     dir_notification(const dir_notification&) = delete;
     dir_notification& operator=(const dir_notification&) = delete;
 
+    // Takes one more reference.
     void AddRef() noexcept { refs_.fetch_add(1, std::memory_order_relaxed); }
     // Destroys the callback with the last reference.
     void Release() noexcept;

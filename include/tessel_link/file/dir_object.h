@@ -1,5 +1,8 @@
 #pragma once
 
+// Directory objects: reading a directory's entries, opening its files and subdirectories, and
+// changing them.
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -39,39 +42,41 @@ public:
     public:
         // Goes to the next entry; at the end records 0x40002.
         virtual bool Next() = 0;
-        virtual file_identifier* GetIdentifier() = 0;
+        virtual file_identifier* GetIdentifier() = 0;  // the entry's identifier; null when in error
         // The entry's name; null when in error.
         virtual const char16_t* GetName() = 0;
         virtual const char16_t* GetShortName();    // null
         virtual const char16_t* GetDisplayName();  // GetName()
-        virtual std::uint64_t Reserved5();
+        virtual std::uint64_t Reserved5();  // kept free
         // The DOS attribute word.
         virtual std::uint32_t GetAttributes() = 0;
         virtual const char16_t* GetFullPath();  // null
         // The entry class.
         virtual std::uint32_t GetType() = 0;
         virtual std::uint64_t GetSize();  // the times are in milliseconds since 1970; all 0
-        virtual std::int64_t GetCreationTime();
-        virtual std::int64_t GetAccessTime();
-        virtual std::int64_t GetWriteTime();
+        virtual std::int64_t GetCreationTime();  // milliseconds since 1970; 0 when unknown
+        virtual std::int64_t GetAccessTime();  // milliseconds since 1970; 0 when unknown
+        virtual std::int64_t GetWriteTime();  // milliseconds since 1970; 0 when unknown
         // Numeric properties; all ones means unknown.
         virtual std::uint64_t GetLinkCount();
-        virtual std::uint64_t GetUnixMode();
-        virtual std::uint64_t GetUnixOwner();
-        virtual std::uint64_t GetUnixGroup();
-        virtual std::uint64_t GetRawDevice();
+        virtual std::uint64_t GetUnixMode();  // the mode bits
+        virtual std::uint64_t GetUnixOwner();  // the owner's user ID
+        virtual std::uint64_t GetUnixGroup();  // the group ID
+        virtual std::uint64_t GetRawDevice();  // the device number of a device node
         virtual const void* GetOwnerSid();           // null
         virtual const char16_t* GetSymLinkTarget();  // null
-        virtual std::uint64_t Reserved20();
-        virtual std::uint64_t Reserved21();
+        virtual std::uint64_t Reserved20();  // kept free
+        virtual std::uint64_t Reserved21();  // kept free
         virtual const char16_t* GetExtendedName();  // null
         virtual std::uint64_t GetInodeId();         // 0
         virtual std::uint64_t GetDeviceId();        // 0
     };
 
+    // Opens an entry for reading: by identifier, at an iterator's position, or by name.
     virtual i_file* OpenI(const file_identifier& id) = 0;
     virtual i_file* OpenI(iterator& position) = 0;
     virtual i_file* OpenI(const char16_t* name, std::uint32_t flags) = 0;
+    // Opens a subdirectory: by identifier, at an iterator's position, or by name.
     virtual i_dir* OpenDir(const file_identifier& id) = 0;
     virtual i_dir* OpenDir(iterator& position) = 0;
     virtual i_dir* OpenDir(const char16_t* name) = 0;
@@ -81,6 +86,7 @@ public:
     virtual i_dir* OpenSelf();
     // Records 0x4000e unless the object is already in error.
     virtual i_dir* OpenSpecialDir(std::uint32_t selector);
+    // At the entry of that identifier.
     virtual iterator* GetIterator(const file_identifier& id) = 0;
     // By name or pattern.
     virtual iterator* GetIterator(const char16_t* name) = 0;
@@ -99,16 +105,16 @@ public:
     virtual bool GetVolumeLabel(std::u16string& label);  // records 0x4000e
     virtual bool IsPathSeparator(char16_t c);            // '/' and '\'
     virtual char16_t GetPathSeparator();                 // '\'
-    virtual std::uint64_t Reserved21();
+    virtual std::uint64_t Reserved21();  // kept free
     // Starts (non-null) or stops (null) change notification; records 0x4000e.
     virtual bool EnableNotification(dir_notification* callback);
     virtual void ContinueNotification();  // nothing to re-arm
     // Looks `path` up, opens the entry and returns it; records 0x40006 when the result can't
     // be made.
     virtual file_object* ResolveSymLinks(const char16_t* path);
-    virtual std::uint64_t Reserved25();
+    virtual std::uint64_t Reserved25();  // kept free
     virtual std::pair<std::uint64_t, std::uint64_t> GetMountInfo();  // {0, 0}
-    virtual std::uint64_t Reserved27();
+    virtual std::uint64_t Reserved27();  // kept free
 
     bool IOCTL(ioctl_command& command) override;  // records 0x4000e ("i_dir::IOCTL")
 };
@@ -116,20 +122,28 @@ public:
 // Output to a directory: creating, removing and changing entries.
 class TL_API o_dir : public virtual file_object {
 public:
-    virtual o_dir* OpenDirO(const file_identifier& id) = 0;
-    virtual bool Remove(const char16_t* name) = 0;
-    virtual bool Rename(const char16_t* from, const char16_t* to) = 0;
+    virtual o_dir* OpenDirO(const file_identifier& id) = 0;  // opens a subdirectory for output
+    virtual bool Remove(const char16_t* name) = 0;  // removes the file `name`
+    virtual bool Rename(const char16_t* from, const char16_t* to) = 0;  // renames an entry
     // The defaults of these record 0x4000e with their own names.
     virtual bool CreateHardLink(const char16_t* existing, const char16_t* link);
+    // Makes `link` point at `target`.
     virtual bool CreateSymLink(const char16_t* target, const char16_t* link);
+    // Makes the directory `name`.
     virtual bool CreateDir(const char16_t* name, std::uint32_t flags) = 0;
-    virtual bool RemoveDir(const char16_t* name) = 0;
+    virtual bool RemoveDir(const char16_t* name) = 0;  // removes the empty directory `name`
+    // Sets the entry's access rights.
     virtual bool SetAccessRights(const char16_t* name, const void* rights);
+    // Sets the entry's DOS attributes.
     virtual bool SetDOSAttributes(const char16_t* name, std::uint32_t attributes);
+    // Sets the entry's mode bits.
     virtual bool SetUnixPermissions(const char16_t* name, std::uint32_t mode);
+    // Sets the entry's owner and group.
     virtual bool SetUnixOwner(const char16_t* name, std::uint32_t user, std::uint32_t group);
+    // Makes a device node.
     virtual bool CreateDeviceNode(const char16_t* name, std::uint32_t kind, std::uint32_t major,
                                   std::uint32_t minor);
+    // Opens an entry for writing: by identifier, at an iterator's position, or by name.
     virtual o_file* OpenO(const file_identifier& id) = 0;
     virtual o_file* OpenO(i_dir::iterator& position) = 0;
     virtual o_file* OpenO(const char16_t* name, std::uint32_t flags) = 0;
@@ -137,6 +151,7 @@ public:
     bool IOCTL(ioctl_command& command) override;  // records 0x4000e ("o_dir::IOCTL")
 };
 
+// A directory whose files can be read in sequence.
 class TL_API si_dir : public i_dir {
 public:
     si_file* OpenI(const file_identifier& id) override = 0;
@@ -145,6 +160,7 @@ public:
     i_dir* OpenSpecialDir(std::uint32_t selector) override;
 };
 
+// A directory whose files can be read at any position.
 class TL_API ri_dir : public si_dir {
 public:
     ri_file* OpenI(const file_identifier& id) override = 0;
@@ -153,6 +169,7 @@ public:
     i_dir* OpenSpecialDir(std::uint32_t selector) override;
 };
 
+// A directory whose files can be written at any position.
 class TL_API ro_dir : public o_dir {
 public:
     ro_file* OpenO(const file_identifier& id) override = 0;
@@ -160,11 +177,14 @@ public:
     ro_file* OpenO(const char16_t* name, std::uint32_t flags) override = 0;
 };
 
+// A directory whose files can be read and written at any position.
 class TL_API rio_dir : public ri_dir, public ro_dir {
 public:
     // OpenDir(".").
     i_dir* OpenSelf() override;
     i_dir* OpenSpecialDir(std::uint32_t selector) override;
+    // Opens an entry for reading and writing: by identifier, at an iterator's position, or by
+    // name.
     virtual rio_file* OpenRIO(const file_identifier& id) = 0;
     virtual rio_file* OpenRIO(iterator& position) = 0;
     virtual rio_file* OpenRIO(const char16_t* name, std::uint32_t flags) = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+// Identifiers of directory entries, which stay valid when names change.
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -24,19 +26,21 @@ public:
 class TL_API the_identifier : public file_identifier {
 public:
     the_identifier() noexcept;
+    // An identifier of `name` and a copy of the blob.
     the_identifier(std::u16string_view name, const void* blob, std::size_t blobSize) noexcept;
-    the_identifier(const the_identifier& other) noexcept;
-    the_identifier& operator=(const the_identifier& other) noexcept;
+    the_identifier(const the_identifier& other) noexcept;  // shares the record
+    the_identifier& operator=(const the_identifier& other) noexcept;  // shares the record
     ~the_identifier() override;
 
     std::unique_ptr<file_identifier> Clone() const override;
 
-    std::u16string_view Name() const noexcept;
-    const unsigned char* Blob() const noexcept;
-    std::size_t BlobSize() const noexcept;
+    std::u16string_view Name() const noexcept;  // the name
+    const unsigned char* Blob() const noexcept;  // the blob; null when none
+    std::size_t BlobSize() const noexcept;  // the blob's size in bytes
 
     // The references to this identifier's record, and whether two identifiers share one.
     std::uint32_t UseCount() const noexcept;
+    // Whether the two share one record.
     bool SharesRecordWith(const the_identifier& other) const noexcept {
         return record_ == other.record_;
     }

@@ -1,5 +1,8 @@
 #pragma once
 
+// File objects: the common base with its sticky error, and the reading, writing and seeking
+// interfaces.
+
 #include <cstdint>
 
 #include <tessel_link/common/error.h>
@@ -10,7 +13,7 @@ namespace File {
 // The argument of IOCTL: a record whose first field is a command code of four ASCII letters
 // in memory order. Commands with arguments derive from it and add their fields.
 struct ioctl_command {
-    std::uint32_t Code = 0;
+    std::uint32_t Code = 0;  // the four letters, first letter in the low byte
 };
 
 // The one virtual base of every file and directory object.
@@ -30,8 +33,9 @@ public:
     // knows none: it records 0x4000e, unless the object is already in error.
     virtual bool IOCTL(ioctl_command& command);
 
+    // The failure recorded, or success.
     const Common::Error& GetError() const noexcept { return error_; }
-    bool Failed() const noexcept { return error_.Failed(); }
+    bool Failed() const noexcept { return error_.Failed(); }  // whether a failure is recorded
     // Forgets a recorded failure, for a caller that retries.
     void ClearError() noexcept { error_ = Common::ErrorSuccess; }
 
@@ -63,6 +67,7 @@ public:
 // Sequential output.
 class TL_API o_file : public virtual file_object {
 public:
+    // Writes up to `count` bytes; `written` says how many went.
     virtual bool Write(const void* buffer, std::uint64_t count, std::uint64_t& written) = 0;
     // Pushes buffered data to the medium. The default has nothing to push.
     virtual bool Flush();
@@ -71,8 +76,8 @@ public:
 // A file whose length is known and that can start over.
 class TL_API sized_file : public virtual file_object {
 public:
-    virtual bool Rewind() = 0;
-    virtual std::uint64_t Size() = 0;
+    virtual bool Rewind() = 0;  // back to the start
+    virtual std::uint64_t Size() = 0;  // the length in bytes
 };
 
 class TL_API si_file : public i_file, public virtual sized_file {};
@@ -82,8 +87,9 @@ class TL_API raccess_file : public virtual sized_file {
 public:
     // Each returns the new position.
     virtual std::uint64_t Seek(std::uint64_t position) = 0;
+    // Moves by `delta` from the current position.
     virtual std::uint64_t SeekRel(std::int64_t delta) = 0;
-    virtual std::uint64_t SeekEnd(std::int64_t delta) = 0;
+    virtual std::uint64_t SeekEnd(std::int64_t delta) = 0;  // moves to `delta` from the end
     // Releases a lock taken by LockShared or LockExclusive. The default records 0x4000e
     // unless the object is already in error.
     virtual bool Unlock(std::uint64_t offset, std::uint64_t length);
@@ -94,12 +100,14 @@ public:
     std::uint64_t Size() override;
 };
 
+// A file that can be read at any position.
 class TL_API ri_file : public si_file, public virtual raccess_file {
 public:
     // The default records 0x4000e unless the object is already in error.
     virtual bool LockShared(std::uint64_t offset, std::uint64_t length);
 };
 
+// A file that can be written at any position.
 class TL_API ro_file : public o_file, public virtual raccess_file {
 public:
     // Ends the file at the current position.

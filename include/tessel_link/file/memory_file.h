@@ -1,5 +1,7 @@
 #pragma once
 
+// Files held in memory: a read-only view of the caller's bytes and a growing file.
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +23,7 @@ TL_API Common::Error MemorySeekError(const char* function);
 template <typename CharT>
 class buf_ifile : public ri_file {
 public:
+    // Reads the `count` elements at `data`.
     buf_ifile(const CharT* data, std::size_t count)
         : data_(reinterpret_cast<const unsigned char*>(data)), size_(count * sizeof(CharT)) {}
 
@@ -49,8 +52,9 @@ public:
     }
     std::uint64_t Size() override { return size_; }
 
+    // The elements read from.
     const CharT* Data() const noexcept { return reinterpret_cast<const CharT*>(data_); }
-    std::uint64_t Position() const noexcept { return position_; }
+    std::uint64_t Position() const noexcept { return position_; }  // the position, in bytes
 
 private:
     // Positions wrap like unsigned numbers, so a negative result lands far behind the end
@@ -77,6 +81,7 @@ private:
 class TL_API memory_file : public rio_file {
 public:
     memory_file() = default;
+    // A file that holds `content`.
     explicit memory_file(std::vector<unsigned char> content) : content_(std::move(content)) {}
 
     bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override;
@@ -87,8 +92,9 @@ public:
     std::uint64_t Size() override { return content_.size(); }
     bool Truncate() override;
 
+    // What the file holds.
     const std::vector<unsigned char>& Content() const noexcept { return content_; }
-    std::uint64_t Position() const noexcept { return position_; }
+    std::uint64_t Position() const noexcept { return position_; }  // the position, in bytes
 
 private:
     std::uint64_t MoveTo(std::int64_t base, std::int64_t delta, const char* function);

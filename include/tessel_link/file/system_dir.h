@@ -59,55 +59,55 @@ TL_API std::unique_ptr<rio_dir> CreateRootDir();
 // Names of the system as wide strings and back, without loss: bytes that are not UTF-8
 // become the lone surrogates U+DC80 to U+DCFF, which turn back into the same bytes.
 TL_API std::u16string NativeNameToWide(std::string_view name);
-TL_API std::string WideNameToNative(std::u16string_view name);
+TL_API std::string WideNameToNative(std::u16string_view name);  // the inverse of NativeNameToWide
 
 // Sets the times of an entry of the directory; a time below 0 leaves that time as it is.
 // Times are milliseconds since 1970. Creation times cannot be set here and are ignored.
 struct set_entry_times_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("STME");
+    static constexpr std::uint32_t kCode = CommandCode("STME");  // the command's code
     set_entry_times_command() { Code = kCode; }
-    const char16_t* Name = nullptr;
-    std::int64_t Creation = -1;
-    std::int64_t Access = -1;
-    std::int64_t Write = -1;
+    const char16_t* Name = nullptr;  // the entry's name
+    std::int64_t Creation = -1;  // ignored
+    std::int64_t Access = -1;  // below 0: unchanged
+    std::int64_t Write = -1;  // below 0: unchanged
 };
 
 // Turns compression of a file on or off, on file systems that have it.
 struct entry_compression_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("CMPR");
+    static constexpr std::uint32_t kCode = CommandCode("CMPR");  // the command's code
     entry_compression_command() { Code = kCode; }
-    const char16_t* Name = nullptr;
-    bool On = true;
+    const char16_t* Name = nullptr;  // the entry's name
+    bool On = true;  // false turns it off
 };
 
 // The file system of the directory's volume: its type name, the statvfs flags and the
 // longest name it takes.
 struct file_system_info_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("GFST");
+    static constexpr std::uint32_t kCode = CommandCode("GFST");  // the command's code
     file_system_info_command() { Code = kCode; }
-    std::u16string Name;
-    std::uint64_t Flags = 0;
-    std::uint64_t MaxNameLength = 0;
+    std::u16string Name;  // the type name ("ext4")
+    std::uint64_t Flags = 0;  // the statvfs flags
+    std::uint64_t MaxNameLength = 0;  // the longest name it takes
 };
 
 // Reads the target of a symbolic link into a buffer of the caller; `Returned` is its length
 // in bytes, as the system stores it.
 struct reparse_point_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("REPP");
+    static constexpr std::uint32_t kCode = CommandCode("REPP");  // the command's code
     reparse_point_command() { Code = kCode; }
-    const char16_t* Name = nullptr;
-    void* Buffer = nullptr;
-    std::size_t Size = 0;
-    std::size_t Returned = 0;
+    const char16_t* Name = nullptr;  // the link's name
+    void* Buffer = nullptr;  // the caller's buffer
+    std::size_t Size = 0;  // its size in bytes
+    std::size_t Returned = 0;  // the target's length in bytes
 };
 
 // Opens a file for a backup read: for reading, without following a final symbolic link.
 struct open_backup_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("OFBS");
+    static constexpr std::uint32_t kCode = CommandCode("OFBS");  // the command's code
     open_backup_command() { Code = kCode; }
-    const char16_t* Name = nullptr;
-    bool Shared = false;
-    std::unique_ptr<rio_file> File;
+    const char16_t* Name = nullptr;  // the file's name
+    bool Shared = false;  // open shared with writers
+    std::unique_ptr<rio_file> File;  // the file, on success
 };
 
 // Makes the directory act for a user from now on: the directory and everything opened or

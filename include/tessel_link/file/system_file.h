@@ -1,5 +1,7 @@
 #pragma once
 
+// Files of the system: opening them by path and the commands they take.
+
 #include <memory>
 #include <string>
 
@@ -11,6 +13,7 @@
 
 namespace File {
 
+// How OpenSystemFile opens a file.
 enum class open_mode {
     read,            // an existing file, for reading
     read_write,      // an existing file, for reading and writing
@@ -36,6 +39,7 @@ TL_API std::unique_ptr<rio_file> OpenSystemFileNoCache(const std::u16string& pat
 TL_API std::unique_ptr<rio_file> OpenSystemFile(const std::u16string& path, open_mode mode,
                                                 Common::Error& error,
                                                 const std::shared_ptr<SubstToken>& token);
+// OpenSystemFileNoCache as the user of `token` (when not null).
 TL_API std::unique_ptr<rio_file> OpenSystemFileNoCache(const std::u16string& path, open_mode mode,
                                                        Common::Error& error,
                                                        const std::shared_ptr<SubstToken>& token);
@@ -45,64 +49,66 @@ TL_API std::unique_ptr<rio_file> OpenSystemFileNoCache(const std::u16string& pat
 // The allocated ranges of the file that meet [Start, Start + Length), as an owned block: a
 // count word followed by that many (offset, length) pairs, all 64-bit.
 struct allocation_map_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("ALCM");
+    static constexpr std::uint32_t kCode = CommandCode("ALCM");  // the command's code
     allocation_map_command() { Code = kCode; }
-    std::uint64_t Start = 0;
-    std::uint64_t Length = ~std::uint64_t{0};
-    std::unique_ptr<std::uint64_t[]> Map;
+    std::uint64_t Start = 0;  // where the ranges start
+    std::uint64_t Length = ~std::uint64_t{0};  // how far they reach
+    std::unique_ptr<std::uint64_t[]> Map;  // the block, on success
 
-    std::uint64_t RangeCount() const noexcept { return Map ? Map[0] : 0; }
+    std::uint64_t RangeCount() const noexcept { return Map ? Map[0] : 0; }  // the number of ranges
+    // Where range `i` starts.
     std::uint64_t RangeOffset(std::uint64_t i) const noexcept { return Map[1 + 2 * i]; }
+    // How long range `i` is.
     std::uint64_t RangeLength(std::uint64_t i) const noexcept { return Map[2 + 2 * i]; }
 };
 
 // The geometry under the file.
 struct sector_sizes_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("GSEC");
+    static constexpr std::uint32_t kCode = CommandCode("GSEC");  // the command's code
     sector_sizes_command() { Code = kCode; }
-    std::uint32_t LogicalSector = 0;
-    std::uint32_t PhysicalSector = 0;
-    std::uint32_t FileSystemBlock = 0;
+    std::uint32_t LogicalSector = 0;  // in bytes
+    std::uint32_t PhysicalSector = 0;  // in bytes
+    std::uint32_t FileSystemBlock = 0;  // in bytes
 };
 
 // The byte on the device that holds the file's byte Logical; all ones in a hole.
 struct physical_offset_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("RPTR");
+    static constexpr std::uint32_t kCode = CommandCode("RPTR");  // the command's code
     physical_offset_command() { Code = kCode; }
-    std::uint64_t Logical = 0;
-    std::uint64_t Physical = 0;
+    std::uint64_t Logical = 0;  // the byte asked for
+    std::uint64_t Physical = 0;  // its place on the device
 };
 
 // Marks the file as one that may have holes.
 struct set_sparse_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("SPRS");
+    static constexpr std::uint32_t kCode = CommandCode("SPRS");  // the command's code
     set_sparse_command() { Code = kCode; }
-    bool Sparse = true;
+    bool Sparse = true;  // false clears the mark
 };
 
 // Makes [Offset, Offset + Length) read as zeroes, freeing its blocks where it can.
 struct zero_range_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("ZERO");
+    static constexpr std::uint32_t kCode = CommandCode("ZERO");  // the command's code
     zero_range_command() { Code = kCode; }
-    std::uint64_t Offset = 0;
-    std::uint64_t Length = 0;
+    std::uint64_t Offset = 0;  // where the range starts
+    std::uint64_t Length = 0;  // its length
 };
 
 // Sets the times, in 100 ns units since 1601-01-01 UTC; 0 leaves a time as it is. Linux has
 // no settable creation time, so that one is left alone.
 struct set_times_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("STIM");
+    static constexpr std::uint32_t kCode = CommandCode("STIM");  // the command's code
     set_times_command() { Code = kCode; }
-    std::uint64_t CreationTime = 0;
-    std::uint64_t AccessTime = 0;
-    std::uint64_t WriteTime = 0;
+    std::uint64_t CreationTime = 0;  // 0: unchanged
+    std::uint64_t AccessTime = 0;  // 0: unchanged
+    std::uint64_t WriteTime = 0;  // 0: unchanged
 };
 
 // Turns the file system's compression of the file on or off.
 struct set_compression_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("CMPR");
+    static constexpr std::uint32_t kCode = CommandCode("CMPR");  // the command's code
     set_compression_command() { Code = kCode; }
-    bool Compressed = true;
+    bool Compressed = true;  // false turns it off
 };
 
 }  // namespace File

@@ -17,6 +17,7 @@
 
 namespace File {
 
+// A logged-on user whose file access a scope can take on.
 class TL_API SubstToken : Common::NonCopyable {
 public:
     // What the token holds; only the library makes one.
@@ -34,15 +35,15 @@ public:
                                                      const char16_t* password,
                                                      std::shared_ptr<SubstToken>& token);
 
-    explicit SubstToken(std::unique_ptr<State> state);
+    explicit SubstToken(std::unique_ptr<State> state);  // made by the logon functions
     ~SubstToken();
 
     // The identity that a scope takes on.
     std::uint32_t User() const noexcept;
-    std::uint32_t Group() const noexcept;
-    const std::vector<std::uint32_t>& Groups() const noexcept;
+    std::uint32_t Group() const noexcept;  // the primary group
+    const std::vector<std::uint32_t>& Groups() const noexcept;  // the supplementary groups
 
-    const State& Get() const noexcept { return *state_; }
+    const State& Get() const noexcept { return *state_; }  // the token's state, for the library
 
 private:
     std::unique_ptr<State> state_;

@@ -23,57 +23,61 @@ namespace File {
 static_assert(std::endian::native == std::endian::little,
               "the journal's structures are read in place, in little-endian order");
 
-using USN = std::int64_t;
+using USN = std::int64_t;  // an update sequence number: a position in the journal
 
+// The control codes of the journal: query it, read it, enumerate the volume's files.
 inline constexpr std::uint32_t FSCTL_QUERY_USN_JOURNAL = 0x900f4;
 inline constexpr std::uint32_t FSCTL_READ_USN_JOURNAL = 0x900bb;
 inline constexpr std::uint32_t FSCTL_ENUM_USN_DATA = 0x900b3;
 
+// What the journal query answers.
 struct USN_JOURNAL_DATA {
-    std::uint64_t UsnJournalID;
-    USN FirstUsn;
-    USN NextUsn;
-    USN LowestValidUsn;
-    USN MaxUsn;
-    std::uint64_t MaximumSize;
-    std::uint64_t AllocationDelta;
+    std::uint64_t UsnJournalID;  // the journal's identity; a new one after a reset
+    USN FirstUsn;  // the oldest record kept
+    USN NextUsn;  // where the next record will go
+    USN LowestValidUsn;  // the lowest position a reader may start at
+    USN MaxUsn;  // the highest position the journal can reach
+    std::uint64_t MaximumSize;  // the size the journal is kept under
+    std::uint64_t AllocationDelta;  // what is freed when it grows past that
 };
 static_assert(sizeof(USN_JOURNAL_DATA) == 56);
 
+// What a journal read is asked with.
 struct READ_USN_JOURNAL_DATA {
-    USN StartUsn;
-    std::uint32_t ReasonMask;
-    std::uint32_t ReturnOnlyOnClose;
-    std::uint64_t Timeout;
-    std::uint64_t BytesToWaitFor;
-    std::uint64_t UsnJournalID;
+    USN StartUsn;  // where to start
+    std::uint32_t ReasonMask;  // the change reasons wanted
+    std::uint32_t ReturnOnlyOnClose;  // nonzero: only records of closed files
+    std::uint64_t Timeout;  // how long to wait for new records
+    std::uint64_t BytesToWaitFor;  // how many bytes to wait for
+    std::uint64_t UsnJournalID;  // the journal the read is meant for
 };
 static_assert(sizeof(READ_USN_JOURNAL_DATA) == 40);
 
+// What a file enumeration is asked with.
 struct MFT_ENUM_DATA {
-    std::uint64_t StartFileReferenceNumber;
-    USN LowUsn;
-    USN HighUsn;
+    std::uint64_t StartFileReferenceNumber;  // where to start
+    USN LowUsn;  // the lowest position wanted
+    USN HighUsn;  // the highest position wanted
 };
 static_assert(sizeof(MFT_ENUM_DATA) == 24);
 
 // A record of version 2. FileName is the first of FileNameLength / 2 UTF-16 units, which
 // start FileNameOffset bytes from the record's start and are not terminated.
 struct USN_RECORD {
-    std::uint32_t RecordLength;
-    std::uint16_t MajorVersion;
-    std::uint16_t MinorVersion;
-    std::uint64_t FileReferenceNumber;
-    std::uint64_t ParentFileReferenceNumber;
-    USN Usn;
-    std::int64_t TimeStamp;
-    std::uint32_t Reason;
-    std::uint32_t SourceInfo;
-    std::uint32_t SecurityId;
-    std::uint32_t FileAttributes;
-    std::uint16_t FileNameLength;
-    std::uint16_t FileNameOffset;
-    char16_t FileName[1];
+    std::uint32_t RecordLength;  // the record's size in bytes
+    std::uint16_t MajorVersion;  // 2
+    std::uint16_t MinorVersion;  // 0
+    std::uint64_t FileReferenceNumber;  // the file's reference
+    std::uint64_t ParentFileReferenceNumber;  // its directory's reference
+    USN Usn;  // the record's position
+    std::int64_t TimeStamp;  // when, as FILETIME
+    std::uint32_t Reason;  // the change reasons
+    std::uint32_t SourceInfo;  // where the change came from
+    std::uint32_t SecurityId;  // the file's security ID
+    std::uint32_t FileAttributes;  // the file's attributes
+    std::uint16_t FileNameLength;  // the name's size in bytes
+    std::uint16_t FileNameOffset;  // where the name starts
+    char16_t FileName[1];  // the name's first unit
 };
 static_assert(offsetof(USN_RECORD, FileName) == 60);
 
@@ -85,8 +89,8 @@ TL_API std::u16string UsnRecordName(const USN_RECORD& record);
 
 // Where a file is: its parent's reference and its own name.
 struct FileRecordInfo {
-    std::uint64_t ParentFileReferenceNumber = 0;
-    std::u16string Name;
+    std::uint64_t ParentFileReferenceNumber = 0;  // its directory's reference
+    std::u16string Name;  // its name
 };
 
 // Reads forward through the journal from the position it was made at.
@@ -105,7 +109,7 @@ public:
 class TL_API UsnJournal {
 public:
     virtual ~UsnJournal();
-    virtual const USN_JOURNAL_DATA& GetJournalData() const = 0;
+    virtual const USN_JOURNAL_DATA& GetJournalData() const = 0;  // the journal's state when opened
     // A reader from `start` (0: the oldest record still kept). A start before the oldest
     // record gives 0x4002b: the earlier records are gone and the caller must scan in full.
     virtual Common::Error CreateReader(USN start, std::unique_ptr<UsnJournalReader>& reader) = 0;
@@ -114,6 +118,7 @@ public:
 // Finds the name and parent of a file by its reference.
 class TL_API FileRecordInfoReader {
 public:
+    // The name and parent of `reference`.
     virtual Common::Error GetFileRecordInfo(std::uint64_t reference, FileRecordInfo& info) = 0;
     virtual ~FileRecordInfoReader();
 };
@@ -135,16 +140,16 @@ constexpr std::uint32_t CommandCode(const char (&letters)[5]) {
 
 // Opens the journal of the directory's volume.
 struct usn_journal_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("USNJ");
+    static constexpr std::uint32_t kCode = CommandCode("USNJ");  // the command's code
     usn_journal_command() { Code = kCode; }
-    std::unique_ptr<UsnJournal> Journal;
+    std::unique_ptr<UsnJournal> Journal;  // the journal, on success
 };
 
 // Opens a reader of file references on the directory's volume.
 struct file_record_info_command : ioctl_command {
-    static constexpr std::uint32_t kCode = CommandCode("FREI");
+    static constexpr std::uint32_t kCode = CommandCode("FREI");  // the command's code
     file_record_info_command() { Code = kCode; }
-    std::unique_ptr<FileRecordInfoReader> Reader;
+    std::unique_ptr<FileRecordInfoReader> Reader;  // the reader, on success
 };
 
 // The part of a directory's IOCTL that serves the two journal commands for the directory at

@@ -1,5 +1,7 @@
 #pragma once
 
+// Zip archives: reading and writing archives through the file objects.
+
 #include <memory>
 
 #include <tessel_link/common/error.h>

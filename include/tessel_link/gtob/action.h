@@ -1,5 +1,7 @@
 #pragma once
 
+// Gtob::Dto::Action, an action of a plan as a typed view over a unit tree.
+
 #include <cstdint>
 
 #include <tessel_link/por/plain_object.h>
@@ -11,6 +13,7 @@ namespace Gtob::Dto {
 // "Enabled" (boolean, default true), "TimeoutSeconds" (dword, default 0: no limit).
 class TL_API Action final : public Por::BaseObject {
 public:
+    // The class name the trait "Is" carries.
     static constexpr char16_t kTypeName[] = u"Gtob::Dto::Action";
 
     // Not initialised.
@@ -21,14 +24,14 @@ public:
     // A view over an existing branch.
     explicit Action(const Por::ConstructionContext& context);
 
-    std::u16string GetName() const;
-    void SetName(const std::u16string& name);
-    std::u16string GetCommand() const;
-    void SetCommand(const std::u16string& command);
-    bool GetEnabled() const;
-    void SetEnabled(bool enabled);
-    std::uint32_t GetTimeoutSeconds() const;
-    void SetTimeoutSeconds(std::uint32_t seconds);
+    std::u16string GetName() const;  // the property "Name"
+    void SetName(const std::u16string& name);  // sets "Name"
+    std::u16string GetCommand() const;  // the property "Command"
+    void SetCommand(const std::u16string& command);  // sets "Command"
+    bool GetEnabled() const;  // the property "Enabled"
+    void SetEnabled(bool enabled);  // sets "Enabled"
+    std::uint32_t GetTimeoutSeconds() const;  // the property "TimeoutSeconds"
+    void SetTimeoutSeconds(std::uint32_t seconds);  // sets "TimeoutSeconds"
 
     // Adds the trait "Is" to the unit under construction.
     static std::shared_ptr<Por::Util::UnitAccumulator> Construct(

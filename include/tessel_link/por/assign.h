@@ -1,5 +1,7 @@
 #pragma once
 
+// Assignment of one unit tree's values onto another of the same shape.
+
 #include <tessel_link/por/construction.h>
 
 namespace Por::Util {

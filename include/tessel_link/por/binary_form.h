@@ -20,13 +20,13 @@ namespace Por::Util {
 class TL_API BinaryDataConsumer {
 public:
     virtual ~BinaryDataConsumer() = default;
-    virtual void Consume(const unsigned char* bytes, std::size_t count) = 0;
+    virtual void Consume(const unsigned char* bytes, std::size_t count) = 0;  // takes `count` bytes
 };
 
 // Appends to a byte vector.
 class TL_API BlobWriter final : public BinaryDataConsumer {
 public:
-    explicit BlobWriter(std::vector<unsigned char>& bytes) : bytes_(bytes) {}
+    explicit BlobWriter(std::vector<unsigned char>& bytes) : bytes_(bytes) {}  // appends to `bytes`
     void Consume(const unsigned char* bytes, std::size_t count) override {
         bytes_.insert(bytes_.end(), bytes, bytes + count);
     }
@@ -38,6 +38,7 @@ private:
 // Writes the events of a walk as the binary form.
 class TL_API BinaryDataProvider final : public UnitWalker {
 public:
+    // Writes to `consumer`.
     explicit BinaryDataProvider(BinaryDataConsumer& consumer) : consumer_(consumer) {}
 
     void BeginUnit() override;
@@ -77,6 +78,7 @@ private:
 // implied by the value that follows it.
 class TL_API UnitBuildingWalker final : public UnitWalker {
 public:
+    // Forwards to `builder`.
     explicit UnitBuildingWalker(UnitBuilder& builder) : builder_(builder) {}
 
     void BeginUnit() override {}
@@ -113,6 +115,7 @@ private:
 // (the blob's size when it ended too early). Events already sent stay sent.
 class TL_API BlobWalkingRoute {
 public:
+    // A route over `size` bytes at `data`.
     BlobWalkingRoute(const unsigned char* data, std::size_t size) : data_(data), size_(size) {}
 
     // An empty route sends BeginUnit alone.

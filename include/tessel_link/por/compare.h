@@ -17,7 +17,7 @@ inline constexpr unsigned kMaxTreeDepth = 16384;
 // A total order: -1, 0 or 1. Values first (kinds by type index, then the values of the kind),
 // traits next.
 TL_API int Compare(const View::Unit& a, const View::Unit& b);
-TL_API bool UnitLess(const View::Unit& a, const View::Unit& b);
+TL_API bool UnitLess(const View::Unit& a, const View::Unit& b);  // Compare(a, b) < 0
 // Values and traits: the trait sets include each other and the values are equal.
 TL_API bool UnitEqual(const View::Unit& a, const View::Unit& b);
 // Values only at the top: the traits of `a` and `b` are not looked at, but those of their
@@ -35,7 +35,9 @@ TL_API UnitPtr CopyUnit(const View::Unit& unit, Construction::UnitFactory& facto
 
 // For ordered containers of unit pointers or references.
 struct UnitLessFunctor {
+    // Compare(a, b) < 0.
     bool operator()(const View::Unit& a, const View::Unit& b) const { return UnitLess(a, b); }
+    // Compare(*a, *b) < 0.
     bool operator()(const View::Unit* a, const View::Unit* b) const { return UnitLess(*a, *b); }
 };
 

@@ -26,6 +26,7 @@ public:
     ConstDataAccessor(std::shared_ptr<const View::Unit> owner, const View::Unit* unit) noexcept
         : owner_(std::move(owner)), root_(unit), unit_(unit) {}
 
+    // The accessor of the property `name`.
     ConstDataAccessor operator[](const UnitName& name) const;
 
     // Raises "POR: Element '{0}' cannot be found." (0xfa0020) with the first name that failed
@@ -36,7 +37,7 @@ public:
 
     // The unit reached, or null.
     const View::Unit* Get() const noexcept { return unit_; }
-    bool IsValid() const noexcept { return unit_ != nullptr; }
+    bool IsValid() const noexcept { return unit_ != nullptr; }  // whether the unit is there
     // The first name that could not be followed; empty while the unit is there.
     const UnitName& FailedName() const noexcept { return failed_; }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+// The error codes of the unit trees and the errors they raise.
+
 #include <cstdint>
 
 #include <tessel_link/common/error.h>

@@ -1,5 +1,7 @@
 #pragma once
 
+// Forward declarations of the unit tree's classes, for headers that only name them.
+
 #include <memory>
 
 namespace Por {

@@ -1,5 +1,7 @@
 #pragma once
 
+// The in-memory unit factory: makes the units that trees of this library are built from.
+
 #include <tessel_link/por/construction.h>
 
 namespace Por::Construction {
@@ -9,16 +11,17 @@ namespace Por::Construction {
 // unit never shares a record with its caller.
 class TL_API InMemoryUnitFactory final : public UnitFactory {
 public:
-    UnitPtr CreateNil() override;
+    UnitPtr CreateNil() override;  // a nil unit
 #define TL_POR_CREATE(Kind, Type, Idx) UnitPtr Create##Kind(Type value) override;
     TL_POR_FOR_EACH_SCALAR(TL_POR_CREATE)
 #undef TL_POR_CREATE
 #define TL_POR_CREATE(Kind, Type, Idx) UnitPtr Create##Kind(const Type& value) override;
     TL_POR_FOR_EACH_COMPLEX(TL_POR_CREATE)
 #undef TL_POR_CREATE
-    UnitPtr CreateArray() override;
-    UnitPtr CreateComposite() override;
+    UnitPtr CreateArray() override;  // an empty array unit
+    UnitPtr CreateComposite() override;  // an empty composite unit
     TraitPtr CreateTrait(const UnitName& name, UnitPtr unit) override;
+    // A property of `unit` named `name`.
     PropertyPtr CreateProperty(const UnitName& name, UnitPtr unit) override;
 };
 

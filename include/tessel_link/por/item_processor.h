@@ -1,5 +1,7 @@
 #pragma once
 
+// The callbacks through which units, properties and traits are iterated.
+
 #include <type_traits>
 #include <utility>
 
@@ -11,16 +13,17 @@ template <class Item>
 class ItemProcessor {
 public:
     virtual ~ItemProcessor() = default;
-    virtual bool Process(Item& item) = 0;
+    virtual bool Process(Item& item) = 0;  // takes one item; true stops the walk
 };
 
 // An ItemProcessor made from a callable. A callable that returns void never stops the walk.
 template <class Item, class Function>
 class FunctionProcessor final : public ItemProcessor<Item> {
 public:
+    // Wraps `function`.
     explicit FunctionProcessor(Function function) : function_(std::move(function)) {}
 
-    bool Process(Item& item) override {
+    bool Process(Item& item) override {  // calls the function; true stops the walk
         if constexpr (std::is_void_v<std::invoke_result_t<Function&, Item&>>) {
             function_(item);
             return false;
@@ -33,6 +36,7 @@ private:
     Function function_;
 };
 
+// A FunctionProcessor of `function`.
 template <class Item, class Function>
 FunctionProcessor<Item, Function> MakeProcessor(Function function) {
     return FunctionProcessor<Item, Function>(std::move(function));
@@ -47,7 +51,7 @@ public:
     virtual Item& Current() = 0;
     // Moves one on; does nothing once past the end.
     virtual void Advance() = 0;
-    virtual bool Valid() const = 0;
+    virtual bool Valid() const = 0;  // false once past the end
 };
 
 }  // namespace Por

@@ -1,5 +1,7 @@
 #pragma once
 
+// The value kinds of a unit and the lists that stamp out code for each kind.
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -34,7 +36,7 @@ enum TypeIndex : unsigned {
     UnknownType = 17,
 };
 
-inline constexpr unsigned kTypeCount = 17;
+inline constexpr unsigned kTypeCount = 17;  // the number of value kinds
 
 // Visitors have one slot per kind, composite first: slot = 17 - type index.
 constexpr unsigned VisitorSlot(unsigned typeIndex) {

@@ -25,13 +25,13 @@ public:
 #undef TL_POR_SLOT
 };
 
-using Visitor = UnitModifier;
+using Visitor = UnitModifier;  // the dispatcher by value kind of this layer
 
 // A unit whose value may change.
 class TL_API Unit : public View::Unit {
 public:
     using View::Unit::Accept;
-    virtual void Accept(UnitModifier& visitor) = 0;
+    virtual void Accept(UnitModifier& visitor) = 0;  // dispatches on the value kind
 };
 
 // The value of a nil unit.
@@ -41,7 +41,7 @@ class TL_API NilValue : public View::NilValue {};
 template <class T>
 class TL_API ScalarValue : public View::ScalarValue<T> {
 public:
-    virtual void Set(T value) = 0;
+    virtual void Set(T value) = 0;  // replaces the value
 };
 
 // A value held by reference that may be set.
@@ -60,27 +60,30 @@ public:
     using View::ArrayValue::ForEach;
     using View::ArrayValue::Front;
 
-    virtual void Back(ItemProcessor<Unit>& processor) = 0;
+    virtual void Back(ItemProcessor<Unit>& processor) = 0;  // hands the last element to `processor`
+    // Hands the first element to `processor`.
     virtual void Front(ItemProcessor<Unit>& processor) = 0;
+    // Hands the element at `index` to `processor`.
     virtual void At(std::uint64_t index, ItemProcessor<Unit>& processor) = 0;
+    // Hands every element to `processor` until it stops.
     virtual bool ForEach(ItemProcessor<Unit>& processor) = 0;
-    virtual void Clear() = 0;
+    virtual void Clear() = 0;  // removes every element
     // The Copy operations store a deep copy of the unit handed in, made of in-memory units,
     // and destroy the original. InsertCopy accepts index == Size().
     virtual void InsertCopy(std::uint64_t index, UnitPtr unit) = 0;
-    virtual void RemoveAt(std::uint64_t index) = 0;
-    virtual void PushBackCopy(UnitPtr unit) = 0;
-    virtual void PushFrontCopy(UnitPtr unit) = 0;
+    virtual void RemoveAt(std::uint64_t index) = 0;  // removes the element at `index`
+    virtual void PushBackCopy(UnitPtr unit) = 0;  // stores a copy as the last element
+    virtual void PushFrontCopy(UnitPtr unit) = 0;  // stores a copy as the first element
     // Do nothing on an empty array.
     virtual void PopBack() = 0;
-    virtual void PopFront() = 0;
+    virtual void PopFront() = 0;  // removes the first element
 };
 
 // A property whose unit may change.
 class TL_API Property : public View::Property {
 public:
     using View::Property::GetUnit;
-    virtual Unit& GetUnit() = 0;
+    virtual Unit& GetUnit() = 0;  // the property's unit, to change
 };
 
 // A composite whose properties may change; none can be added.
@@ -89,7 +92,9 @@ public:
     using View::CompositeValue::Find;
     using View::CompositeValue::ForEach;
 
+    // Hands every property to `processor` until it stops.
     virtual bool ForEach(ItemProcessor<Property>& processor) = 0;
+    // Hands the property of that name to `processor`; false when there is none.
     virtual bool Find(const UnitName& name, ItemProcessor<Property>& processor) = 0;
 };
 

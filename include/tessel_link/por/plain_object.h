@@ -22,9 +22,11 @@ namespace Por {
 class TL_API ErrorHandler {
 public:
     virtual ~ErrorHandler();
-    virtual void PropertyNotFound(const UnitName& name) = 0;
+    virtual void PropertyNotFound(const UnitName& name) = 0;  // the property `name` is missing
+    // The property `name` holds a value of another kind.
     virtual void PropertyTypeMismatch(const UnitName& name, unsigned expectedType,
                                       unsigned actualType) = 0;
+    // Reading or writing the property `name` failed with `error`.
     virtual void PropertyProcessingError(const UnitName& name, const Common::Error& error) = 0;
 };
 
@@ -33,9 +35,11 @@ public:
 // caught error as its cause.
 class TL_API ThrowingErrorHandler final : public ErrorHandler {
 public:
-    void PropertyNotFound(const UnitName& name) override;
+    void PropertyNotFound(const UnitName& name) override;  // throws 0xfa000d
+    // Throws the type mismatch 0xfa000a.
     void PropertyTypeMismatch(const UnitName& name, unsigned expectedType,
                               unsigned actualType) override;
+    // Throws 0xfa0001 with `error` beneath.
     void PropertyProcessingError(const UnitName& name, const Common::Error& error) override;
 };
 
@@ -49,11 +53,11 @@ using DefaultValueFunction = UnitPtr (*)(const UnitName& property,
 
 // Everything an object needs to stand over a branch.
 struct ConstructionContext {
-    std::shared_ptr<Construction::Unit> root;
-    Construction::Unit* branch = nullptr;
-    Construction::UnitFactory* factory = nullptr;
-    ErrorHandler* errorHandler = nullptr;
-    DefaultValueFunction defaultValue = nullptr;
+    std::shared_ptr<Construction::Unit> root;  // the whole tree, kept alive
+    Construction::Unit* branch = nullptr;  // the unit the object stands over
+    Construction::UnitFactory* factory = nullptr;  // makes new units
+    ErrorHandler* errorHandler = nullptr;  // null: the default handler
+    DefaultValueFunction defaultValue = nullptr;  // defaults of missing properties; may be null
 };
 
 // A context whose root and branch are `unit`; a null handler is the default one.
@@ -66,6 +70,7 @@ public:
     ~PlainObject() override;
     // A deep copy of the branch, made with the object's factory; it shares nothing with it.
     virtual void CopyUnit(UnitPtr& unit) const = 0;
+    // The default of `property`; null when it has none.
     virtual UnitPtr DefaultValue(const UnitName& property) const = 0;
 };
 
@@ -82,12 +87,14 @@ public:
     // Raise "POR: There was an attempt to access an uninitialized object." (0xfa0001) on an
     // object without a tree.
     Construction::Unit& Branch() const;
-    Construction::UnitFactory& Factory() const;
-    const std::shared_ptr<Construction::Unit>& Root() const;
+    Construction::UnitFactory& Factory() const;  // the factory of the object's tree
+    const std::shared_ptr<Construction::Unit>& Root() const;  // the root of the object's tree
 
+    // Whether the object has a tree.
     bool IsInitialized() const noexcept { return branch_ != nullptr; }
     // The branch, keeping the whole tree alive.
     std::shared_ptr<Construction::Unit> SharedBranch() const;
+    // The handler of property failures.
     ErrorHandler& GetErrorHandler() const noexcept { return *errorHandler_; }
 
     void CopyUnit(UnitPtr& unit) const override;
@@ -96,6 +103,7 @@ public:
     UnitPtr DefaultValue(const UnitName& property) const override;
 
 protected:
+    // Sets the defaults of missing properties.
     void SetDefaultValueFunction(DefaultValueFunction function) noexcept {
         defaultValue_ = function;
     }
@@ -130,6 +138,7 @@ private:
 // the builder on.
 using ConstructionFunction =
     std::shared_ptr<Util::UnitAccumulator> (*)(std::shared_ptr<Util::UnitAccumulator> builder);
+// Builds the unit of a fresh object with `construct`, its units made with `factory`.
 TL_API UnitPtr RunConstructionScript(ConstructionFunction construct,
                                      Construction::UnitFactory& factory);
 
@@ -138,6 +147,7 @@ TL_API UnitPtr RunConstructionScript(ConstructionFunction construct,
 // the first.
 class TL_API ConstructionDynamicContext {
 public:
+    // Registers `function` under `typeName`.
     static void Register(const std::u16string& typeName, ConstructionFunction function);
     // Null for a name that nobody registered.
     static ConstructionFunction Find(const std::u16string& typeName);

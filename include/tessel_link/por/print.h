@@ -1,5 +1,7 @@
 #pragma once
 
+// A text dump of a unit tree, for diagnostics.
+
 #include <ostream>
 #include <string_view>
 
@@ -16,6 +18,7 @@ namespace Por::Util {
 // grows with the square of its depth: that, not the stack, is what the bound keeps small.
 inline constexpr unsigned kMaxPrintDepth = 4096;
 
+// Writes the dump of `unit` to `stream`, each line after `indent`.
 TL_API void Print(const View::Unit& unit, std::string_view indent, std::ostream& stream,
                   bool newlines = true);
 

@@ -1,5 +1,7 @@
 #pragma once
 
+// Shared pointers into a tree that keep the whole tree alive.
+
 #include <memory>
 #include <utility>
 
@@ -11,11 +13,14 @@ namespace Por::Util {
 template <class Root>
 class RootHolder {
 public:
+    // Holds `root`.
     explicit RootHolder(std::shared_ptr<Root> root) noexcept : root_(std::move(root)) {}
 
+    // Deletes nothing.
     template <class Branch>
     void operator()(Branch*) const noexcept {}
 
+    // The root it keeps alive.
     const std::shared_ptr<Root>& GetRoot() const noexcept { return root_; }
 
 private:

@@ -14,26 +14,26 @@ namespace Por::Util {
 class TL_API UnitBuilder {
 public:
     virtual ~UnitBuilder() = default;
-    virtual void AddNil() = 0;
-    virtual void AddBoolean(bool value) = 0;
-    virtual void AddByte(std::uint8_t value) = 0;
-    virtual void AddSbyte(std::int8_t value) = 0;
-    virtual void AddWord(std::uint16_t value) = 0;
-    virtual void AddSword(std::int16_t value) = 0;
-    virtual void AddDword(std::uint32_t value) = 0;
-    virtual void AddSdword(std::int32_t value) = 0;
-    virtual void AddQword(std::uint64_t value) = 0;
-    virtual void AddSqword(std::int64_t value) = 0;
-    virtual void AddDouble(double value) = 0;
-    virtual void AddBlob(const ByteVector& value) = 0;
-    virtual void AddGuid(const Common::Guid& value) = 0;
-    virtual void AddString(const WideString& value) = 0;
-    virtual void AddError(const Common::Error& value) = 0;
-    virtual void BeginArray() = 0;
-    virtual void BeginComposite() = 0;
-    virtual void BeginProperty(const UnitName& name) = 0;
-    virtual void BeginTrait(const UnitName& name) = 0;
-    virtual void End() = 0;
+    virtual void AddNil() = 0;  // a nil value
+    virtual void AddBoolean(bool value) = 0;  // a boolean value
+    virtual void AddByte(std::uint8_t value) = 0;  // a byte value
+    virtual void AddSbyte(std::int8_t value) = 0;  // a signed byte value
+    virtual void AddWord(std::uint16_t value) = 0;  // an unsigned 16-bit value
+    virtual void AddSword(std::int16_t value) = 0;  // a signed 16-bit value
+    virtual void AddDword(std::uint32_t value) = 0;  // an unsigned 32-bit value
+    virtual void AddSdword(std::int32_t value) = 0;  // a signed 32-bit value
+    virtual void AddQword(std::uint64_t value) = 0;  // an unsigned 64-bit value
+    virtual void AddSqword(std::int64_t value) = 0;  // a signed 64-bit value
+    virtual void AddDouble(double value) = 0;  // a double value
+    virtual void AddBlob(const ByteVector& value) = 0;  // a blob value
+    virtual void AddGuid(const Common::Guid& value) = 0;  // a GUID value
+    virtual void AddString(const WideString& value) = 0;  // a string value
+    virtual void AddError(const Common::Error& value) = 0;  // an error value
+    virtual void BeginArray() = 0;  // opens an array
+    virtual void BeginComposite() = 0;  // opens a composite
+    virtual void BeginProperty(const UnitName& name) = 0;  // opens the property `name`
+    virtual void BeginTrait(const UnitName& name) = 0;  // opens the trait `name`
+    virtual void End() = 0;  // closes the innermost open unit
     // Moves the last finished unit out; null when there is none (or it was taken).
     virtual void TakeUnit(UnitPtr& unit) = 0;
 };
@@ -54,6 +54,7 @@ public:
 // End; a trait is added to its unit at End.
 class TL_API UnitAccumulator final : public UnitBuilder {
 public:
+    // What an open frame stands for.
     enum class FrameKind : std::uint8_t {
         Root = 0,
         NewProperty = 1,
@@ -63,7 +64,7 @@ public:
         Element = 5,
     };
 
-    explicit UnitAccumulator(Construction::UnitFactory& factory);
+    explicit UnitAccumulator(Construction::UnitFactory& factory);  // builds with `factory`
     ~UnitAccumulator() override;
 
     void AddNil() override;
@@ -92,6 +93,7 @@ public:
 
     // Number of open frames, the Root frame included.
     std::size_t Depth() const noexcept { return frames_.size(); }
+    // The kind of the innermost frame.
     FrameKind TopKind() const noexcept { return frames_.back().kind; }
 
 private:

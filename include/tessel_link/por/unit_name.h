@@ -1,5 +1,7 @@
 #pragma once
 
+// The names of properties and traits.
+
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -38,17 +40,17 @@ public:
     // Stored as UTF-8.
     explicit UnitName(std::u16string_view text);
 
-    UnitName(const UnitName& other) noexcept;
-    UnitName(UnitName&& other) noexcept;
-    UnitName& operator=(const UnitName& other) noexcept;
-    UnitName& operator=(UnitName&& other) noexcept;
+    UnitName(const UnitName& other) noexcept;  // shares the text
+    UnitName(UnitName&& other) noexcept;  // takes the text
+    UnitName& operator=(const UnitName& other) noexcept;  // shares the text
+    UnitName& operator=(UnitName&& other) noexcept;  // takes the text
     ~UnitName();
 
-    const char* c_str() const noexcept { return text_; }
-    std::string_view Text() const noexcept { return std::string_view(text_); }
-    bool Empty() const noexcept { return text_[0] == '\0'; }
-    std::uint64_t Hash() const noexcept { return hash_; }
-    std::u16string ToWide() const;
+    const char* c_str() const noexcept { return text_; }  // the text in UTF-8
+    std::string_view Text() const noexcept { return std::string_view(text_); }  // the text in UTF-8
+    bool Empty() const noexcept { return text_[0] == '\0'; }  // no text
+    std::uint64_t Hash() const noexcept { return hash_; }  // HashBytes of the text
+    std::u16string ToWide() const;  // the text in UTF-16
 
     // The fold of every byte into a seed starting at 0:
     // h ^= b + 0x9e3779b9 + (h << 6) + (h >> 2).
@@ -63,9 +65,10 @@ public:
         return r < 0 ? -1 : (r > 0 ? 1 : 0);
     }
 
-    friend bool operator==(const UnitName& a, const UnitName& b) noexcept {
+    friend bool operator==(const UnitName& a, const UnitName& b) noexcept {  // same text
         return a.text_ == b.text_ || std::strcmp(a.text_, b.text_) == 0;
     }
+    // By unsigned bytes.
     friend std::strong_ordering operator<=>(const UnitName& a, const UnitName& b) noexcept {
         return Compare(a.text_, b.text_) <=> 0;
     }
@@ -83,8 +86,9 @@ private:
 }  // namespace Por
 
 template <>
+// Hashes a unit name by its stored hash.
 struct std::hash<Por::UnitName> {
-    std::size_t operator()(const Por::UnitName& name) const noexcept {
+    std::size_t operator()(const Por::UnitName& name) const noexcept {  // the stored hash
         return static_cast<std::size_t>(name.Hash());
     }
 };

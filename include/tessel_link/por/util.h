@@ -9,10 +9,11 @@
 
 namespace Por::Util {
 
-TL_API unsigned GetValueTypeIndex(const View::Unit& unit);
+TL_API unsigned GetValueTypeIndex(const View::Unit& unit);  // the index of the unit's value kind
+// Whether the two hold values of one kind.
 TL_API bool HaveSameType(const View::Unit& a, const View::Unit& b);
-TL_API bool IsArray(const View::Unit& unit);
-TL_API bool IsComposite(const View::Unit& unit);
+TL_API bool IsArray(const View::Unit& unit);  // whether the unit holds an array
+TL_API bool IsComposite(const View::Unit& unit);  // whether the unit holds a composite
 // An array with a trait "Searchable".
 TL_API bool IsSearchableArray(const View::Unit& unit);
 
@@ -20,7 +21,7 @@ TL_API bool IsSearchableArray(const View::Unit& unit);
 TL_API bool HasTrait(const View::Unit& unit, const UnitName& name);
 // A trait of the name exists whose unit has the value of `value` (traits not looked at).
 TL_API bool HasTraitWithValue(const View::Unit& unit, const UnitName& name, const View::Unit& value);
-TL_API bool HasTraits(const View::Unit& unit);
+TL_API bool HasTraits(const View::Unit& unit);  // whether the unit has any trait
 
 // Wraps `value` in a new trait and adds it; a null value becomes a nil unit.
 TL_API void AddTrait(Construction::Unit& unit, const UnitName& name, UnitPtr value,
@@ -38,7 +39,7 @@ TL_API Construction::Property* GetProperty(Construction::Unit& unit, const UnitN
 // "POR: Out of range.".
 TL_API const View::Unit& GetArrayElement(const View::Unit& unit, std::uint64_t index);
 TL_API Construction::Unit& GetArrayElement(Construction::Unit& unit, std::uint64_t index);
-TL_API std::uint64_t GetArraySize(const View::Unit& unit);
+TL_API std::uint64_t GetArraySize(const View::Unit& unit);  // the number of elements
 // Pushes at the back.
 TL_API void AddArrayElement(Construction::Unit& unit, UnitPtr element);
 // True when the processor stopped the walk.
@@ -46,8 +47,11 @@ TL_API bool ForEachArrayElement(const View::Unit& unit, ItemProcessor<const View
 
 // The value interfaces of a unit of the expected kind; any other kind raises the mismatch.
 TL_API const View::ArrayValue& AsArray(const View::Unit& unit);
+// The value interfaces of a unit of the expected kind.
 TL_API const View::CompositeValue& AsComposite(const View::Unit& unit);
+// The value interfaces of a unit of the expected kind.
 TL_API Construction::ArrayValue& AsArray(Construction::Unit& unit);
+// The value interfaces of a unit of the expected kind.
 TL_API Construction::CompositeValue& AsComposite(Construction::Unit& unit);
 
 // What a typed getter does when the unit is of another kind.
@@ -55,6 +59,7 @@ namespace TypeMismatchHandlers {
 // Raises the type mismatch error.
 struct Throw {
     template <class T>
+    // Throws the type mismatch of the two kinds.
     [[noreturn]] static T OnMismatch(unsigned expectedType, unsigned actualType) {
         throw Detail::MakeTypeMismatchError(expectedType, actualType);
     }
@@ -62,6 +67,7 @@ struct Throw {
 // Gives the value-initialised T.
 struct ReturnFailSafeValue {
     template <class T>
+    // The value-initialised T.
     static T OnMismatch(unsigned, unsigned) {
         return T{};
     }
@@ -85,9 +91,9 @@ TL_POR_FOR_EACH_COMPLEX(TL_POR_STORED_KIND)
 template <class T, class Tag = TypeMismatchHandlers::Throw>
 class UnitValueGetter {
 public:
-    static constexpr unsigned kExpectedType = Detail::StoredKind<T>::Index;
+    static constexpr unsigned kExpectedType = Detail::StoredKind<T>::Index;  // the kind index of T
 
-    static T Get(const View::Unit& unit) {
+    static T Get(const View::Unit& unit) {  // the value; a mismatch goes to `Tag`
         Handler handler;
         VisitValue(unit, handler);
         if (handler.found) {
@@ -113,6 +119,7 @@ private:
     };
 };
 
+// The value of a string unit; raises the type mismatch for another kind.
 TL_API std::u16string GetStringValue(const View::Unit& unit);
 
 }  // namespace Por::Util

@@ -32,12 +32,13 @@ public:
 #undef TL_POR_SLOT
 };
 
-using Visitor = UnitReader;
+using Visitor = UnitReader;  // the dispatcher by value kind of this layer
 
 // A unit: one value of one kind, read through a UnitReader, and its traits.
 class TL_API Unit : private Common::NonCopyable {
 public:
     virtual ~Unit() = default;
+    // Calls the visitor's slot for the unit's kind.
     virtual void Accept(UnitReader& visitor) const = 0;
     // Never null; empty when the unit has no traits.
     virtual const Traits& GetTraits() const = 0;
@@ -54,7 +55,7 @@ template <class T>
 class TL_API ScalarValue : private Common::NonCopyable {
 public:
     virtual ~ScalarValue() = default;
-    virtual T Get() const = 0;
+    virtual T Get() const = 0;  // the value
 };
 
 // A value held by reference (strings, blobs).
@@ -62,18 +63,18 @@ template <class T>
 class TL_API ComplexValue : private Common::NonCopyable {
 public:
     virtual ~ComplexValue() = default;
-    virtual const T& Get() const = 0;
+    virtual const T& Get() const = 0;  // the value
 };
 
 // An ordered sequence of units.
 class TL_API ArrayValue : private Common::NonCopyable {
 public:
     virtual ~ArrayValue() = default;
-    virtual bool IsEmpty() const = 0;
-    virtual std::uint64_t Size() const = 0;
+    virtual bool IsEmpty() const = 0;  // no elements
+    virtual std::uint64_t Size() const = 0;  // the number of elements
     // The first and last element. The array must not be empty: that is not checked.
     virtual void Front(ItemProcessor<const Unit>& processor) const = 0;
-    virtual void Back(ItemProcessor<const Unit>& processor) const = 0;
+    virtual void Back(ItemProcessor<const Unit>& processor) const = 0;  // the last element
     // Raises "POR: Out of range." for index >= Size().
     virtual void At(std::uint64_t index, ItemProcessor<const Unit>& processor) const = 0;
     // In order; true when the processor stopped the walk.
@@ -84,8 +85,8 @@ public:
 class TL_API Property : private Common::NonCopyable {
 public:
     virtual ~Property() = default;
-    virtual const UnitName& GetName() const = 0;
-    virtual const Unit& GetUnit() const = 0;
+    virtual const UnitName& GetName() const = 0;  // the property's name
+    virtual const Unit& GetUnit() const = 0;  // the property's unit
 };
 
 // A record-like value: named properties, one per name.
@@ -96,6 +97,7 @@ public:
     virtual bool ForEach(ItemProcessor<const Property>& processor) const = 0;
     // Calls the processor for the property of that name; false when there is none.
     virtual bool Find(const UnitName& name, ItemProcessor<const Property>& processor) const = 0;
+    // An iterator over the properties, in name order.
     virtual std::shared_ptr<IteratorState<const Property>> GetIterator() const = 0;
 };
 
@@ -103,8 +105,8 @@ public:
 class TL_API Trait : private Common::NonCopyable {
 public:
     virtual ~Trait() = default;
-    virtual const UnitName& GetName() const = 0;
-    virtual const Unit& GetUnit() const = 0;
+    virtual const UnitName& GetName() const = 0;  // the trait's name
+    virtual const Unit& GetUnit() const = 0;  // the trait's unit
 };
 
 // The traits of one unit, ordered by name and then by unit.
@@ -113,6 +115,7 @@ public:
     virtual ~Traits() = default;
     // Only the traits of that name; true when the processor stopped the walk.
     virtual bool ForEachByName(const UnitName& name, ItemProcessor<const Trait>& processor) const = 0;
+    // Every trait, in order; true when the processor stopped the walk.
     virtual bool ForEach(ItemProcessor<const Trait>& processor) const = 0;
 };
 

@@ -28,6 +28,7 @@ TL_POR_FOR_EACH_KIND(TL_POR_VALUE_KIND)
 #undef TL_POR_VALUE_KIND
 
 template <class Value>
+// The type index of a value interface, whatever its const and reference qualifiers.
 inline constexpr unsigned ValueKindOf = ValueKind<std::remove_cvref_t<Value>>::Index;
 
 namespace Detail {
@@ -101,16 +102,19 @@ void VisitValue(Construction::Unit& unit, Handler&& handler) {
 }
 
 namespace View {
-using NullVisitor = Detail::BasicNullVisitor<UnitReader>;
+using NullVisitor = Detail::BasicNullVisitor<UnitReader>;  // skips every kind
+// Raises the type mismatch for every kind.
 using TypeMismatchThrowingVisitor = Detail::BasicTypeMismatchThrowingVisitor<UnitReader>;
 
 // Walks the elements of an array unit; any other kind raises the type mismatch.
 class TL_API ForEachArrayElementVisitor : public TypeMismatchThrowingVisitor {
 public:
+    // Hands every element to `processor`.
     explicit ForEachArrayElementVisitor(ItemProcessor<const Unit>& processor)
         : TypeMismatchThrowingVisitor(ArrayType), processor_(processor) {}
+    // Walks the elements.
     void OnArray(const ArrayValue& value) override { stopped_ = value.ForEach(processor_); }
-    bool Stopped() const { return stopped_; }
+    bool Stopped() const { return stopped_; }  // whether the processor stopped the walk
 
 private:
     ItemProcessor<const Unit>& processor_;
@@ -119,25 +123,28 @@ private:
 }  // namespace View
 
 namespace Modification {
-using NullVisitor = Detail::BasicNullVisitor<UnitModifier>;
+using NullVisitor = Detail::BasicNullVisitor<UnitModifier>;  // skips every kind
+// Raises the type mismatch for every kind.
 using TypeMismatchThrowingVisitor = Detail::BasicTypeMismatchThrowingVisitor<UnitModifier>;
 }  // namespace Modification
 
 namespace Construction {
-using NullVisitor = Detail::BasicNullVisitor<UnitBuilder>;
+using NullVisitor = Detail::BasicNullVisitor<UnitBuilder>;  // skips every kind
+// Raises the type mismatch for every kind.
 using TypeMismatchThrowingVisitor = Detail::BasicTypeMismatchThrowingVisitor<UnitBuilder>;
 
 // Bases for visitors that need one kind: every other kind raises the type mismatch.
 class TL_API CompositeVisitor : public TypeMismatchThrowingVisitor {
 public:
     CompositeVisitor() : TypeMismatchThrowingVisitor(CompositeType) {}
-    void OnComposite(CompositeValue& value) override = 0;
+    void OnComposite(CompositeValue& value) override = 0;  // the composite met
 };
 
+// The base of visitors that need an array: every other kind raises the type mismatch.
 class TL_API ArrayVisitor : public TypeMismatchThrowingVisitor {
 public:
     ArrayVisitor() : TypeMismatchThrowingVisitor(ArrayType) {}
-    void OnArray(ArrayValue& value) override = 0;
+    void OnArray(ArrayValue& value) override = 0;  // the array met
 };
 }  // namespace Construction
 

@@ -1,5 +1,7 @@
 #pragma once
 
+// The category an object belongs to, as packets are written for one category or all.
+
 #include <cstdint>
 
 #include <tessel_link/export.h>
@@ -11,7 +13,9 @@ class TL_API CategoryHolder {
 public:
     virtual ~CategoryHolder();
 
+    // The category; 0 means every category.
     std::uint32_t GetCategory() const noexcept { return category_; }
+    // Names the category.
     void SetCategory(std::uint32_t category) noexcept { category_ = category; }
 
 private:

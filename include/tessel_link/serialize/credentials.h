@@ -14,9 +14,10 @@ namespace Common {
 
 // A user name and its password, as a record carries them.
 struct Credentials {
-    std::u16string UserName;
-    std::u16string Password;
+    std::u16string UserName;  // the user
+    std::u16string Password;  // the user's password, obscured on the wire
 
+    // Same user and password.
     friend bool operator==(const Credentials&, const Credentials&) = default;
 };
 
@@ -25,7 +26,7 @@ struct Credentials {
 class TL_API CredentialsHook {
 public:
     virtual ~CredentialsHook();
-    virtual void Process(Credentials& credentials) = 0;
+    virtual void Process(Credentials& credentials) = 0;  // may change the credentials
 };
 
 // The calling thread's hook, or null. The library never installs one itself.
@@ -33,7 +34,9 @@ TL_API CredentialsHook* GetCredentialsHook();
 // Installs `hook` for the calling thread (null removes it) and returns the previous one.
 TL_API CredentialsHook* SetCredentialsHook(CredentialsHook* hook);
 
+// Writes the credentials, the password obscured, after the hook saw a copy.
 TL_API Serialization::Serializer& operator<<(Serialization::Serializer& s, const Credentials& value);
+// Reads the credentials and hands them to the hook.
 TL_API Serialization::Deserializer& operator>>(Serialization::Deserializer& d, Credentials& value);
 
 }  // namespace Common
@@ -44,24 +47,31 @@ namespace AccessManagement {
 class Logon {
 public:
     Logon() = default;
+    // Credentials of a user.
     Logon(std::u16string userName, std::u16string password)
         : credentials_{std::move(userName), std::move(password)} {}
 
-    const std::u16string& UserName() const { return credentials_.UserName; }
-    const std::u16string& Password() const { return credentials_.Password; }
+    const std::u16string& UserName() const { return credentials_.UserName; }  // the user
+    const std::u16string& Password() const { return credentials_.Password; }  // the password
+    // Changes the user.
     void SetUserName(std::u16string value) { credentials_.UserName = std::move(value); }
+    // Changes the password.
     void SetPassword(std::u16string value) { credentials_.Password = std::move(value); }
 
+    // The credentials as a record carries them.
     const Common::Credentials& Credentials() const { return credentials_; }
+    // The credentials as a record carries them.
     Common::Credentials& Credentials() { return credentials_; }
 
-    friend bool operator==(const Logon&, const Logon&) = default;
+    friend bool operator==(const Logon&, const Logon&) = default;  // same credentials
 
 private:
     Common::Credentials credentials_;
 };
 
+// Writes the credentials as Common::Credentials.
 TL_API Serialization::Serializer& operator<<(Serialization::Serializer& s, const Logon& value);
+// Reads the credentials as Common::Credentials.
 TL_API Serialization::Deserializer& operator>>(Serialization::Deserializer& d, Logon& value);
 
 }  // namespace AccessManagement

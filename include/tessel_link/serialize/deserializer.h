@@ -1,5 +1,7 @@
 #pragma once
 
+// The reading end of value transport, which every packet reader implements.
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -19,6 +21,7 @@ class TL_API Deserializer : public Common::DynamicCasterImpl {
 public:
     ~Deserializer() override;
 
+    // Reads the value of the element that `meta` names into `value`.
     virtual Deserializer& Read(const MetaInfo& meta, Blob& value) = 0;
     virtual Deserializer& Read(const MetaInfo& meta, std::vector<unsigned char>& value) = 0;
     virtual Deserializer& Read(const MetaInfo& meta, std::uint16_t& value) = 0;
@@ -38,8 +41,9 @@ public:
     // A look at the next unread child of the open element (name only, Ordered clear, no
     // traits), or an empty MetaInfo. Nothing is consumed.
     virtual MetaInfo NextMetaInfo() = 0;
+    // Enters the element that `meta` names.
     virtual void BeginReadMetaInfo(const MetaInfo& meta) = 0;
-    virtual void FinishReadMetaInfo(const MetaInfo& meta) = 0;
+    virtual void FinishReadMetaInfo(const MetaInfo& meta) = 0;  // leaves it
     // The version in force for the element just entered.
     virtual std::uint64_t GetSubjectVersion() = 0;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+// The error codes of packet reading and writing.
+
 #include <cstdint>
 
 #include <tessel_link/common/error.h>

@@ -1,5 +1,7 @@
 #pragma once
 
+// The descriptor of an element (name, version, traits) that every serializer call takes.
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -12,14 +14,16 @@ namespace Serialization {
 // A trait of a type or a member: three constant strings that live as long as the process,
 // for example {"Obscured", "NilValue", ""}.
 struct MetaInfoTrait {
-    const char* Name;
-    const char* Type;
-    const char* Value;
+    const char* Name;  // the trait's name
+    const char* Type;  // the kind of its value ("NilValue", "StringValue")
+    const char* Value;  // the value; "" for none
 };
 
+// Same name, type and value.
 TL_API bool operator==(const MetaInfoTrait& a, const MetaInfoTrait& b);
 
-using MetaInfoTraits = std::vector<MetaInfoTrait>;
+using MetaInfoTraits = std::vector<MetaInfoTrait>;  // a list of traits
+// A shared, constant list of traits.
 using MetaInfoTraitsPtr = std::shared_ptr<const MetaInfoTraits>;
 
 // The descriptor of an element, built on the spot for each call on a serializer.
@@ -29,8 +33,8 @@ struct TL_API MetaInfo {
     std::string Name;
     // Version of the value's type as stated in the element, 0 for none.
     std::uint64_t Version = 0;
-    MetaInfoTraitsPtr TypeTraits;
-    MetaInfoTraitsPtr MemberTraits;
+    MetaInfoTraitsPtr TypeTraits;  // the traits of the value's type
+    MetaInfoTraitsPtr MemberTraits;  // the traits of the member
     // Set for the elements of a sequence: a reader finds them by position, never by name.
     std::uint8_t Ordered = 0;
     // 0 when the element belongs to every category.

@@ -17,11 +17,14 @@ namespace Serialization {
 class TL_API Obscurer {
 public:
     virtual ~Obscurer();
+    // The masked form of `text`.
     virtual std::u16string Obscure(const std::u16string& text) const = 0;
     // Never fails: any text that cannot be unobscured gives the empty string.
     virtual std::u16string Unobscure(const std::u16string& text) const = 0;
+    // The masked form of `bytes`.
     virtual std::vector<unsigned char> ObscureBytes(
         const std::vector<unsigned char>& bytes) const = 0;
+    // The bytes behind a masked form.
     virtual std::vector<unsigned char> UnobscureBytes(
         const std::vector<unsigned char>& bytes) const = 0;
 };
@@ -33,9 +36,9 @@ TL_API std::unique_ptr<Obscurer> CreateBlowfishObscurer();
 // process-wide default. The library itself never installs one; the slot is for hosts.
 class TL_API ObscurerHolder {
 public:
-    static ObscurerHolder& Instance();
+    static ObscurerHolder& Instance();  // the one holder of the process
 
-    const Obscurer& Get() const;
+    const Obscurer& Get() const;  // the obscurer in force on the calling thread
     // Installs `obscurer` for the calling thread only, without taking ownership; it must stay
     // alive while installed. Null goes back to the default. Returns the one installed before.
     const Obscurer* SetThreadObscurer(const Obscurer* obscurer);
@@ -47,7 +50,8 @@ private:
 
 // The obscurer in force on the calling thread, applied.
 TL_API std::u16string Obscure(const std::u16string& text);
+// Masks `bytes`.
 TL_API std::vector<unsigned char> ObscureBytes(const std::vector<unsigned char>& bytes);
-TL_API std::u16string Unobscure(const std::u16string& text);
+TL_API std::u16string Unobscure(const std::u16string& text);  // unmasks `text`; "" when it cannot
 
 }  // namespace Serialization

@@ -1,5 +1,7 @@
 #pragma once
 
+// The writing end of value transport, which every packet writer implements.
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -19,6 +21,7 @@ class TL_API Serializer : public Common::DynamicCasterImpl {
 public:
     ~Serializer() override;
 
+    // Writes `value` under the element that `meta` names.
     virtual Serializer& Write(const MetaInfo& meta, const Blob& value) = 0;
     virtual Serializer& Write(const MetaInfo& meta, const std::vector<unsigned char>& value) = 0;
     virtual Serializer& Write(const MetaInfo& meta, const std::uint16_t& value) = 0;
@@ -40,9 +43,11 @@ public:
     virtual Blob Finish() = 0;
     // Only the name of the innermost open element, or an empty MetaInfo.
     virtual MetaInfo CurrentMetaInfo() = 0;
+    // Opens the element that `meta` names.
     virtual void BeginWriteMetaInfo(const MetaInfo& meta) = 0;
     // Must be given the name and traits that begin was given.
     virtual void FinishWriteMetaInfo(const MetaInfo& meta) = 0;
+    // The version in force for the elements written from now on.
     virtual void SetSubjectVersion(std::uint64_t version) = 0;
     // 0 for a new serializer.
     virtual std::uint64_t GetSubjectVersion() = 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+// The XML packet reader: reads the packets the service sends.
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>

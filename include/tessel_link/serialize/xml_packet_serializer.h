@@ -1,5 +1,7 @@
 #pragma once
 
+// The XML packet writer: writes the packets the service reads.
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -58,8 +60,8 @@ public:
     void SetSubjectVersion(std::uint64_t version) override;
     std::uint64_t GetSubjectVersion() override;
 
-    std::uint32_t FormatRevision() const { return formatRevision_; }
-    std::uint32_t Category() const { return category_; }
+    std::uint32_t FormatRevision() const { return formatRevision_; }  // as given to the constructor
+    std::uint32_t Category() const { return category_; }  // the category the packet is written for
 
 private:
     // The packet so far, in one block that grows in place, so that a large packet is not

@@ -1,8 +1,9 @@
 #pragma once
 
-// A test helper for hosts (used by scripted_channel.h): serializer ends for tests: a serializer that records what is written as a tree, and a
-// deserializer that answers from such a tree, with the XML packet reader's tolerance
-// (values found by name, extra children ignored, a missing value thrown as an error).
+// A test helper for hosts (used by scripted_channel.h): a serializer that records what is
+// written as a tree, and a deserializer that answers from such a tree, with the XML packet
+// reader's tolerance (values found by name, extra children ignored, a missing value thrown
+// as an error).
 
 #include <tessel_link/common/error.h>
 #include <tessel_link/serialize/deserializer.h>
@@ -16,6 +17,7 @@
 
 namespace Testing {
 
+// Any value a serializer writes.
 using Value =
     std::variant<Serialization::Blob, std::vector<unsigned char>, std::uint16_t, std::int16_t,
                  std::string, std::int64_t, std::int32_t, std::uint64_t, double, std::uint32_t,
@@ -23,10 +25,11 @@ using Value =
 
 // An element (no value) or a value, with its children in order.
 struct Node {
-    std::string Name;
-    std::optional<Value> Held;
-    std::vector<Node> Children;
+    std::string Name;  // the element's or value's name
+    std::optional<Value> Held;  // the value; none for an element
+    std::vector<Node> Children;  // in the order written
 
+    // The names of the children, in order.
     std::vector<std::string> ChildNames() const {
         std::vector<std::string> names;
         for (const Node& child : Children) {
@@ -34,6 +37,7 @@ struct Node {
         }
         return names;
     }
+    // The first child of that name, or null.
     const Node* Child(const std::string& name) const {
         for (const Node& child : Children) {
             if (child.Name == name) {
@@ -42,6 +46,7 @@ struct Node {
         }
         return nullptr;
     }
+    // The value of the first child of that name when it holds a T, or null.
     template <class T>
     const T* ValueOf(const std::string& name) const {
         const Node* child = Child(name);
@@ -49,25 +54,30 @@ struct Node {
     }
 };
 
+// An element with its children.
 inline Node Element(std::string name, std::vector<Node> children = {}) {
     return Node{std::move(name), std::nullopt, std::move(children)};
 }
+// A value under its name.
 template <class T>
 Node ValueNode(std::string name, T value) {
     return Node{std::move(name), Value(std::move(value)), {}};
 }
 
+// A failure as the fakes report it.
 inline Common::Error FakeFailure(const char* func) {
     return Common::Error(TL_ORIGIN(func), 0x9c0001);
 }
 
+// A serializer that records what is written as a tree of nodes.
 class RecordingSerializer : public Serialization::Serializer {
 public:
-    Node Root;
+    Node Root;  // holds the top element(s) written
 
     // The single element written at the top, or null.
     const Node* Top() const { return Root.Children.size() == 1 ? &Root.Children[0] : nullptr; }
 
+// One Write override per value type: records the value as a child of the open element.
 #define TL_FAKE_WRITE(Type)                                                       \
     Serializer& Write(const Serialization::MetaInfo& meta, Type value) override { \
         open_.back()->Children.push_back(ValueNode(meta.Name, Value(value)));     \
@@ -127,6 +137,7 @@ private:
     std::uint64_t version_ = 0;
 };
 
+// A deserializer that reads from a tree of nodes, as RecordingSerializer recorded it.
 class ScriptedDeserializer : public Serialization::Deserializer {
 public:
     // `top` is the one element of the packet, as RecordingSerializer::Top would give it.
@@ -137,6 +148,7 @@ public:
     // Names of the values read, in order.
     std::vector<std::string> Reads;
 
+// One Read override per value type: takes the value of that name from the open element.
 #define TL_FAKE_READ(Type)                                                                    \
     Deserializer& Read(const Serialization::MetaInfo& meta, Type& value) override {           \
         value = std::get<Type>(                                                               \

@@ -21,22 +21,25 @@
 
 namespace Testing {
 
+// A channel for a host's tests: see above.
 class ScriptedChannel : public Binding::RequestChannel {
 public:
     // What Send returns; a failure means no job is made.
     Common::Error SendResult;
     // What Run returns after it wrote the request and, with a reply, read it.
     Common::Error RunResult;
-    std::optional<Node> Reply;
+    std::optional<Node> Reply;  // the reply that Run reads, if any
 
-    int Sends = 0;
-    int Runs = 0;
-    int JobsDestroyed = 0;
-    bool RunGotHandler = false;
-    Node Written;
-    std::uint32_t ComponentID = 0;
-    std::uint32_t MethodNumber = 0;
+    int Sends = 0;  // how often Send was called
+    int Runs = 0;  // how often a job ran
+    int JobsDestroyed = 0;  // how many jobs were destroyed
+    bool RunGotHandler = false;  // whether the last Run got a handler
+    Node Written;  // the last request, as written
+    std::uint32_t ComponentID = 0;  // the last request's component
+    std::uint32_t MethodNumber = 0;  // the last request's method number
 
+    // Counts the call and, unless SendResult is a failure, makes a job that writes the
+    // request and reads the scripted reply.
     Common::Error Send(std::unique_ptr<Binding::Request> request,
                        std::unique_ptr<Binding::RequestJob>& job) override {
         ++Sends;

@@ -44,43 +44,49 @@ enum class MemberForm {
     Polymorphic,
 };
 
+// What a declared type is.
 enum class TypeKind {
     Record,          // a record that can be made on its own
     AbstractRecord,  // the shared part of several records
     Polymorphic,     // the root of a hierarchy that travels by kind number
-    Enumeration,
+    Enumeration,  // an enumeration
     Extern,          // a type whose form is written by hand
 };
 
+// One member of a record, as the definitions declare it.
 struct MemberInfo {
-    const char* Name;
+    const char* Name;  // as the record names it
     const char* Type;  // as the definitions write it, with full names
-    MemberForm Form;
+    MemberForm Form;  // the form it travels in
     bool Chosen;       // the definitions chose the type; the peer's description gives none
-    const MetaInfoTrait* Traits;
-    std::size_t TraitCount;
+    const MetaInfoTrait* Traits;  // the member's traits
+    std::size_t TraitCount;  // their number
 };
 
+// One named value of an enumeration.
 struct EnumValueInfo {
-    const char* Name;
-    std::int64_t Number;
+    const char* Name;  // the value's name
+    std::int64_t Number;  // its number
 };
 
+// One declared type: its kind, version, base, members or values, and its codec.
 struct TypeInfo {
-    const char* FullName;
-    TypeKind Kind;
+    const char* FullName;  // with its namespaces
+    TypeKind Kind;  // what it is
     std::uint64_t Version;  // 0: unversioned
     const char* Base;       // full name, or null
     const MemberInfo* Members;  // own members in wire order (fields, for a hierarchy root)
-    std::size_t MemberCount;
-    const EnumValueInfo* Values;
-    std::size_t ValueCount;
+    std::size_t MemberCount;  // their number
+    const EnumValueInfo* Values;  // an enumeration's named values
+    std::size_t ValueCount;  // their number
     // Records that can be made on their own: a default value, the member codec (the record
     // inside the element of `meta`, with its version guard), and the record's equality.
     std::shared_ptr<void> (*Create)();
+    // Writes a value of the record.
     void (*Write)(Serializer& s, const MetaInfo& meta, const void* value);
+    // Reads a value of the record.
     void (*Read)(Deserializer& d, const MetaInfo& meta, void* value);
-    bool (*Equal)(const void* a, const void* b);
+    bool (*Equal)(const void* a, const void* b);  // compares two values of the record
 };
 
 // Every declared type, in the order of the definitions.
@@ -91,6 +97,6 @@ TL_API std::span<const TypeInfo* const> CheckedInTypes();
 TL_API const TypeInfo* FindType(std::string_view fullName);
 // The members of a record as they travel: those of its record bases first.
 TL_API std::vector<const MemberInfo*> WireMembers(const TypeInfo& type);
-TL_API const char* FormName(MemberForm form);
+TL_API const char* FormName(MemberForm form);  // the form's name ("Sequence")
 
 }  // namespace Serialization::Xidl

@@ -1,4 +1,4 @@
-#include <tessel_link/por/serialize/por_serializer.h>
+#include "por/serialize/por_serializer.h"
 
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/por/compare.h>

@@ -1,9 +1,9 @@
-#include <tessel_link/serialize/unit_member.h>
+#include <tessel_link/impl/serialize/unit_member.h>
 
 #include <tessel_link/por/binary_form.h>
 #include <tessel_link/por/in_memory_factory.h>
-#include <tessel_link/por/serialize/por_serializer.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include "por/serialize/por_serializer.h"
+#include <tessel_link/impl/serialize/scope_guards.h>
 
 namespace Serialization {
 

@@ -1,6 +1,6 @@
 // Generated from the interface definitions by tools/xidlc; edit the definitions instead.
 
-#include <tessel_link/por/serialize/record_to_unit.h>
+#include "por/serialize/record_to_unit.h"
 #include <tessel_link/xidl/records.h>
 
 #include "facade/xidl_type_table.h"

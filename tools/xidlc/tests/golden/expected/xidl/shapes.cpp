@@ -4,7 +4,7 @@
 
 #include <typeinfo>
 
-#include <tessel_link/serialize/record_meta.h>
+#include <tessel_link/impl/serialize/record_meta.h>
 #include <tessel_link/xidl/catalogue.h>
 
 namespace {

@@ -11,6 +11,7 @@
 
 namespace Shapes {
 
+// Member by member, in wire order.
 inline bool operator<(const Point& a, const Point& b) {
     return std::tie(a.X, a.Y) < std::tie(b.X, b.Y);
 }

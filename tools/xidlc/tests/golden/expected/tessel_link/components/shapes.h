@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <tessel_link/binding/service_dispatcher.h>
+#include <tessel_link/impl/binding/table_dispatcher.h>
 #include <tessel_link/common/dynamic_caster.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/guid.h>
@@ -31,8 +31,8 @@ public:
 
     // What Core::MakeProxy<Canvas> and the catalogue know the component by.
     static constexpr std::uint32_t kComponentId = 9001;
-    static constexpr const char* kInterfaceName = "Canvas";
-    static constexpr std::uint32_t kInterfaceVersion = 2;
+    static constexpr const char* kInterfaceName = "Canvas";  // the interface's name
+    static constexpr std::uint32_t kInterfaceVersion = 2;  // the version proxies speak
 
     // Draws one outline and answers the number it got.
     // Method 1.
@@ -62,6 +62,7 @@ public:
 // implementation of the host's, for example through a Binding::LoopbackChannel.
 class TL_API Canvas_Dispatcher final : public ::Binding::ComponentDispatcher<Canvas> {
 public:
+    // Serves the calls with `implementation`, which must allow calls from many threads.
     explicit Canvas_Dispatcher(std::shared_ptr<Canvas> implementation);
 };
 

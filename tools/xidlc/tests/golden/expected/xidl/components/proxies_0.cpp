@@ -2,8 +2,8 @@
 
 #include "xidl/components/signatures.h"
 
-#include <tessel_link/binding/call.h>
-#include <tessel_link/binding/service_method.h>
+#include <tessel_link/impl/binding/call.h>
+#include <tessel_link/impl/binding/service_method.h>
 
 #include "facade/component_catalogue.h"
 #include "facade/component_info_impl.h"

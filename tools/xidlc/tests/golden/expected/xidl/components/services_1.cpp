@@ -2,7 +2,7 @@
 
 #include "xidl/components/signatures.h"
 
-#include <tessel_link/binding/service_method.h>
+#include <tessel_link/impl/binding/service_method.h>
 
 namespace Binding::Generated {
 

@@ -8,12 +8,12 @@
 
 #include <memory>
 
-#include <tessel_link/serialize/unit_member.h>
+#include <tessel_link/impl/serialize/unit_member.h>
 
-#include <tessel_link/binding/method_descriptor.h>
+#include <tessel_link/impl/binding/method_descriptor.h>
 #include <tessel_link/binding/request.h>
-#include <tessel_link/binding/request_impl.h>
-#include <tessel_link/binding/service_dispatcher.h>
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/impl/binding/table_dispatcher.h>
 #include <tessel_link/por/view.h>
 #include <tessel_link/xidl/records.h>
 #include <tessel_link/components/orderings.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tessel_link/common/recursive_lock.h>
+#include "common/recursive_lock.h"
 #include <tessel_link/export.h>
 
 namespace Common {

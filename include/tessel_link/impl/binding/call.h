@@ -1,5 +1,8 @@
 #pragma once
 
+// Not API: the call cycle that every generated proxy method runs. Hosts call the
+// proxies' methods instead.
+
 #include <memory>
 #include <utility>
 

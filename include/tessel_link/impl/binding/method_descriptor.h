@@ -1,5 +1,8 @@
 #pragma once
 
+// Not API: the identity of a remote method and the kinds of its arguments, as
+// generated proxies and dispatchers fill them in.
+
 #include <cstdint>
 #include <string>
 

@@ -1,5 +1,7 @@
 #pragma once
 
+// Not API: used by the generated dispatchers only.
+//
 // The service side of one remote method: reads a request element as the proxy's request
 // wrote it, calls the implementation, and writes the reply element that the proxy's
 // ReadReply expects. Every rule here mirrors one in request_impl.h.
@@ -12,12 +14,12 @@
 #include <utility>
 #include <vector>
 
-#include <tessel_link/binding/method_descriptor.h>
-#include <tessel_link/binding/request_impl.h>
-#include <tessel_link/binding/service_dispatcher.h>
+#include <tessel_link/impl/binding/method_descriptor.h>
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/impl/binding/table_dispatcher.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/export.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/meta_info.h>
 #include <tessel_link/serialize/obscurer.h>

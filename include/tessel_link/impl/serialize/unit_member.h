@@ -1,5 +1,7 @@
 #pragma once
 
+// Not API: used by the generated record codecs only.
+//
 // Members and arguments that hold a unit tree. A POR-aware end takes the unit whole; any
 // other end sees two fields inside the member's element: "is_empty" (true for a missing
 // unit) and, for a present one, the blob "value" with the tree's binary form.

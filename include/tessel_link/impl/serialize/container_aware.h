@@ -1,5 +1,8 @@
 #pragma once
 
+// Not API: the container hand-off between the value codecs and the serializers
+// that take containers whole.
+
 #include <tessel_link/export.h>
 #include <tessel_link/serialize/meta_info.h>
 #include <tessel_link/serialize/serializer.h>

@@ -1,5 +1,8 @@
 #pragma once
 
+// Not API: used by the generated record codecs and the library itself. Hosts write
+// and read records through the records' own operator<< and operator>>.
+//
 // The value codecs: how a value of any type is written to a Serializer under a member's
 // element and read back. Scalars use the value form that fits; records use their own
 // operator<< and operator>> (generated) inside the member's element; enumerations, optionals,
@@ -31,16 +34,16 @@
 #include <tessel_link/common/guid.h>
 #include <tessel_link/common/optional.h>
 #include <tessel_link/serialize/blob.h>
-#include <tessel_link/serialize/container_aware.h>
+#include <tessel_link/impl/serialize/container_aware.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/meta_info.h>
 #include <tessel_link/serialize/obscurer.h>
-#include <tessel_link/serialize/polymorph.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include <tessel_link/impl/serialize/polymorph.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 #include <tessel_link/serialize/serializer.h>
 // Unit trees as members and arguments: declared before the templates below so that
 // qualified calls of WriteMember/ReadMember find them too.
-#include <tessel_link/serialize/unit_member.h>
+#include <tessel_link/impl/serialize/unit_member.h>
 
 namespace Serialization {
 

@@ -3,9 +3,9 @@
 // Records as unit trees: the adapter of a record type and the creator of its default unit.
 
 #include <tessel_link/por/in_memory_factory.h>
-#include <tessel_link/por/serialize/por_serializer.h>
-#include <tessel_link/serialize/codec.h>
-#include <tessel_link/serialize/scope_guards.h>
+#include "por/serialize/por_serializer.h"
+#include <tessel_link/impl/serialize/codec.h>
+#include <tessel_link/impl/serialize/scope_guards.h>
 
 namespace Por::Serialization {
 

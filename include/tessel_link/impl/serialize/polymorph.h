@@ -1,5 +1,7 @@
 #pragma once
 
+// Not API: used by the value codecs and the library itself.
+//
 // Objects of open hierarchies that write and read themselves, and the class-ID form that
 // carries them: "ClassID" with the class number, then the object inside "Object". A null
 // pointer writes nothing at all. Objects are made on reading by the factory registered for

@@ -1,5 +1,7 @@
 #pragma once
 
+// Not API: element guards that the library's codecs and serializers use.
+
 #include <cstdint>
 #include <exception>
 #include <optional>

@@ -1,5 +1,7 @@
 #pragma once
 
+// Not API: used by the generated record codecs only.
+//
 // The pieces of the generated forms of closed hierarchies: a kind travels as its number, the
 // hierarchy's common fields, and the kind's own record inside "impl".
 
@@ -8,7 +10,7 @@
 
 #include <tessel_link/common/assert.h>
 #include <tessel_link/export.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 
 namespace Serialization {
 

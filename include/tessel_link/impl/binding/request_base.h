@@ -1,10 +1,12 @@
 #pragma once
 
+// Not API: the common part of every request the generated proxies make.
+
 #include <cstdint>
 #include <memory>
 #include <string>
 
-#include <tessel_link/binding/method_descriptor.h>
+#include <tessel_link/impl/binding/method_descriptor.h>
 #include <tessel_link/binding/request.h>
 #include <tessel_link/export.h>
 

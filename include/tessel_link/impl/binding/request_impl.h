@@ -1,5 +1,8 @@
 #pragma once
 
+// Not API: the argument slots of a request, used by the generated proxies only.
+// A host's channel sees a call through Binding::Request.
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -7,10 +10,10 @@
 #include <tuple>
 #include <type_traits>
 
-#include <tessel_link/binding/method_descriptor.h>
-#include <tessel_link/binding/request_base.h>
+#include <tessel_link/impl/binding/method_descriptor.h>
+#include <tessel_link/impl/binding/request_base.h>
 #include <tessel_link/common/error.h>
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 #include <tessel_link/serialize/obscurer.h>
 
 namespace Binding::Detail {

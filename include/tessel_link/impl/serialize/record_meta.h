@@ -1,5 +1,7 @@
 #pragma once
 
+// Not API: used by the generated record codecs only.
+//
 // What generated record codecs share: the MetaInfo of each member, built once per record
 // type, with the member traits looked up in the record's trait table; and the comparison of
 // member values that generated equality uses.
