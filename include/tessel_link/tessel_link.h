@@ -28,6 +28,7 @@
 #include <tessel_link/file/zip_archive.h>
 #include <tessel_link/file/usn_journal.h>
 #include <tessel_link/file/dir_notification.h>
+#include <tessel_link/file/backup_stream.h>
 
 // XML documents
 #include <tessel_link/xml/xml_tag.h>

@@ -9,6 +9,7 @@
 #include <tessel_link/file/usn_journal.h>
 
 #include "common/byte_escapes.h"
+#include "file/backup_stream.h"
 #include "file/change_notification.h"
 #include "file/dir_iterator.h"
 #include "file/roots.h"
@@ -750,7 +751,39 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             static_cast<token_command&>(command).Token = token_;
             return true;
         case kBackupCommand:
-        case kRestoreCommand:
+        case kRestoreCommand: {
+            // An entry of this directory backed up or restored by its path, as the
+            // directory's user; a null name backs the directory itself up.
+            const bool backup = command.Code == kBackupCommand;
+            const char16_t* name = backup ? static_cast<backup_entry_command&>(command).Name
+                                          : static_cast<restore_entry_command&>(command).Name;
+            const bool given = backup ? static_cast<backup_entry_command&>(command).Writer != nullptr
+                                      : static_cast<restore_entry_command&>(command).Source != nullptr;
+            Target t;
+            if (!given) {
+                SetError(MakeFileError(TL_ORIGIN("nt_dir::IOCTL"), kNotSupported));
+                return false;
+            }
+            if (name == nullptr && backup && !IsRoot()) {
+                t.Path = path_.size() > 1 && path_.back() == u'/' ? path_.substr(0, path_.size() - 1)
+                                                                   : path_;
+            } else if (name == nullptr || !Resolve(name, "nt_dir::IOCTL", t)) {
+                SetError(MakeFileError(TL_ORIGIN("nt_dir::IOCTL"),
+                                       backup ? kOpenFailed : kCreateFailed));
+                return false;
+            }
+            const Common::Error error =
+                backup ? BackupFile(t.Path, *static_cast<backup_entry_command&>(command).Writer,
+                                    token_)
+                       : RestoreFile(t.Path, *static_cast<restore_entry_command&>(command).Source,
+                                     token_);
+            if (error.Failed()) {
+                SetError(error);
+                return false;
+            }
+            ClearError();
+            return true;
+        }
         case kSecurityRequestCommand:
         case kPendingRenameCommand:
         case kShortNameCommand:

@@ -246,8 +246,8 @@ TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {
     EXPECT_GE(info.MaxNameLength, 255u);
 
     for (const std::uint32_t code :
-         {File::kBackupCommand, File::kRestoreCommand, File::kShortNameCommand,
-          File::kEncryptCommand, File::kPendingRenameCommand, File::kSecurityRequestCommand}) {
+         {File::kShortNameCommand, File::kEncryptCommand, File::kPendingRenameCommand,
+          File::kSecurityRequestCommand}) {
         File::ioctl_command c;
         c.Code = code;
         EXPECT_FALSE(dir->IOCTL(c));

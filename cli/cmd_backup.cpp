@@ -1,0 +1,169 @@
+// tessel backup: one file or directory as a file of chunk records, and the listing of such
+// a file.
+
+#include <unistd.h>
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <tessel_link/common/unicode.h>
+#include <tessel_link/file/backup_stream.h>
+#include <tessel_link/file/system_dir.h>
+#include <tessel_link/file/system_file.h>
+
+#include "command.h"
+#include "file/backup_chunk_file.h"
+#include "value_options.h"
+
+namespace tessel_cli {
+namespace {
+
+// The whole chain of an error, head first, with each record's function and path.
+int FailWithChain(const Common::Error& error) {
+    std::string message;
+    int depth = 0;
+    for (Common::Error r = error; !r.Empty(); r = r.Cause(), ++depth) {
+        char code[16];
+        std::snprintf(code, sizeof code, "0x%08" PRIx32, r.Code());
+        message += depth == 0 ? "" : "\n  caused by: ";
+        message += code;
+        const std::u16string text = r.Text();
+        if (!text.empty()) {
+            message += " " + Common::Utf16ToUtf8(text);
+        }
+        if (const char* function = r.GetAnsi("function")) {
+            message += std::string(" [") + function + "]";
+        }
+        if (const char16_t* path = r.GetWide("path")) {
+            message += " " + File::WideNameToNative(path);
+        }
+        if (r.Code() == Common::Error::kErrnoCode) {
+            message += " errno " + std::to_string(r.GetNumber("Errno"));
+        }
+    }
+    return Fail(message);
+}
+
+// A stream name for one line: control characters as \xHH.
+std::string LineName(const std::u16string& name) {
+    std::string out;
+    for (const char c : File::WideNameToNative(name)) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20 || u == 0x7f || c == '\\') {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", u);
+            out += escape;
+        } else {
+            out.push_back(c);
+        }
+    }
+    return out;
+}
+
+int List(const std::string& path) {
+    Common::Error error;
+    auto file = File::OpenSystemFile(File::NativeNameToWide(path), File::open_mode::read, error);
+    if (!file) {
+        return FailWithChain(error);
+    }
+    const std::uint64_t size = file->Size();
+    std::vector<File::chunk_record> records;
+    error = File::ScanChunkRecords(*file, size, records);
+    if (error.Failed()) {
+        return FailWithChain(error);
+    }
+    for (const File::chunk_record& record : records) {
+        std::printf("chunk %" PRIu32 " %" PRIu64 "\n", record.Type, record.Length);
+        if (record.Type != File::chunk_stream) {
+            continue;
+        }
+        auto chunk = File::OpenChunkWindow(*file, record.Offset, record.Length);
+        std::vector<File::stream_header_entry> headers;
+        error = File::ListStreamHeaders(*chunk, record.Length, headers);
+        for (const File::stream_header_entry& h : headers) {
+            std::printf("  stream %" PRIu32 " 0x%08" PRIx32 " %" PRIu64 " %s\n", h.Id,
+                        h.Attributes, h.Size, LineName(h.Name).c_str());
+        }
+        if (error.Failed()) {
+            std::fflush(stdout);
+            return FailWithChain(error);
+        }
+    }
+    return 0;
+}
+
+bool ParseOptions(const ValueOptions& split, std::uint32_t& options) {
+    options = 0;
+    const auto it = split.values.find("--options");
+    if (it == split.values.end()) {
+        return true;
+    }
+    unsigned long long value = 0;
+    if (!ParseDecimal(it->second, value) || value > 0xffffffffull) {
+        return false;
+    }
+    options = static_cast<std::uint32_t>(value);
+    return true;
+}
+
+int Backup(const Arguments& args) {
+    Arguments valued;
+    for (const std::string& word : args.words) {
+        if (word != "--list") {
+            valued.words.push_back(word);
+        }
+    }
+    const ValueOptions split = SplitValueOptions(valued, {"--options"});
+    if (!split.error.empty()) {
+        return UsageError(split.error);
+    }
+    if (args.Has("--list")) {
+        if (split.positional.size() != 1 || !split.values.empty()) {
+            return UsageError("--list takes one chunk file");
+        }
+        return List(split.positional[0]);
+    }
+    std::uint32_t options = 0;
+    if (!ParseOptions(split, options)) {
+        return UsageError("--options takes a decimal number");
+    }
+    if (split.positional.size() != 2) {
+        return UsageError("backup takes PATH and OUT");
+    }
+    const std::string& out = split.positional[1];
+    Common::Error error;
+    auto file = File::OpenSystemFile(File::NativeNameToWide(out), File::open_mode::create, error);
+    if (!file) {
+        return FailWithChain(error);
+    }
+    File::chunk_file_writer writer(*file, options, nullptr);
+    error = File::BackupFile(File::NativeNameToWide(split.positional[0]), writer, nullptr);
+    if (error.Succeeded()) {
+        file->Flush();
+        error = file->GetError();
+    }
+    file.reset();
+    if (error.Failed()) {
+        ::unlink(out.c_str());  // no half-written backup is left behind
+        return FailWithChain(error);
+    }
+    return 0;
+}
+
+const CommandRegistration kBackup(
+    {"backup", "[--options N] PATH OUT | --list OUT",
+     "Back a file or directory up into a file of chunks, or list such a file.",
+     "Writes the chunks of the file or directory PATH (not of what a directory holds) to OUT\n"
+     "as records: chunk type (u32, little-endian), length (u64, little-endian), the bytes.\n"
+     "Chunk types: 1 attributes, 2 backup stream, 3 raw encrypted data, 4 plain data,\n"
+     "5 times. --options N is the sum of: 1 no security, 2 encrypted files decrypted,\n"
+     "4 no data streams, 8 data streams only, 16 follow symbolic links.\n"
+     "With --list, prints one line per chunk, \"chunk TYPE LENGTH\", and inside a chunk of\n"
+     "type 2 one line per stream header, \"  stream ID ATTRIBUTES SIZE NAME\".\n"
+     "A failure prints the error with its causes, removes OUT and exits with status 1; a\n"
+     "damaged chunk file is refused the same way.",
+     Backup});
+
+}  // namespace
+}  // namespace tessel_cli
