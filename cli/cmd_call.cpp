@@ -1,6 +1,9 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include <tessel_link/facade/catalogue.h>
 #include <tessel_link/net/socket_channel.h>
@@ -32,42 +35,34 @@ bool Sent(const Core::Catalogue::Parameter& parameter) {
     return (parameter.Kind & 3) != Core::Catalogue::kParameterOut;
 }
 
-int Run(const Arguments& args) {
-    const ValueOptions options = SplitValueOptions(args, {"--connect", "--timeout"});
-    if (!options.error.empty()) {
-        return UsageError(options.error);
-    }
-    if (options.positional.size() < 2 || options.positional.size() > 3) {
+struct CallOptions {
+    std::string Connect;
+    std::uint64_t Timeout = 30000;
+    std::vector<std::string> Words;  // component, method, JSON
+};
+
+int Call(const CallOptions& options) {
+    if (options.Words.size() < 2 || options.Words.size() > 3) {
         return UsageError("call takes a component, a method and at most one JSON object");
     }
-    const auto connect = options.values.find("--connect");
-    if (connect == options.values.end()) {
-        return UsageError("call needs --connect ADDRESS");
-    }
     Net::Address address;
-    if (Common::Error error = Net::Address::Parse(connect->second, address); error.Failed()) {
+    if (Common::Error error = Net::Address::Parse(options.Connect, address); error.Failed()) {
         return UsageError(error.ToString());
     }
     Net::ChannelOptions channelOptions;
-    if (const auto timeout = options.values.find("--timeout"); timeout != options.values.end()) {
-        unsigned long long milliseconds = 0;
-        if (!ParseDecimal(timeout->second, milliseconds)) {
-            return UsageError("--timeout takes milliseconds");
-        }
-        channelOptions.CallTimeout = std::chrono::milliseconds(milliseconds);
-    }
+    channelOptions.CallTimeout = std::chrono::milliseconds(options.Timeout);
 
-    const Core::Catalogue::Component* component = FindComponent(options.positional[0]);
+    const Core::Catalogue::Component* component = FindComponent(options.Words[0]);
     if (component == nullptr) {
-        return Fail("no component (or more than one) is known as " + options.positional[0]);
+        return Fail("no component (or more than one) is known as " + options.Words[0]);
     }
-    const Core::Catalogue::Method* method = FindMethod(*component, options.positional[1]);
+    const Core::Catalogue::Method* method = FindMethod(*component, options.Words[1]);
     if (method == nullptr) {
-        return Fail(std::string(component->Interface) + " has no method " + options.positional[1]);
+        return Fail(std::string(component->Interface) + " has no method " + options.Words[1]);
     }
     Json in = Json::object();
-    if (options.positional.size() == 3) {
-        in = Json::parse(options.positional[2], nullptr, false);
+    if (options.Words.size() == 3) {
+        in = Json::parse(options.Words[2], nullptr, false);
         if (in.is_discarded() || !in.is_object()) {
             return UsageError("the arguments must be one JSON object");
         }
@@ -114,7 +109,15 @@ int Run(const Arguments& args) {
     return result.Failed() ? 1 : 0;
 }
 
-const CommandRegistration kCall(
+CliRun Setup(CLI::App& app) {
+    auto options = std::make_shared<CallOptions>();
+    app.add_option("--connect", options->Connect, "tcp://HOST:PORT or unix:/PATH")->required();
+    app.add_option("--timeout", options->Timeout, "milliseconds to wait for the reply")->capture_default_str();
+    app.add_option("COMPONENT METHOD [JSON]", options->Words, "what to call, and its in arguments")->required();
+    return [options] { return Call(*options); };
+}
+
+const CliCommandRegistration kCall(
     {"call", "--connect ADDRESS COMPONENT METHOD [JSON] [--timeout MS]",
      "Call a method of a service over a socket and print the reply as JSON.",
      "ADDRESS is tcp://HOST:PORT or unix:/PATH. COMPONENT is an ID or an interface name, METHOD\n"
@@ -127,7 +130,7 @@ const CommandRegistration kCall(
      "The reply prints as {\"result\": {\"code\": N, \"text\": ..., \"cause\": ...}, \"out\": {...}}\n"
      "with the out arguments by name. Exit status: 0 on success, 1 when the call failed (also\n"
      "for a connection that failed, or after the time-out, default 30000 ms), 2 for bad usage.",
-     Run});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

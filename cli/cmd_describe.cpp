@@ -1,6 +1,9 @@
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
+
+#include <CLI/CLI.hpp>
 
 #include "command.h"
 #include "json_calls.h"
@@ -27,15 +30,12 @@ const JsonRecord* FindRecord(const std::string& name, bool& ambiguous) {
     return ambiguous ? nullptr : found;
 }
 
-int Run(const Arguments& args) {
-    if (args.positional.size() != 1) {
-        return UsageError("describe takes one record type");
-    }
+int Describe(const std::string& name) {
     bool ambiguous = false;
-    const JsonRecord* record = FindRecord(args.positional[0], ambiguous);
+    const JsonRecord* record = FindRecord(name, ambiguous);
     if (record == nullptr) {
-        return Fail(ambiguous ? args.positional[0] + " names more than one record; add its namespace"
-                              : "no record is known as " + args.positional[0]);
+        return Fail(ambiguous ? name + " names more than one record; add its namespace"
+                              : "no record is known as " + name);
     }
     JsonWriter writer;
     record->Describe(writer);
@@ -43,13 +43,19 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kDescribe(
+CliRun Setup(CLI::App& app) {
+    auto name = std::make_shared<std::string>();
+    app.add_option("TYPE", *name, "the record's name")->required();
+    return [name] { return Describe(*name); };
+}
+
+const CliCommandRegistration kDescribe(
     {"describe", "TYPE",
      "Print a record's JSON shape with its default values.",
      "TYPE is a record's name, with its namespace (ArchiveManagement::ArchiveSettings) or\n"
      "without it when that is unambiguous. The shape is what `tessel call` takes and prints for\n"
      "the record: see `tessel call --help` for the rule.",
-     Run});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -5,6 +5,8 @@
 
 #include <pthread.h>
 
+#include <CLI/CLI.hpp>
+
 #include <tessel_link/components/compatibility_management.h>
 #include <tessel_link/components/instance_management.h>
 #include <tessel_link/components/test_management.h>
@@ -13,36 +15,19 @@
 #include "command.h"
 #include "demo_services.h"
 #include "serve_archives.h"
-#include "value_options.h"
 
 namespace tessel_cli {
 namespace {
 
 constexpr const char* kDefaultListen = "tcp://127.0.0.1:7450";
 
-int Run(const Arguments& args) {
-    const ValueOptions options = SplitValueOptions(args, {"--listen", "--threads"});
-    if (!options.error.empty()) {
-        return UsageError(options.error);
-    }
-    if (!options.positional.empty()) {
-        return UsageError("serve takes no positional arguments");
-    }
-    const auto listen = options.values.find("--listen");
+int Serve(const std::string& listen, unsigned threads) {
     Net::Address address;
-    if (Common::Error error = Net::Address::Parse(listen == options.values.end() ? kDefaultListen : listen->second,
-                                                  address);
-        error.Failed()) {
+    if (Common::Error error = Net::Address::Parse(listen, address); error.Failed()) {
         return UsageError(error.ToString());
     }
     Net::HostOptions hostOptions;
-    if (const auto threads = options.values.find("--threads"); threads != options.values.end()) {
-        unsigned long long count = 0;
-        if (!ParseDecimal(threads->second, count) || count == 0 || count > 256) {
-            return UsageError("--threads takes a number from 1 to 256");
-        }
-        hostOptions.Threads = static_cast<unsigned>(count);
-    }
+    hostOptions.Threads = threads;
 
     // The signals that end the host are taken by this thread alone, before any other starts.
     sigset_t stopSignals;
@@ -70,15 +55,21 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kServe(
+CliRun Setup(CLI::App& app) {
+    auto listen = std::make_shared<std::string>(kDefaultListen);
+    auto threads = std::make_shared<unsigned>(4);
+    app.add_option("--listen", *listen, "tcp://HOST:PORT or unix:/PATH")->capture_default_str();
+    app.add_option("--threads", *threads, "threads that serve calls")->check(CLI::Range(1, 256))->capture_default_str();
+    return [listen, threads] { return Serve(*listen, *threads); };
+}
+
+const CliCommandRegistration kServe(
     {"serve", "[--listen ADDRESS] [--threads N]",
      "Serve the example components over a socket until interrupted.",
-     "ADDRESS is tcp://HOST:PORT or unix:/PATH (default tcp://127.0.0.1:7450; port 0 takes a\n"
-     "free port). The host serves the in-memory instance manager (129), the test manager (188),\n"
-     "the compatibility manager (17) and an in-memory archive manager (161) on N threads\n"
-     "(default 4), and prints \"listening on ADDRESS\" once it accepts calls. SIGINT or SIGTERM\n"
-     "ends it.",
-     Run});
+     "Port 0 takes a free port. The host serves the in-memory instance manager (129), the test\n"
+     "manager (188), the compatibility manager (17) and an in-memory archive manager (161), and\n"
+     "prints \"listening on ADDRESS\" once it accepts calls. SIGINT or SIGTERM ends it.",
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli
