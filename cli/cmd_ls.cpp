@@ -186,7 +186,7 @@ int Ls(const Arguments& args) {
         return UsageError("ls takes at most one PATH");
     }
     const std::string path = split.positional.empty() ? std::string() : split.positional[0];
-    // Under --as the whole listing runs in a scope of that user's file access.
+    // Under --as the directory carries a token of that user, and lists with its access.
     std::shared_ptr<File::SubstToken> token;
     if (const auto as = split.values.find("--as"); as != split.values.end()) {
         std::u16string user;
@@ -198,14 +198,9 @@ int Ls(const Arguments& args) {
             return FailWithChain(logon);
         }
     }
-    Common::Error entered;
-    const File::TokenSubstitutionExecutor scope(token, entered);
-    if (entered.Failed()) {
-        return FailWithChain(entered);
-    }
     Common::Error error;
     const std::unique_ptr<File::rio_dir> dir =
-        File::OpenSystemDir(File::NativeNameToWide(path), error);
+        File::OpenSystemDir(File::NativeNameToWide(path), token, error);
     if (!dir) {
         return FailWithChain(error);
     }

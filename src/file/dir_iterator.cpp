@@ -84,7 +84,7 @@ nt_dir_iterator::~nt_dir_iterator() {
 
 void nt_dir_iterator::CloseDirectory() {
     if (fd_ != Platform::kNoDir) {
-        io_.CloseDir(fd_);
+        io_->CloseDir(fd_);
         fd_ = Platform::kNoDir;
     }
     reading_ = false;
@@ -92,7 +92,7 @@ void nt_dir_iterator::CloseDirectory() {
 
 bool nt_dir_iterator::Open(Platform::DirHandle at, const std::string& dirName,
                            const char* function) {
-    const Platform::SystemError failure = io_.OpenDir(at, dirName, fd_);
+    const Platform::SystemError failure = io_->OpenDir(at, dirName, fd_);
     if (failure.Failed()) {
         RecordError(
             MakeSystemError(TL_ORIGIN(function), "openat", dirPath_.c_str(), failure, kReadFailed));
@@ -130,7 +130,7 @@ void nt_dir_iterator::StartAt(Platform::DirHandle at, const std::string& dirName
     }
     single_ = std::move(name);
     Platform::EntryStatus status;
-    const Platform::SystemError failure = io_.Status(fd_, single_.c_str(), false, status);
+    const Platform::SystemError failure = io_->Status(fd_, single_.c_str(), false, status);
     if (failure.Failed()) {
         const std::u16string full = dirPath_ + NativeNameToWide(single_);
         RecordError(MakeSystemError(TL_ORIGIN("nt_dir::GetIterator"), "fstatat", full.c_str(),
@@ -155,7 +155,7 @@ void nt_dir_iterator::StartSelf(Platform::DirHandle at, const std::string& dirNa
         return;
     }
     Platform::EntryStatus status;
-    const Platform::SystemError failure = io_.Status(fd_, "", false, status);
+    const Platform::SystemError failure = io_->Status(fd_, "", false, status);
     if (failure.Failed()) {
         RecordError(MakeSystemError(TL_ORIGIN("nt_dir::GetSelfIterator"), "fstatat",
                                     dirPath_.c_str(), failure, kOpenFailed));
@@ -181,7 +181,7 @@ bool nt_dir_iterator::Fetch() {
         return false;
     }
     std::size_t got = 0;
-    const Platform::SystemError failure = io_.ReadEntries(fd_, buffer_, kBlockSize, got);
+    const Platform::SystemError failure = io_->ReadEntries(fd_, buffer_, kBlockSize, got);
     if (failure.Failed()) {
         Finish();
         RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::Next"), "getdents64",
@@ -322,7 +322,7 @@ const Platform::EntryStatus* nt_dir_iterator::Status() {
     }
     if (!statusReady_) {
         const Platform::SystemError failure =
-            io_.Status(fd_, name_, false, status_);
+            io_->Status(fd_, name_, false, status_);
         if (failure.Failed()) {
             RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetStatus"), "fstatat",
                                         GetFullPath(), failure, kOpenFailed));
@@ -433,7 +433,7 @@ const char16_t* nt_dir_iterator::GetSymLinkTarget() {
     if (!targetReady_) {
         std::string target;
         const Platform::SystemError failure =
-            io_.ReadLink(fd_, std::string(name_, nameLength_), target);
+            io_->ReadLink(fd_, std::string(name_, nameLength_), target);
         if (failure.Failed()) {
             RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetSymLinkTarget"),
                                         "readlinkat", GetFullPath(), failure, kOpenFailed));

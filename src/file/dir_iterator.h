@@ -11,6 +11,7 @@
 
 #include <tessel_link/file/dir_object.h>
 
+#include "file/token_scoped_dir_io.h"
 #include "platform/dir_io.h"
 
 namespace File {
@@ -19,7 +20,9 @@ class nt_dir_iterator final : public i_dir::iterator {
 public:
     static constexpr std::size_t kBlockSize = 8192;
 
-    explicit nt_dir_iterator(Platform::DirIo& io) : io_(io) {}
+    // `io` is shared with the directory that made the iterator, which may go first.
+    explicit nt_dir_iterator(SharedDirIo io) : io_(std::move(io)) {}
+    explicit nt_dir_iterator(Platform::DirIo& io) : io_(Unowned(io)) {}
     ~nt_dir_iterator() override;
 
     // Opens the directory `dirName` relative to `at` and stands on its first entry that
@@ -80,7 +83,7 @@ private:
     const Platform::EntryStatus* Status();
     void CloseDirectory();
 
-    Platform::DirIo& io_;
+    SharedDirIo io_;
     Platform::DirHandle fd_ = Platform::kNoDir;
     Mode mode_ = Mode::Listing;
     bool reading_ = false;  // more blocks to read

@@ -61,8 +61,19 @@ std::u16string LeafOf(const std::u16string& path) {
 
 }  // namespace
 
-nt_dir::nt_dir(Platform::DirIo& io, Platform::DirHandle handle, std::u16string path)
-    : dir_watch(SystemNotifications()), io_(io), handle_(handle), path_(std::move(path)) {}
+nt_dir::nt_dir(SharedDirIo io, Platform::DirHandle handle, std::u16string path,
+               std::shared_ptr<SubstToken> token)
+    : dir_watch(SystemNotifications()),
+      base_(std::move(io)),
+      token_(std::move(token)),
+      io_(ActingAs(base_, token_)),
+      handle_(handle),
+      path_(std::move(path)) {}
+
+void nt_dir::SetToken(std::shared_ptr<SubstToken> token) {
+    token_ = std::move(token);
+    io_ = ActingAs(base_, token_);
+}
 
 nt_dir::~nt_dir() {
     // The watch ends before the members go, so that no callback meets a half-destroyed object.
@@ -70,7 +81,7 @@ nt_dir::~nt_dir() {
         (void)EnableWatch(*this, path_, nullptr);
     }
     if (handle_ >= 0) {
-        io_.CloseDir(handle_);
+        io_->CloseDir(handle_);
     }
 }
 
@@ -90,26 +101,32 @@ void nt_dir::ContinueNotification() {
     ContinueWatch();
 }
 
-std::unique_ptr<nt_dir> nt_dir::Open(Platform::DirIo& io, const std::u16string& path,
+std::unique_ptr<nt_dir> nt_dir::Open(SharedDirIo io, const std::u16string& path,
+                                     const std::shared_ptr<SubstToken>& token,
                                      Common::Error& error) {
     if (path.empty()) {
         error = Common::ErrorSuccess;
-        return CreateRootDir(io);
+        return CreateRootDir(std::move(io), token);
     }
     Platform::DirHandle handle = Platform::kNoDir;
     const Platform::SystemError failure =
-        io.OpenDir(Platform::kAtCurrent, WideNameToNative(path), handle);
+        ActingAs(io, token)->OpenDir(Platform::kAtCurrent, WideNameToNative(path), handle);
     if (failure.Failed()) {
         error = MakeSystemError(TL_ORIGIN("nt_dir::OpenDir"), "openat", path.c_str(), failure,
                                 kOpenFailed);
         return nullptr;
     }
     error = Common::ErrorSuccess;
-    return std::make_unique<nt_dir>(io, handle, WithSlash(path));
+    return std::make_unique<nt_dir>(std::move(io), handle, WithSlash(path), token);
 }
 
 std::unique_ptr<nt_dir> CreateRootDir(Platform::DirIo& io) {
-    return std::make_unique<nt_dir>(io, Platform::kAtCurrent, std::u16string());
+    return CreateRootDir(Unowned(io), nullptr);
+}
+
+std::unique_ptr<nt_dir> CreateRootDir(SharedDirIo io, std::shared_ptr<SubstToken> token) {
+    return std::make_unique<nt_dir>(std::move(io), Platform::kAtCurrent, std::u16string(),
+                                    std::move(token));
 }
 
 bool nt_dir::Fail(const char* function, const char* call, const std::u16string& path,
@@ -177,17 +194,17 @@ rio_file* nt_dir::OpenFileAt(const Target& target, Platform::FileAccess access,
                              const char* function, FileErrorCode fallback) {
     Platform::FileHandle file = Platform::kNoHandle;
     const Platform::SystemError failure =
-        io_.OpenFile(target.At, target.Name, access, disposition, followLinks, file);
+        io_->OpenFile(target.At, target.Name, access, disposition, followLinks, file);
     if (failure.Failed()) {
         Fail(function, "openat", target.Path, failure, fallback);
         return nullptr;
     }
-    return new system_file(Platform::SystemFileIo(), file, target.Path);
+    return new system_file(Platform::SystemFileIo(), file, target.Path, token_);
 }
 
 rio_dir* nt_dir::OpenDirAt(const Target& target, const char* function) {
     Platform::DirHandle handle = Platform::kNoDir;
-    const Platform::SystemError failure = io_.OpenDir(target.At, target.Name, handle);
+    const Platform::SystemError failure = io_->OpenDir(target.At, target.Name, handle);
     if (failure.Failed()) {
         Fail(function, "openat", target.Path, failure, kOpenFailed);
         return nullptr;
@@ -199,7 +216,7 @@ rio_dir* nt_dir::OpenDirAt(const Target& target, const char* function) {
     if (path.empty()) {
         path = u"./";
     }
-    return new nt_dir(io_, handle, WithSlash(std::move(path)));
+    return new nt_dir(base_, handle, WithSlash(std::move(path)), token_);
 }
 
 // Opens ------------------------------------------------------------------------------------
@@ -324,7 +341,7 @@ i_dir* nt_dir::OpenSpecialDir(std::uint32_t selector) {
     const char* call = nullptr;
     switch (selector) {
         case special_top:
-            return CreateRootDir(io_).release();
+            return CreateRootDir(base_, token_).release();
         case special_temporary:
             place = Platform::SpecialPlace::Temporary;
             call = "TMPDIR";
@@ -342,7 +359,7 @@ i_dir* nt_dir::OpenSpecialDir(std::uint32_t selector) {
             return nullptr;
     }
     std::string native;
-    const Platform::SystemError failure = io_.PlacePath(place, native);
+    const Platform::SystemError failure = io_->PlacePath(place, native);
     if (failure.Failed()) {
         Fail("nt_dir::OpenSpecialDir", call, u"", failure, kOpenFailed);
         return nullptr;
@@ -352,7 +369,7 @@ i_dir* nt_dir::OpenSpecialDir(std::uint32_t selector) {
     Resolve(path.c_str(), "nt_dir::OpenSpecialDir", t);
     t.At = Platform::kAtCurrent;
     Platform::DirHandle handle = Platform::kNoDir;
-    const Platform::SystemError opened = io_.OpenDir(t.At, t.Name, handle);
+    const Platform::SystemError opened = io_->OpenDir(t.At, t.Name, handle);
     if (opened.Failed()) {
         // A place that can't be reached is an open failure, whatever the system's reason.
         Common::Error error = Common::Error::WithFunctionAndPath(
@@ -363,7 +380,7 @@ i_dir* nt_dir::OpenSpecialDir(std::uint32_t selector) {
         SetError(error);
         return nullptr;
     }
-    return new nt_dir(io_, handle, WithSlash(path));
+    return new nt_dir(base_, handle, WithSlash(path), token_);
 }
 
 // Iterators --------------------------------------------------------------------------------
@@ -401,7 +418,7 @@ i_dir::iterator* nt_dir::GetIterator(const char16_t* name) {
     }
     if (IsRoot()) {
         // At the top, the name of a mount point stands on that mount.
-        auto mounts = std::make_unique<mount_iterator>(io_);
+        auto mounts = std::make_unique<mount_iterator>(*io_);
         if (mounts->Find(name)) {
             return mounts.release();
         }
@@ -415,7 +432,7 @@ i_dir::iterator* nt_dir::GetIterator(const char16_t* name) {
 
 i_dir::iterator* nt_dir::GetIterator() {
     if (IsRoot()) {
-        return new mount_iterator(io_);
+        return new mount_iterator(*io_);
     }
     auto* it = new nt_dir_iterator(io_);
     it->Start(handle_, ".", path_, std::u16string());
@@ -429,8 +446,8 @@ i_dir::iterator* nt_dir::GetSelfIterator() {
     // The root of a mount has no parent on its own device, or is its own parent.
     Platform::EntryStatus self, parent;
     bool volume = false;
-    if (!io_.Status(handle_, "", true, self).Failed() &&
-        !io_.Status(handle_, "..", true, parent).Failed()) {
+    if (!io_->Status(handle_, "", true, self).Failed() &&
+        !io_->Status(handle_, "..", true, parent).Failed()) {
         volume = self.Device != parent.Device || self.Inode == parent.Inode;
     }
     auto* it = new nt_dir_iterator(io_);
@@ -469,12 +486,12 @@ int nt_dir::Compare(const file_identifier& a, const file_identifier& b) {
 
 bool nt_dir::FindOwnMount(MountPoint& mount, const char* function) {
     Platform::EntryStatus self;
-    Platform::SystemError failure = io_.Status(handle_, "", true, self);
+    Platform::SystemError failure = io_->Status(handle_, "", true, self);
     if (failure.Failed()) {
         return Fail(function, "fstatat", path_, failure, kOpenFailed);
     }
     std::string table;
-    failure = io_.ReadMountTable(table);
+    failure = io_->ReadMountTable(table);
     if (failure.Failed()) {
         return Fail(function, "mountinfo", u"/proc/self/mountinfo", failure, kOpenFailed);
     }
@@ -501,7 +518,7 @@ bool nt_dir::GetDriveSize(std::uint64_t& total, std::uint64_t& free, std::uint64
         return i_dir::GetDriveSize(total, free, available);
     }
     Platform::VolumeSpace space;
-    const Platform::SystemError failure = io_.Space(handle_, space);
+    const Platform::SystemError failure = io_->Space(handle_, space);
     if (failure.Failed()) {
         return Fail("nt_dir::GetDriveSize", "fstatvfs", path_, failure, kReadFailed);
     }
@@ -518,7 +535,7 @@ bool nt_dir::Remove(const char16_t* name) {
     if (!Resolve(name, "nt_dir::Remove", t)) {
         return false;
     }
-    const Platform::SystemError failure = io_.Unlink(t.At, t.Name, false);
+    const Platform::SystemError failure = io_->Unlink(t.At, t.Name, false);
     return failure.Failed() ? Fail("nt_dir::Remove", "unlinkat", t.Path, failure, kDeleteFailed)
                             : true;
 }
@@ -528,7 +545,7 @@ bool nt_dir::RemoveDir(const char16_t* name) {
     if (!Resolve(name, "nt_dir::RemoveDir", t)) {
         return false;
     }
-    const Platform::SystemError failure = io_.Unlink(t.At, t.Name, true);
+    const Platform::SystemError failure = io_->Unlink(t.At, t.Name, true);
     return failure.Failed() ? Fail("nt_dir::RemoveDir", "unlinkat", t.Path, failure, kDeleteFailed)
                             : true;
 }
@@ -538,7 +555,7 @@ bool nt_dir::Rename(const char16_t* from, const char16_t* to) {
     if (!Resolve(from, "nt_dir::Rename", a) || !Resolve(to, "nt_dir::Rename", b)) {
         return false;
     }
-    const Platform::SystemError failure = io_.Rename(a.At, a.Name, b.At, b.Name);
+    const Platform::SystemError failure = io_->Rename(a.At, a.Name, b.At, b.Name);
     return failure.Failed() ? Fail("nt_dir::Rename", "renameat", a.Path, failure, kRenameFailed)
                             : true;
 }
@@ -549,7 +566,7 @@ bool nt_dir::CreateHardLink(const char16_t* existing, const char16_t* link) {
         !Resolve(link, "nt_dir::CreateHardLink", b)) {
         return false;
     }
-    const Platform::SystemError failure = io_.Link(a.At, a.Name, b.At, b.Name);
+    const Platform::SystemError failure = io_->Link(a.At, a.Name, b.At, b.Name);
     return failure.Failed()
                ? Fail("nt_dir::CreateHardLink", "linkat", b.Path, failure, kCreateFailed)
                : true;
@@ -565,7 +582,7 @@ bool nt_dir::CreateSymLink(const char16_t* target, const char16_t* link) {
         return false;
     }
     // The target is stored as given: a relative one stays relative to the link.
-    const Platform::SystemError failure = io_.SymLink(WideNameToNative(target), b.At, b.Name);
+    const Platform::SystemError failure = io_->SymLink(WideNameToNative(target), b.At, b.Name);
     return failure.Failed()
                ? Fail("nt_dir::CreateSymLink", "symlinkat", b.Path, failure, kCreateFailed)
                : true;
@@ -576,7 +593,7 @@ bool nt_dir::CreateDir(const char16_t* name, std::uint32_t) {
     if (!Resolve(name, "nt_dir::CreateDir", t)) {
         return false;
     }
-    const Platform::SystemError failure = io_.MakeDir(t.At, t.Name, 0777);
+    const Platform::SystemError failure = io_->MakeDir(t.At, t.Name, 0777);
     return failure.Failed() ? Fail("nt_dir::CreateDir", "mkdirat", t.Path, failure, kCreateFailed)
                             : true;
 }
@@ -586,7 +603,7 @@ bool nt_dir::SetUnixPermissions(const char16_t* name, std::uint32_t mode) {
     if (!Resolve(name, "nt_dir::SetUnixPermissions", t)) {
         return false;
     }
-    const Platform::SystemError failure = io_.SetMode(t.At, t.Name, mode & 07777);
+    const Platform::SystemError failure = io_->SetMode(t.At, t.Name, mode & 07777);
     return failure.Failed()
                ? Fail("nt_dir::SetUnixPermissions", "fchmodat", t.Path, failure, kWriteFailed)
                : true;
@@ -597,7 +614,7 @@ bool nt_dir::SetUnixOwner(const char16_t* name, std::uint32_t user, std::uint32_
     if (!Resolve(name, "nt_dir::SetUnixOwner", t)) {
         return false;
     }
-    const Platform::SystemError failure = io_.SetOwner(t.At, t.Name, user, group);
+    const Platform::SystemError failure = io_->SetOwner(t.At, t.Name, user, group);
     return failure.Failed()
                ? Fail("nt_dir::SetUnixOwner", "fchownat", t.Path, failure, kWriteFailed)
                : true;
@@ -609,7 +626,7 @@ bool nt_dir::CreateDeviceNode(const char16_t* name, std::uint32_t kind, std::uin
     if (!Resolve(name, "nt_dir::CreateDeviceNode", t)) {
         return false;
     }
-    const Platform::SystemError failure = io_.MakeNode(t.At, t.Name, kind, makedev(major, minor));
+    const Platform::SystemError failure = io_->MakeNode(t.At, t.Name, kind, makedev(major, minor));
     return failure.Failed()
                ? Fail("nt_dir::CreateDeviceNode", "mknodat", t.Path, failure, kCreateFailed)
                : true;
@@ -627,7 +644,7 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             }
             const auto ns = [](std::int64_t ms) { return ms < 0 ? -1 : ms * 1000000; };
             const Platform::SystemError failure =
-                io_.SetTimes(t.At, t.Name, ns(c.Access), ns(c.Write));
+                io_->SetTimes(t.At, t.Name, ns(c.Access), ns(c.Write));
             return failure.Failed() ? Fail("nt_dir::IOCTL", "utimensat", t.Path, failure,
                                            kWriteFailed)
                                     : true;
@@ -638,7 +655,7 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             if (!Resolve(c.Name, "nt_dir::IOCTL", t)) {
                 return false;
             }
-            const Platform::SystemError failure = io_.SetCompression(t.At, t.Name, c.On);
+            const Platform::SystemError failure = io_->SetCompression(t.At, t.Name, c.On);
             return failure.Failed() ? Fail("nt_dir::IOCTL", "FS_IOC_SETFLAGS", t.Path, failure,
                                            kWriteFailed)
                                     : true;
@@ -654,7 +671,7 @@ bool nt_dir::IOCTL(ioctl_command& command) {
                 return false;
             }
             Platform::VolumeSpace space;
-            const Platform::SystemError failure = io_.Space(handle_, space);
+            const Platform::SystemError failure = io_->Space(handle_, space);
             if (failure.Failed()) {
                 return Fail("nt_dir::IOCTL", "fstatvfs", path_, failure, kOpenFailed);
             }
@@ -671,7 +688,7 @@ bool nt_dir::IOCTL(ioctl_command& command) {
                 return false;
             }
             std::string target;
-            const Platform::SystemError failure = io_.ReadLink(t.At, t.Name, target);
+            const Platform::SystemError failure = io_->ReadLink(t.At, t.Name, target);
             if (failure.Failed()) {
                 return Fail("nt_dir::GetReparsePointIoctl", "readlinkat", t.Path, failure,
                             kReadFailed);
@@ -714,14 +731,30 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             ClearError();
             return true;
         }
+        case logon_command::kCode: {
+            auto& c = static_cast<logon_command&>(command);
+            const std::u16string user = c.User != nullptr ? c.User : u"";
+            std::shared_ptr<SubstToken> token;
+            const Common::Error error =
+                c.Interactive ? SubstToken::CreateInteractiveLogonToken(user, c.Password, token)
+                              : SubstToken::CreateLogonToken(user, c.Password, token);
+            if (error.Failed()) {
+                SetError(error);
+                return false;
+            }
+            SetToken(std::move(token));
+            ClearError();
+            return true;
+        }
+        case token_command::kCode:
+            static_cast<token_command&>(command).Token = token_;
+            return true;
         case kBackupCommand:
         case kRestoreCommand:
         case kSecurityRequestCommand:
         case kPendingRenameCommand:
         case kShortNameCommand:
         case kEncryptCommand:
-        case kTokenCommand:
-        case kLogonCommand:
         case kSystemPropertyCommand:
         case kNoCacheDirCommand:
             SetError(MakeFileError(TL_ORIGIN("nt_dir::IOCTL"), kNotSupported));
@@ -735,6 +768,12 @@ bool nt_dir::IOCTL(ioctl_command& command) {
 
 std::unique_ptr<rio_dir> OpenSystemDir(const std::u16string& path, Common::Error& error) {
     return nt_dir::Open(Platform::SystemDirIo(), path, error);
+}
+
+std::unique_ptr<rio_dir> OpenSystemDir(const std::u16string& path,
+                                       const std::shared_ptr<SubstToken>& token,
+                                       Common::Error& error) {
+    return nt_dir::Open(Unowned(Platform::SystemDirIo()), path, token, error);
 }
 
 std::unique_ptr<rio_dir> CreateRootDir() {

@@ -19,6 +19,7 @@
 
 #include "file/dir_watch.h"
 #include "file/file_errors.h"
+#include "file/token_scoped_dir_io.h"
 #include "platform/dir_io.h"
 
 namespace File {
@@ -26,13 +27,28 @@ namespace File {
 class nt_dir final : public rio_dir, public dir_watch {
 public:
     // Takes over `handle`, opened for `path` (ending in '/'); the root has kAtCurrent and an
-    // empty path.
-    nt_dir(Platform::DirIo& io, Platform::DirHandle handle, std::u16string path);
+    // empty path. With a `token`, the directory and everything opened or listed from it act
+    // as that user.
+    nt_dir(SharedDirIo io, Platform::DirHandle handle, std::u16string path,
+           std::shared_ptr<SubstToken> token = nullptr);
+    nt_dir(Platform::DirIo& io, Platform::DirHandle handle, std::u16string path)
+        : nt_dir(Unowned(io), handle, std::move(path)) {}
     ~nt_dir() override;
 
-    // Opens the directory at `path`; an empty path gives the root.
-    static std::unique_ptr<nt_dir> Open(Platform::DirIo& io, const std::u16string& path,
+    // Opens the directory at `path`, as `token`'s user when there is one; an empty path
+    // gives the root.
+    static std::unique_ptr<nt_dir> Open(SharedDirIo io, const std::u16string& path,
+                                        const std::shared_ptr<SubstToken>& token,
                                         Common::Error& error);
+    static std::unique_ptr<nt_dir> Open(Platform::DirIo& io, const std::u16string& path,
+                                        Common::Error& error) {
+        return Open(Unowned(io), path, nullptr, error);
+    }
+
+    // From now on the directory acts as `token`'s user (itself with a null token), and so
+    // does everything opened from it afterwards.
+    void SetToken(std::shared_ptr<SubstToken> token);
+    const std::shared_ptr<SubstToken>& Token() const noexcept { return token_; }
 
     bool IsRoot() const noexcept { return path_.empty(); }
     const std::u16string& Path() const noexcept { return path_; }
@@ -106,12 +122,17 @@ private:
     // The mount that holds this directory, or nothing with the reason recorded.
     bool FindOwnMount(struct MountPoint& mount, const char* function);
 
-    Platform::DirIo& io_;
+    // The system's directories as the process sees them, and as the directory sees them:
+    // through the token's scope when it has one.
+    SharedDirIo base_;
+    std::shared_ptr<SubstToken> token_;
+    SharedDirIo io_;
     Platform::DirHandle handle_;
     std::u16string path_;
 };
 
 // The root above the mount points, through `io`.
 std::unique_ptr<nt_dir> CreateRootDir(Platform::DirIo& io);
+std::unique_ptr<nt_dir> CreateRootDir(SharedDirIo io, std::shared_ptr<SubstToken> token);
 
 }  // namespace File

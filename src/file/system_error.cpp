@@ -92,4 +92,21 @@ Common::Error MakeFixedSystemError(const Common::ErrorOrigin& origin, const char
     return error;
 }
 
+Platform::SystemError SystemReasonOf(const Common::Error& error) {
+    Platform::SystemError reason;
+    for (const Common::Error& record : error.Chain()) {
+        const std::uint32_t code = record.Code();
+        const auto value = static_cast<std::uint32_t>(record.GetNumber("code"));
+        if (reason.Windows == 0 && code == Common::Error::kSystemCode &&
+            (value & 0xffff0000u) == 0x80070000u) {
+            reason.Windows = value & 0xffffu;
+        } else if (reason.Native == 0 && code == Common::Error::kErrnoCode) {
+            if (const auto errnum = record.Parameter("Errno")) {
+                reason.Native = static_cast<int>(errnum->Number);
+            }
+        }
+    }
+    return reason;
+}
+
 }  // namespace File

@@ -28,6 +28,10 @@ Common::Error MakeSystemError(const Common::ErrorOrigin& origin, const char* fun
                               const char16_t* path, const Platform::SystemError& failure,
                               FileErrorCode fallback);
 
+// The system's reason that an error made by MakeSystemError carries beneath its head: the
+// Windows code and the native one, each 0 when the chain has none.
+Platform::SystemError SystemReasonOf(const Common::Error& error);
+
 }  // namespace File
 
 namespace File {

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <tessel_link/common/unicode.h>
+#include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/system_file.h>
 #include <tessel_link/file/token_substitution.h>
 
@@ -252,6 +253,50 @@ TEST_F(OtherUser, ARootOnlyFileIsDeniedUnderAnotherUsersToken) {
                                       error, token_));
     EXPECT_EQ(error.Code(), 0x40014u);
     EXPECT_TRUE(Opens(secret_));  // and the thread is itself again
+}
+
+TEST_F(OtherUser, ADirectoryLoggedOnAsTheUserOpensAndListsWithItsAccess) {
+    const std::string hidden = dir_ + "/private";
+    ASSERT_EQ(::mkdir(hidden.c_str(), 0700), 0);
+    Common::Error error;
+    auto dir = File::OpenSystemDir(Common::WidenLatin1(dir_), error);
+    ASSERT_TRUE(dir) << Common::Utf16ToUtf8(error.Text());
+    std::unique_ptr<File::ri_file> file(dir->OpenI(u"root-only", 0));
+    EXPECT_TRUE(file);  // the process's own access, before the logon
+
+    File::logon_command logon;
+    logon.User = u"nobody";
+    ASSERT_TRUE(dir->IOCTL(logon)) << Common::Utf16ToUtf8(dir->GetError().Text());
+    File::token_command given;
+    ASSERT_TRUE(dir->IOCTL(given));
+    ASSERT_TRUE(given.Token);
+    EXPECT_EQ(given.Token->User(), ::getpwnam("nobody")->pw_uid);
+
+    file.reset(dir->OpenI(u"root-only", 0));
+    EXPECT_FALSE(file);
+    EXPECT_EQ(dir->GetError().Code(), 0x40014u);
+    EXPECT_EQ(dir->GetError().Cause().Cause().GetNumber("Errno"),
+              static_cast<std::uint64_t>(EACCES));
+    file.reset(dir->OpenI(u"everyone", 0));
+    EXPECT_TRUE(file);
+    std::unique_ptr<File::i_dir::iterator> listing(dir->GetIterator(u"private/*"));
+    ASSERT_TRUE(listing);
+    EXPECT_TRUE(listing->Failed());
+    EXPECT_EQ(listing->GetError().Cause().Cause().GetNumber("Errno"),
+              static_cast<std::uint64_t>(EACCES));
+
+    // A failed logon leaves the directory acting as before.
+    logon.User = u"no-such-user-here";
+    EXPECT_FALSE(dir->IOCTL(logon));
+    EXPECT_EQ(dir->GetError().Code(), 0x40025u);
+    ASSERT_TRUE(dir->IOCTL(given));
+    EXPECT_EQ(given.Token->User(), ::getpwnam("nobody")->pw_uid);
+
+    // Opened with the token from the start, the directory is the user's from its first call.
+    dir = File::OpenSystemDir(Common::WidenLatin1(hidden), token_, error);
+    EXPECT_FALSE(dir);
+    EXPECT_EQ(error.Code(), 0x40014u);
+    ::rmdir(hidden.c_str());
 }
 
 TEST_F(OtherUser, AScopeChangesTheCallingThreadAlone) {

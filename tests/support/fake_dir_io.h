@@ -4,6 +4,7 @@
 // unless a failure is set for it, and the mount table and the well-known places can be
 // given, so that tests reach the failure paths of the directory objects on real trees.
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -36,6 +37,8 @@ public:
     // Entry blocks are cut to this size, to make many reads of small directories.
     std::size_t blockLimit = 0;
     int openDirs = 0;
+    // Called at every call before it is made, to see the state of the thread at that moment.
+    std::function<void(Call)> onCall;
 
 
     Platform::SystemError OpenDir(Platform::DirHandle at, const std::string& name,
@@ -189,6 +192,9 @@ private:
 
     std::optional<Platform::SystemError> Take(Call call) {
         ++calls_[call];
+        if (onCall) {
+            onCall(call);
+        }
         const auto it = failures_.find(call);
         if (it == failures_.end() || --it->second.Countdown > 0) {
             return std::nullopt;

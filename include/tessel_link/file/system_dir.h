@@ -12,6 +12,7 @@
 #include <tessel_link/export.h>
 #include <tessel_link/file/dir_object.h>
 #include <tessel_link/file/file_object.h>
+#include <tessel_link/file/token_substitution.h>
 #include <tessel_link/file/usn_journal.h>
 
 namespace File {
@@ -44,6 +45,12 @@ inline constexpr std::uint32_t kAttributeReparsePoint = 0x400;
 // relative to the working directory; an empty path is the root above the mount points).
 // Null with `error` set on failure.
 TL_API std::unique_ptr<rio_dir> OpenSystemDir(const std::u16string& path, Common::Error& error);
+// The same as `token`'s user: the directory is opened in a scope of the token, and the
+// directory, its iterators and everything opened from it carry the token and run each system
+// call in such a scope. A null token is the process's own access.
+TL_API std::unique_ptr<rio_dir> OpenSystemDir(const std::u16string& path,
+                                              const std::shared_ptr<SubstToken>& token,
+                                              Common::Error& error);
 
 // The root above the mount points: its iterator lists the mount points in ascending order
 // of their paths, each with its drive class as its type. Names given to it are paths.
@@ -103,6 +110,27 @@ struct open_backup_command : ioctl_command {
     std::unique_ptr<rio_file> File;
 };
 
+// Makes the directory act for a user from now on: the directory and everything opened or
+// listed from it afterwards run their system calls with that user's file access. `User` is
+// "DOMAIN\\name" or "name"; a `Password`, when not null, is checked. `Interactive` asks for an
+// interactive logon (the account must be open for use now). A failed logon leaves the
+// directory as it was, with the logon's error recorded.
+struct logon_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("SPWD");
+    logon_command() { Code = kCode; }
+    const char16_t* Password = nullptr;
+    const char16_t* User = nullptr;
+    bool Interactive = false;
+};
+
+// Hands out the token that the directory acts as (null for the process's own access), so
+// that a caller can act as the same user elsewhere.
+struct token_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("GWST");
+    token_command() { Code = kCode; }
+    std::shared_ptr<SubstToken> Token;
+};
+
 // Commands without a subject on this platform yet: they answer 0x4000e.
 inline constexpr std::uint32_t kBackupCommand = CommandCode("BKUP");
 inline constexpr std::uint32_t kRestoreCommand = CommandCode("RSTR");
@@ -110,8 +138,6 @@ inline constexpr std::uint32_t kSecurityRequestCommand = CommandCode("SRSQ");
 inline constexpr std::uint32_t kPendingRenameCommand = CommandCode("PDRN");
 inline constexpr std::uint32_t kShortNameCommand = CommandCode("SSFN");
 inline constexpr std::uint32_t kEncryptCommand = CommandCode("CRPT");
-inline constexpr std::uint32_t kTokenCommand = CommandCode("GWST");
-inline constexpr std::uint32_t kLogonCommand = CommandCode("SPWD");
 inline constexpr std::uint32_t kSystemPropertyCommand = CommandCode("GSYP");
 inline constexpr std::uint32_t kNoCacheDirCommand = CommandCode("NCDR");
 
