@@ -5,6 +5,7 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/system_file.h>
 
+#include "cli_positionals.h"
 #include "zip_support.h"
 
 namespace tessel_cli {
@@ -36,13 +37,13 @@ int Alloc(const Arguments& args) {
     return std::fflush(stdout) == 0 ? 0 : Fail("cannot write to standard output");
 }
 
-const CommandRegistration kAlloc(
+const CliCommandRegistration kAlloc(
     {"alloc", "FILE", "Print the allocated ranges of a file.",
      "One line per range that holds data, in order: its offset and its length in bytes,\n"
      "separated by a tab. The holes of a sparse file are the gaps between the lines; a file\n"
      "without data prints nothing. A failure prints the error's code and text on standard\n"
      "error and exits with status 1.",
-     Alloc});
+     &PositionalsOnly<&Alloc>});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <string>
 
+#include "cli_positionals.h"
 #include "command.h"
 #include <tessel_link/facade/catalogue.h>
 #include "json_text.h"
@@ -82,13 +83,17 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kCatalogue(
+CliRun Setup(CLI::App& app) {
+    return FlagsAndWords<&Run>(app, {"--json"});
+}
+
+const CliCommandRegistration kCatalogue(
     {"catalogue", "[--json]", "Print the remote components and their methods.",
      "Components by ascending ID, each with its interface name and version, and its methods in\n"
      "the order of the interface: number, name, the version that introduced it, and its\n"
      "parameters with their types as the interface declares them and their kinds (1 in, 2 out,\n"
      "3 in out, 4 obscured). --json prints the same as a JSON array.",
-     Run});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

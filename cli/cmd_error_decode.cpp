@@ -8,6 +8,7 @@
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/unicode.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 #include "json_text.h"
 
@@ -136,7 +137,11 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kErrorDecode(
+CliRun Setup(CLI::App& app) {
+    return FlagsAndWords<&Run>(app, {"--json", "--summary"});
+}
+
+const CliCommandRegistration kErrorDecode(
     {"error decode", "HEX [--json | --summary]", "Print a serialized error, from head to deepest cause.",
      "HEX is the serialized form in hexadecimal; blanks are ignored, and without HEX it is\n"
      "read from standard input. A block that is not an error (too short, another version)\n"
@@ -148,7 +153,7 @@ const CommandRegistration kErrorDecode(
      "  {\"code\": N, \"linetag\": N, \"text\": \"...\", \"params\": [[name, value], ...],\n"
      "   \"file\": \"...\" or null, \"func\": \"...\" or null, \"line\": N}\n"
      "with the parameters in the order of the record's names list.",
-     Run});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -2,6 +2,7 @@
 
 #include <tessel_link/common/guid.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -19,9 +20,9 @@ int GuidNew(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kGuidNew({"guid new", "", "Print a new random (version 4) GUID.",
+const CliCommandRegistration kGuidNew({"guid new", "", "Print a new random (version 4) GUID.",
                                     "The GUID is printed in upper case without braces.",
-                                    GuidNew});
+                                    &PositionalsOnly<&GuidNew>});
 
 }  // namespace
 }  // namespace tessel_cli

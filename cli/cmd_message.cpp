@@ -4,6 +4,7 @@
 #include <tessel_link/common/messages.h>
 #include <tessel_link/common/unicode.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -36,12 +37,12 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kMessage(
+const CliCommandRegistration kMessage(
     {"message", "ROW", "Print the text of one row of the message table.",
      "ROW is the row number (the message identifier is 8 + 4 * ROW). The text is printed\n"
      "as UTF-8 with its line breaks and placeholders as they stand. Exit status 1 for a row\n"
      "without text or out of range.",
-     Run});
+     &PositionalsOnly<&Run>});
 
 }  // namespace
 }  // namespace tessel_cli

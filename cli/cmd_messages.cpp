@@ -4,6 +4,7 @@
 #include <tessel_link/common/messages.h>
 #include <tessel_link/common/unicode.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -37,11 +38,11 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kMessages(
+const CliCommandRegistration kMessages(
     {"messages", "", "Print every row of the message table that has text.",
      "Each line is ROW<TAB>TEXT, with a line break in a text written as \\n and a\n"
      "backslash as \\\\.",
-     Run});
+     &PositionalsOnly<&Run>});
 
 }  // namespace
 }  // namespace tessel_cli

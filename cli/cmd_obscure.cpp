@@ -4,6 +4,7 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/serialize/obscurer.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -22,11 +23,11 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kObscure(
+const CliCommandRegistration kObscure(
     {"obscure", "TEXT", "Print the obscured form of TEXT, as secrets travel in packets.",
      "TEXT is taken as UTF-8. The result is the base64 text of the default obscurer; the\nsame "
      "TEXT always gives the same result.",
-     Run});
+     &PositionalsOnly<&Run>});
 
 }  // namespace
 }  // namespace tessel_cli

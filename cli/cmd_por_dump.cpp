@@ -7,6 +7,7 @@
 #include <tessel_link/por/in_memory_factory.h>
 #include <tessel_link/por/print.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 #include "por_support.h"
 
@@ -33,13 +34,13 @@ int PorDump(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kPorDump(
+const CliCommandRegistration kPorDump(
     {"por dump", "FILE|-", "Read a unit tree in its binary form and print it.",
      "FILE is read whole; - reads standard input. The tree is printed one unit a line, the\n"
      "root under the name \"Root\", traits in brackets before the elements or properties.\n"
      "An empty input is no tree and prints nothing. A corrupt input prints the error's\n"
      "text on standard error and exits with status 1.",
-     PorDump});
+     &PositionalsOnly<&PorDump>});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -9,6 +9,7 @@
 #include <tessel_link/por/construction.h>
 #include <tessel_link/por/print.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 #include "por_support.h"
 
@@ -57,13 +58,17 @@ int PorRecord(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kPorRecord(
+CliRun Setup(CLI::App& app) {
+    return FlagsAndWords<&PorRecord>(app, {"--blob"});
+}
+
+const CliCommandRegistration kPorRecord(
     {"por record", "TYPE [--blob]", "Print the unit tree of a default record of TYPE.",
      "TYPE is a full name as hosts learn it, such as ArchiveManagement::SliceInfo. The tree is\n"
      "the one the type's creator makes: the default record under \"Root\" with its version\n"
      "and type traits, printed as por dump prints. --blob writes the tree's binary form to\n"
      "standard output instead.",
-     PorRecord});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

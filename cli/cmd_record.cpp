@@ -5,6 +5,7 @@
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/catalogue.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -53,12 +54,16 @@ int Run(const Arguments& args) {
     }
 }
 
-const CommandRegistration kRecord(
+CliRun Setup(CLI::App& app) {
+    return FlagsAndWords<&Run>(app, {"--members"});
+}
+
+const CliCommandRegistration kRecord(
     {"record", "TYPE [--members]", "Print the packet of a default record of TYPE, or its members.",
      "TYPE is a full name such as ArchiveManagement::SliceInfo. The packet is what a new packet\n"
      "serializer holds after the default record is written under the element \"Root\".\n"
      "--members prints the member names in wire order instead, those of base records first.",
-     Run});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

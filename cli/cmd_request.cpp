@@ -9,6 +9,7 @@
 #include <tessel_link/facade/catalogue.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -74,14 +75,14 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kRequest(
+const CliCommandRegistration kRequest(
     {"request", "COMPONENT METHOD",
      "Print the request packet of a call with default-constructed arguments.",
      "COMPONENT is a component ID such as 161 or an interface name such as ArchiveManager\n"
      "(with its namespace when the name alone is ambiguous); METHOD is a method's name or\n"
      "number. The packet is the\n"
      "one the request writes for a service in the same process: what CreateDeserializer reads.",
-     Run});
+     &PositionalsOnly<&Run>});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -2,6 +2,7 @@
 
 #include <tessel_link/xidl/catalogue.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -17,10 +18,10 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kTypes(
+const CliCommandRegistration kTypes(
     {"types", "", "Print the names of the types that hosts can make by name.",
      "One full name a line, in the order in which the library registers them with a host.",
-     Run});
+     &PositionalsOnly<&Run>});
 
 }  // namespace
 }  // namespace tessel_cli

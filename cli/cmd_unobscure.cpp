@@ -4,6 +4,7 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/serialize/obscurer.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -22,11 +23,11 @@ int Run(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kUnobscure(
+const CliCommandRegistration kUnobscure(
     {"unobscure", "TEXT", "Print the clear text of an obscured TEXT.",
      "TEXT is an obscured text as packets carry it. The clear text is printed in UTF-8; a "
      "TEXT\nthat cannot be unobscured prints an empty line.",
-     Run});
+     &PositionalsOnly<&Run>});
 
 }  // namespace
 }  // namespace tessel_cli

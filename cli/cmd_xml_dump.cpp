@@ -8,6 +8,7 @@
 #include <tessel_link/file/system_file.h>
 #include <tessel_link/xml/xml_tag.h>
 
+#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -135,7 +136,11 @@ int XmlDump(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kXmlDump(
+CliRun Setup(CLI::App& app) {
+    return FlagsAndWords<&XmlDump>(app, {"--json"});
+}
+
+const CliCommandRegistration kXmlDump(
     {"xml dump", "FILE|- [--json]", "Read an XML document (text or binary) and print its tree.",
      "FILE is read whole; - reads standard input. Without --json each element is one line,\n"
      "indented by depth, with its attributes; its non-empty texts stand on lines of their own\n"
@@ -145,7 +150,7 @@ const CommandRegistration kXmlDump(
      "with every character outside printable ASCII written as \\uXXXX escapes of its UTF-16\n"
      "units. A document that fails to read prints \"line L column C\" on standard error and\n"
      "exits with status 1.",
-     XmlDump});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -2,6 +2,7 @@
 #include <memory>
 #include <string>
 
+#include "cli_positionals.h"
 #include "zip_support.h"
 
 namespace tessel_cli {
@@ -39,13 +40,13 @@ int ZipCat(const Arguments& args) {
     return std::fflush(stdout) == 0 ? 0 : Fail("cannot write to standard output");
 }
 
-const CommandRegistration kZipCat(
+const CliCommandRegistration kZipCat(
     {"zip cat", "FILE MEMBER", "Write one member of a ZIP archive to standard output.",
      "MEMBER is found as the library finds entries: ASCII letters match in either case, and\n"
      "a '\\' matches a '/' of the stored name. Its bytes are checked against the stored\n"
      "checksum at the end. A failure prints the error's code (0x and eight hex digits) and\n"
      "text on standard error and exits with status 1; bytes already written stay written.",
-     ZipCat});
+     &PositionalsOnly<&ZipCat>});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "json_text.h"
+#include "cli_positionals.h"
 #include "zip_support.h"
 
 namespace tessel_cli {
@@ -56,7 +57,11 @@ int ZipList(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kZipList(
+CliRun Setup(CLI::App& app) {
+    return FlagsAndWords<&ZipList>(app, {"--json"});
+}
+
+const CliCommandRegistration kZipList(
     {"zip list", "FILE [--json]", "List the entries of a ZIP archive in the order of its directory.",
      "One line per entry: NAME<TAB>METHOD<TAB>COMPRESSED<TAB>SIZE<TAB>CRC32, where NAME is\n"
      "the stored name byte for byte, METHOD the number of the compression method (0 stored,\n"
@@ -65,7 +70,7 @@ const CommandRegistration kZipList(
      "and crc32 (a string of eight hex digits); a name that is not UTF-8 shows each byte as\n"
      "the character of the same value. An archive that cannot be read prints its error's\n"
      "code (0x and eight hex digits) and text, and exits with status 1.",
-     ZipList});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

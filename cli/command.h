@@ -1,7 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace tessel_cli {
 
@@ -30,6 +35,27 @@ void RegisterCommand(Command command);
 
 struct CommandRegistration {
     explicit CommandRegistration(Command command) { RegisterCommand(std::move(command)); }
+};
+
+// A subcommand whose options and positionals CLI11 parses, with CLI11's --help. `setup` adds
+// them to the subcommand's app (whose usage line and description are set already) and
+// returns what runs once the words were understood; its result is the exit status. A word
+// CLI11 does not understand is a usage error (status 2).
+using CliRun = std::function<int()>;
+using CliSetup = CliRun (*)(CLI::App& app);
+
+struct CliCommand {
+    std::string name;     // words of the subcommand
+    std::string usage;    // the argument synopsis for the usage line
+    std::string summary;  // one line for the list of commands, and the help's description
+    std::string help;     // the text after the options in --help
+    CliSetup setup;
+};
+
+void RegisterCliCommand(CliCommand command);
+
+struct CliCommandRegistration {
+    explicit CliCommandRegistration(CliCommand command) { RegisterCliCommand(std::move(command)); }
 };
 
 // Prints "tessel: MESSAGE" on standard error and returns 1; a usage error returns 2.

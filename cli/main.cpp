@@ -6,6 +6,8 @@
 #include <map>
 #include <sstream>
 
+#include <CLI/CLI.hpp>
+
 #include <tessel_link/common/assert.h>
 #include <tessel_link/version.h>
 
@@ -20,6 +22,39 @@ std::vector<Command>& Commands() {
     return commands;
 }
 
+std::vector<CliCommand>& CliCommands() {
+    static std::vector<CliCommand> commands;
+    return commands;
+}
+
+// CLI11's help with the tool's usage line: "usage: tessel NAME SYNOPSIS".
+class UsageFormatter : public CLI::Formatter {
+public:
+    explicit UsageFormatter(std::string line) : line_(std::move(line)) {}
+    std::string make_usage(const CLI::App*, std::string) const override { return line_ + "\n"; }
+
+private:
+    std::string line_;
+};
+
+int RunCli(const CliCommand& command, std::vector<std::string> words) {
+    CLI::App app(command.summary, "tessel " + command.name);
+    app.formatter(std::make_shared<UsageFormatter>("usage: tessel " + command.name + " " + command.usage));
+    app.footer(command.help);
+    const CliRun run = command.setup(app);
+    // CLI11 takes the words last first.
+    std::reverse(words.begin(), words.end());
+    try {
+        app.parse(words);
+    } catch (const CLI::CallForHelp&) {
+        std::printf("%s", app.help().c_str());
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        return UsageError(error.what());
+    }
+    return run();
+}
+
 std::vector<std::string> SplitWords(const std::string& name) {
     std::istringstream in(name);
     std::vector<std::string> words;
@@ -31,14 +66,16 @@ std::vector<std::string> SplitWords(const std::string& name) {
 
 void PrintUsage(std::FILE* out) {
     std::fprintf(out, "usage: tessel COMMAND [ARGS] [--help]\n       tessel --version\n\ncommands:\n");
-    std::vector<const Command*> sorted;
+    std::vector<std::pair<std::string, std::string>> sorted;
     for (const Command& c : Commands()) {
-        sorted.push_back(&c);
+        sorted.emplace_back(c.name, c.summary);
     }
-    std::sort(sorted.begin(), sorted.end(),
-              [](const Command* a, const Command* b) { return a->name < b->name; });
-    for (const Command* c : sorted) {
-        std::fprintf(out, "  %-22s %s\n", c->name.c_str(), c->summary.c_str());
+    for (const CliCommand& c : CliCommands()) {
+        sorted.emplace_back(c.name, c.summary);
+    }
+    std::sort(sorted.begin(), sorted.end());
+    for (const auto& [name, summary] : sorted) {
+        std::fprintf(out, "  %-22s %s\n", name.c_str(), summary.c_str());
     }
 }
 
@@ -57,6 +94,10 @@ bool Arguments::Has(const std::string& option) const {
 
 void RegisterCommand(Command command) {
     Commands().push_back(std::move(command));
+}
+
+void RegisterCliCommand(CliCommand command) {
+    CliCommands().push_back(std::move(command));
 }
 
 int Fail(const std::string& message) {
@@ -89,6 +130,19 @@ int Main(int argc, char** argv) {
             best = &c;
             bestLength = name.size();
         }
+    }
+    const CliCommand* bestCli = nullptr;
+    for (const CliCommand& c : CliCommands()) {
+        const std::vector<std::string> name = SplitWords(c.name);
+        if (name.size() <= words.size() && name.size() > bestLength &&
+            std::equal(name.begin(), name.end(), words.begin())) {
+            bestCli = &c;
+            bestLength = name.size();
+        }
+    }
+    if (bestCli != nullptr) {
+        return RunCli(*bestCli, std::vector<std::string>(words.begin() + static_cast<std::ptrdiff_t>(bestLength),
+                                                         words.end()));
     }
     if (best == nullptr) {
         std::fprintf(stderr, "tessel: unknown command '%s'\n\n", words[0].c_str());
