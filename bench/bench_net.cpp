@@ -12,10 +12,11 @@
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/loopback_channel.h>
-#include <tessel_link/binding/request_impl.h>
-#include <tessel_link/binding/service_method.h>
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/impl/binding/service_method.h>
+#include <tessel_link/impl/binding/table_dispatcher.h>
 #include <tessel_link/common/guid.h>
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/net/service_host.h>

@@ -34,7 +34,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <tessel_link/serialize/codec.h>
+#include <tessel_link/impl/serialize/codec.h>
 #include <tessel_link/serialize/deserializer.h>
 #include <tessel_link/serialize/obscurer.h>
 #include <tessel_link/serialize/serializer.h>

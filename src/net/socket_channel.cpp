@@ -11,7 +11,7 @@
 #include <asio/ip/tcp.hpp>
 #include <asio/write.hpp>
 
-#include <tessel_link/binding/call.h>
+#include <tessel_link/impl/binding/call.h>
 #include <tessel_link/binding/job_control.h>
 #include <tessel_link/binding/reply_reading.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
