@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,10 @@
 #include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/system_file.h>
 
+#include <CLI/CLI.hpp>
+
 #include "command.h"
 #include "file/backup_chunk_file.h"
-#include "value_options.h"
 
 namespace tessel_cli {
 namespace {
@@ -93,52 +95,18 @@ int List(const std::string& path) {
     return 0;
 }
 
-bool ParseOptions(const ValueOptions& split, std::uint32_t& options) {
-    options = 0;
-    const auto it = split.values.find("--options");
-    if (it == split.values.end()) {
-        return true;
-    }
-    unsigned long long value = 0;
-    if (!ParseDecimal(it->second, value) || value > 0xffffffffull) {
-        return false;
-    }
-    options = static_cast<std::uint32_t>(value);
-    return true;
-}
-
-int Backup(const Arguments& args) {
-    Arguments valued;
-    for (const std::string& word : args.words) {
-        if (word != "--list") {
-            valued.words.push_back(word);
-        }
-    }
-    const ValueOptions split = SplitValueOptions(valued, {"--options"});
-    if (!split.error.empty()) {
-        return UsageError(split.error);
-    }
-    if (args.Has("--list")) {
-        if (split.positional.size() != 1 || !split.values.empty()) {
-            return UsageError("--list takes one chunk file");
-        }
-        return List(split.positional[0]);
-    }
-    std::uint32_t options = 0;
-    if (!ParseOptions(split, options)) {
-        return UsageError("--options takes a decimal number");
-    }
-    if (split.positional.size() != 2) {
+int Backup(std::uint32_t options, const std::vector<std::string>& words) {
+    if (words.size() != 2) {
         return UsageError("backup takes PATH and OUT");
     }
-    const std::string& out = split.positional[1];
+    const std::string& out = words[1];
     Common::Error error;
     auto file = File::OpenSystemFile(File::NativeNameToWide(out), File::open_mode::create, error);
     if (!file) {
         return FailWithChain(error);
     }
     File::chunk_file_writer writer(*file, options, nullptr);
-    error = File::BackupFile(File::NativeNameToWide(split.positional[0]), writer, nullptr);
+    error = File::BackupFile(File::NativeNameToWide(words[0]), writer, nullptr);
     if (error.Succeeded()) {
         file->Flush();
         error = file->GetError();
@@ -151,7 +119,28 @@ int Backup(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kBackup(
+CliRun SetupBackup(CLI::App& app) {
+    struct Given {
+        std::uint32_t options = 0;
+        bool list = false;
+        std::vector<std::string> words;
+    };
+    auto given = std::make_shared<Given>();
+    app.add_option("--options", given->options, "the sum of the option bits")->type_name("N");
+    app.add_flag("--list", given->list, "list the chunks of OUT");
+    app.add_option("words", given->words, "PATH OUT, or OUT with --list");
+    return [given, &app] {
+        if (given->list) {
+            if (given->words.size() != 1 || app.count("--options") != 0) {
+                return UsageError("--list takes one chunk file");
+            }
+            return List(given->words[0]);
+        }
+        return Backup(given->options, given->words);
+    };
+}
+
+const CliCommandRegistration kBackup(
     {"backup", "[--options N] PATH OUT | --list OUT",
      "Back a file or directory up into a file of chunks, or list such a file.",
      "Writes the chunks of the file or directory PATH (not of what a directory holds) to OUT\n"
@@ -163,7 +152,7 @@ const CommandRegistration kBackup(
      "type 2 one line per stream header, \"  stream ID ATTRIBUTES SIZE NAME\".\n"
      "A failure prints the error with its causes, removes OUT and exits with status 1; a\n"
      "damaged chunk file is refused the same way.",
-     Backup});
+     &SetupBackup});
 
 }  // namespace
 }  // namespace tessel_cli

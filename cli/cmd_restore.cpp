@@ -2,6 +2,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,9 +11,10 @@
 #include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/system_file.h>
 
+#include <CLI/CLI.hpp>
+
 #include "command.h"
 #include "file/backup_chunk_file.h"
-#include "value_options.h"
 
 namespace tessel_cli {
 namespace {
@@ -63,24 +65,12 @@ Common::Error Check(File::ri_file& file, const std::vector<File::chunk_record>& 
     return Common::ErrorSuccess;
 }
 
-int Restore(const Arguments& args) {
-    const ValueOptions split = SplitValueOptions(args, {"--options"});
-    if (!split.error.empty()) {
-        return UsageError(split.error);
-    }
-    std::uint32_t options = 0;
-    if (const auto it = split.values.find("--options"); it != split.values.end()) {
-        unsigned long long value = 0;
-        if (!ParseDecimal(it->second, value) || value > 0xffffffffull) {
-            return UsageError("--options takes a decimal number");
-        }
-        options = static_cast<std::uint32_t>(value);
-    }
-    if (split.positional.size() != 2) {
+int Restore(std::uint32_t options, const std::vector<std::string>& words) {
+    if (words.size() != 2) {
         return UsageError("restore takes OUT and PATH");
     }
     Common::Error error;
-    auto file = File::OpenSystemFile(File::NativeNameToWide(split.positional[0]),
+    auto file = File::OpenSystemFile(File::NativeNameToWide(words[0]),
                                      File::open_mode::read, error);
     if (!file) {
         return FailWithChain(error);
@@ -94,14 +84,25 @@ int Restore(const Arguments& args) {
         return FailWithChain(error);
     }
     File::chunk_file_source source(*file, std::move(records), options, nullptr);
-    error = File::RestoreFile(File::NativeNameToWide(split.positional[1]), source, nullptr);
+    error = File::RestoreFile(File::NativeNameToWide(words[1]), source, nullptr);
     if (error.Failed()) {
         return FailWithChain(error);
     }
     return 0;
 }
 
-const CommandRegistration kRestore(
+CliRun SetupRestore(CLI::App& app) {
+    struct Given {
+        std::uint32_t options = 0;
+        std::vector<std::string> words;
+    };
+    auto given = std::make_shared<Given>();
+    app.add_option("--options", given->options, "the sum of the option bits")->type_name("N");
+    app.add_option("words", given->words, "OUT PATH");
+    return [given] { return Restore(given->options, given->words); };
+}
+
+const CliCommandRegistration kRestore(
     {"restore", "[--options N] OUT PATH", "Rebuild a file or directory from a file of chunks.",
      "Reads the chunk records that tessel backup wrote to OUT and rebuilds the file or\n"
      "directory PATH from them: data, holes, extended attributes, owner, mode, ACLs, a\n"
@@ -110,7 +111,7 @@ const CommandRegistration kRestore(
      "The whole file is checked first: a damaged one (a short record, a length past the end,\n"
      "an unknown chunk type, a broken stream header) is refused before PATH is touched.\n"
      "A failure prints the error with its causes and exits with status 1.",
-     Restore});
+     &SetupRestore});
 
 }  // namespace
 }  // namespace tessel_cli
