@@ -30,6 +30,11 @@ namespace {
 std::atomic<long long> g_heapBytes{0};
 }  // namespace
 
+// These replace the global allocation functions with malloc and free underneath; GCC cannot
+// see that the two belong together and warns at every free.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
 void* operator new(std::size_t size) {
     void* p = std::malloc(size == 0 ? 1 : size);
     if (p == nullptr) {

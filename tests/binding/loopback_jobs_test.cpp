@@ -229,7 +229,8 @@ TEST(LoopbackJobs, StopWaitsForAHandlerRunningOnAnotherThread) {
         std::unique_lock<std::mutex> lock(gate);
         ASSERT_TRUE(inHandler.wait_for(lock, 5s, [&] { return entered; }));
     }
-    job->Stop();
+    // What Stop answers here depends on how far the handler got; the handler's end is the point.
+    static_cast<void>(job->Stop());
     std::lock_guard<std::mutex> lock(gate);
     EXPECT_TRUE(handlerDone);
 }

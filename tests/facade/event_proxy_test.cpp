@@ -170,7 +170,7 @@ TEST(EventProxy, ASinkMayUnsubscribeItselfOnTheJobThread) {
 
     // The last sink leaving from inside Dispatch closes the queue from the job thread.
     staying.OnDispatch = [&](const std::shared_ptr<EventManagement::Event>&) {
-        rig.Manager->Unsubscribe(5, &staying);
+        EXPECT_TRUE(rig.Manager->Unsubscribe(5, &staying).Succeeded());
     };
     rig.Service->Raise(MakeEvent(5, 3));
     ASSERT_TRUE(staying.WaitCount(3));

@@ -21,7 +21,7 @@ fail() {
 
 # Exactly the library, its data archive, headers, CMake package, pkg-config file and tool.
 unexpected=$(cd "$prefix" && find . -type f -o -type l | sed 's|^\./||' | grep -Ev \
-    '^(bin/tessel|include/tessel_link/.+\.h|lib(/[^/]+)?/(libtessel_link\.so(\.[0-9]+)*|libtessel_link\.dat|cmake/TesselLink/TesselLink(Config|ConfigVersion|Targets|Targets-[a-z]+)\.cmake|pkgconfig/tessel_link\.pc))$' \
+    '^(bin/tessel|include/tessel_link/.+\.h|lib(/[^/]+)?/(libtessel_link(_net)?\.so(\.[0-9]+)*|libtessel_link\.dat|cmake/TesselLink/TesselLink(Config|ConfigVersion|Targets|Targets-[a-z]+)\.cmake|pkgconfig/tessel_link\.pc))$' \
     || true)
 [ -z "$unexpected" ] || fail "installed but not part of the package: $unexpected"
 for f in bin/tessel include/tessel_link/version.h include/tessel_link/tessel_link.h \
