@@ -44,12 +44,13 @@ enum backup_error_answer : int { answer_abort = 0, answer_retry = 1, answer_igno
 
 // One block of bytes. `offset` is the start of the data in `buffer`.
 struct TL_API raw_data {
-    std::unique_ptr<unsigned char[]> buffer;
-    std::uint64_t size = 0;
-    std::uint64_t offset = 0;
-    std::uint64_t capacity = 0;
+    std::unique_ptr<unsigned char[]> buffer;  // the storage
+    std::uint64_t size = 0;  // bytes of data
+    std::uint64_t offset = 0;  // where the data starts in `buffer`
+    std::uint64_t capacity = 0;  // bytes of storage
 };
 
+// Makes the blocks that a chunk is written in, so that an archiver can hand out its own.
 class TL_API file_backup_raw_data_factory {
 public:
     virtual ~file_backup_raw_data_factory();
@@ -61,6 +62,7 @@ public:
 // failure is recorded in the object. Destroying the stream closes the chunk.
 class TL_API file_backup_stream : public virtual file_object, public file_backup_raw_data_factory {
 public:
+    // Appends `block` to the chunk; false with the failure recorded.
     virtual bool Write(std::unique_ptr<raw_data> block) = 0;
 };
 
@@ -70,6 +72,7 @@ public:
     virtual ~backup_user_callback();
     // Bytes handled so far.
     virtual void SetPosition(std::uint64_t total) = 0;
+    // True when the person has asked to stop.
     virtual bool IsCanceled() = 0;
     // One of backup_error_answer.
     virtual int OnError(const Common::Error& error, const std::u16string& path) = 0;
@@ -81,9 +84,9 @@ public:
     virtual ~file_backup_writer();
     // A new chunk of `type`; null (with the reason in GetError) when it cannot be made.
     virtual std::unique_ptr<file_backup_stream> CreateStream(std::uint32_t type) = 0;
-    virtual Common::Error GetError() const = 0;
-    virtual std::uint32_t Options() const = 0;
-    virtual backup_user_callback* Callback() const = 0;
+    virtual Common::Error GetError() const = 0;  // why the last chunk could not be made
+    virtual std::uint32_t Options() const = 0;  // the backup's option bits
+    virtual backup_user_callback* Callback() const = 0;  // the person's side; may be null
 };
 
 // The archiver's side of a restore.
@@ -92,15 +95,16 @@ public:
     virtual ~file_restore_source();
     // The next chunk and its type; null at the end, or on a failure that GetError tells.
     virtual std::unique_ptr<i_file> NextChunk(std::uint32_t& type) = 0;
-    virtual Common::Error GetError() const = 0;
-    virtual std::uint32_t Options() const = 0;
-    virtual backup_user_callback* Callback() const = 0;
+    virtual Common::Error GetError() const = 0;  // why NextChunk gave null, if it failed
+    virtual std::uint32_t Options() const = 0;  // the restore's option bits
+    virtual backup_user_callback* Callback() const = 0;  // the person's side; may be null
 };
 
 // A sink of progress: Continue(bytes) returns false to cancel.
 class TL_API ChunkNTBackupStreamCallback {
 public:
     virtual ~ChunkNTBackupStreamCallback();
+    // `bytes` more were delivered; false cancels.
     virtual bool Continue(std::uint64_t bytes) = 0;
 };
 
@@ -126,17 +130,18 @@ TL_API Common::Error ChunkNTBackupStream(file_backup_stream& consumer, ri_file& 
 
 // The directory commands that back up and restore an entry of the directory.
 struct backup_entry_command : ioctl_command {
-    static constexpr std::uint32_t kCode = kBackupCommand;
+    static constexpr std::uint32_t kCode = kBackupCommand;  // the command's code
     backup_entry_command() { Code = kCode; }
     const char16_t* Name = nullptr;  // null: the directory itself
-    file_backup_writer* Writer = nullptr;
+    file_backup_writer* Writer = nullptr;  // where the chunks go
 };
 
+// Rebuilds an entry of the directory from the chunks of a source.
 struct restore_entry_command : ioctl_command {
-    static constexpr std::uint32_t kCode = kRestoreCommand;
+    static constexpr std::uint32_t kCode = kRestoreCommand;  // the command's code
     restore_entry_command() { Code = kCode; }
-    const char16_t* Name = nullptr;
-    file_restore_source* Source = nullptr;
+    const char16_t* Name = nullptr;  // the entry to rebuild
+    file_restore_source* Source = nullptr;  // where the chunks come from
 };
 
 }  // namespace File

@@ -12,16 +12,19 @@
 
 namespace Net {
 
+// Where a host listens or a channel connects: "tcp://host:port" or "unix:/path".
 struct TL_NET_API Address {
+    // The kind of socket.
     enum class Kind { Tcp, Unix };
 
-    Kind Type = Kind::Tcp;
+    Kind Type = Kind::Tcp;  // the kind of socket
     std::string Host;        // Tcp: without brackets
     std::uint16_t Port = 0;  // Tcp: 0 lets a host pick a free port
     std::string Path;        // Unix
 
     // Fails with kErrorBadAddress for a text of neither form.
     static Common::Error Parse(std::string_view text, Address& address);
+    // The address in the form that Parse reads.
     std::string ToString() const;
 };
 

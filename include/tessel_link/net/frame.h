@@ -27,34 +27,37 @@
 
 namespace Net {
 
-inline constexpr std::size_t kFrameHeaderSize = 32;
-inline constexpr std::array<unsigned char, 4> kFrameMagic = {'T', 'L', 'N', 'K'};
-inline constexpr std::uint16_t kFrameVersion = 1;
-inline constexpr std::uint16_t kFlagReply = 0x1;
-inline constexpr std::uint16_t kFlagFailure = 0x2;
-inline constexpr std::uint16_t kKnownFlags = kFlagReply | kFlagFailure;
+inline constexpr std::size_t kFrameHeaderSize = 32;  // bytes of the fixed header
+inline constexpr std::array<unsigned char, 4> kFrameMagic = {'T', 'L', 'N', 'K'};  // first bytes of every frame
+inline constexpr std::uint16_t kFrameVersion = 1;  // the format this side writes and reads
+inline constexpr std::uint16_t kFlagReply = 0x1;  // the frame answers a request
+inline constexpr std::uint16_t kFlagFailure = 0x2;  // the payload is a serialized error
+inline constexpr std::uint16_t kKnownFlags = kFlagReply | kFlagFailure;  // every flag bit in use
 // The longest payload a reader accepts unless told otherwise: 64 MiB.
 inline constexpr std::uint32_t kDefaultMaxFrameLength = 64u << 20;
 
+// The fields of a frame's fixed header, in the order they travel.
 struct FrameHeader {
-    std::uint16_t Version = kFrameVersion;
-    std::uint16_t Flags = 0;
-    std::uint32_t ComponentId = 0;
-    std::uint32_t MethodNumber = 0;
-    std::uint64_t InterfaceVersion = 0;
-    std::uint32_t Category = 0;
-    std::uint32_t PayloadLength = 0;
+    std::uint16_t Version = kFrameVersion;  // format version
+    std::uint16_t Flags = 0;  // kFlagReply, kFlagFailure
+    std::uint32_t ComponentId = 0;  // the component called
+    std::uint32_t MethodNumber = 0;  // the method called
+    std::uint64_t InterfaceVersion = 0;  // the caller's version of the interface
+    std::uint32_t Category = 0;  // low 32 bits of the request's category
+    std::uint32_t PayloadLength = 0;  // bytes of packet that follow
 
-    bool IsReply() const { return (Flags & kFlagReply) != 0; }
-    bool IsFailure() const { return (Flags & kFlagFailure) != 0; }
-    friend bool operator==(const FrameHeader&, const FrameHeader&) = default;
+    bool IsReply() const { return (Flags & kFlagReply) != 0; }  // a reply frame
+    bool IsFailure() const { return (Flags & kFlagFailure) != 0; }  // carries an error
+    friend bool operator==(const FrameHeader&, const FrameHeader&) = default;  // field by field
 };
 
+// One whole frame: its header and its packet.
 struct Frame {
-    FrameHeader Header;
-    std::vector<unsigned char> Payload;
+    FrameHeader Header;  // the fixed header
+    std::vector<unsigned char> Payload;  // the packet, or the serialized error
 };
 
+// What reading a frame came to.
 enum class FrameStatus {
     Complete,     // a whole frame was taken
     NeedMore,     // the bytes so far are the start of a frame
@@ -81,10 +84,12 @@ TL_NET_API FrameStatus ParseHeader(std::span<const unsigned char> bytes, std::ui
 // bad header it stays failed, since the stream has lost its framing.
 class TL_NET_API FrameReader {
 public:
+    // A reader that refuses payloads longer than `maxPayload`.
     explicit FrameReader(std::uint32_t maxPayload = kDefaultMaxFrameLength);
 
     // Space for at least `atLeast` more bytes, to read into; then Commit what was read.
     std::span<unsigned char> Prepare(std::size_t atLeast);
+    // Takes `count` bytes read into the space that Prepare gave as fed.
     void Commit(std::size_t count);
     // Prepare, copy and Commit in one.
     void Feed(std::span<const unsigned char> bytes);

@@ -29,9 +29,10 @@
 
 namespace Net {
 
+// How a host serves: its pool of threads and the longest frame it takes.
 struct HostOptions {
-    unsigned Threads = 4;
-    std::uint32_t MaxFrameLength = kDefaultMaxFrameLength;
+    unsigned Threads = 4;  // calls served at once
+    std::uint32_t MaxFrameLength = kDefaultMaxFrameLength;  // longer frames are refused
 };
 
 // What a host has seen, for operators and tests.
@@ -42,8 +43,11 @@ struct HostCounters {
     std::uint64_t Dropped = 0;      // connections closed for bytes that are no frame
 };
 
+// The serving end of socket channels: accepts connections, reads request frames and serves
+// each call with the registered dispatchers on a bounded pool of threads.
 class TL_NET_API ServiceHost {
 public:
+    // A host that serves nothing yet and does not listen until Start.
     explicit ServiceHost(HostOptions options = {});
     // Stops the host.
     ~ServiceHost();
@@ -64,6 +68,7 @@ public:
 
     // Where the host listens: with the port the system chose for port 0.
     Address BoundAddress() const;
+    // What the host has seen so far.
     HostCounters Counters() const;
 
 private:

@@ -37,6 +37,7 @@
 
 namespace Net {
 
+// How a socket channel calls: its time-out, reply limit and pool of connections.
 struct ChannelOptions {
     // How long Run waits for a call, from connecting to the last byte of the reply; zero
     // waits for ever.
@@ -47,8 +48,11 @@ struct ChannelOptions {
     unsigned MaxIdleConnections = 16;
 };
 
+// A request channel over a TCP or Unix-domain socket: each call is one frame out and one
+// frame back on a pooled connection.
 class TL_NET_API SocketChannel : public Binding::RequestChannel {
 public:
+    // A channel to `address`; it connects at the first call.
     explicit SocketChannel(Address address, ChannelOptions options = {});
     ~SocketChannel() override;
     SocketChannel(const SocketChannel&) = delete;
@@ -57,6 +61,7 @@ public:
     Common::Error Send(std::unique_ptr<Binding::Request> request,
                        std::unique_ptr<Binding::RequestJob>& job) override;
 
+    // The address the channel calls.
     const Address& GetAddress() const;
     // Connections opened so far, for hosts that watch the pool.
     std::uint64_t ConnectionsOpened() const;
