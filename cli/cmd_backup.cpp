@@ -16,52 +16,11 @@
 #include <CLI/CLI.hpp>
 
 #include "command.h"
+#include "error_chain.h"
 #include "file/backup_chunk_file.h"
 
 namespace tessel_cli {
 namespace {
-
-// The whole chain of an error, head first, with each record's function and path.
-int FailWithChain(const Common::Error& error) {
-    std::string message;
-    int depth = 0;
-    for (Common::Error r = error; !r.Empty(); r = r.Cause(), ++depth) {
-        char code[16];
-        std::snprintf(code, sizeof code, "0x%08" PRIx32, r.Code());
-        message += depth == 0 ? "" : "\n  caused by: ";
-        message += code;
-        const std::u16string text = r.Text();
-        if (!text.empty()) {
-            message += " " + Common::Utf16ToUtf8(text);
-        }
-        if (const char* function = r.GetAnsi("function")) {
-            message += std::string(" [") + function + "]";
-        }
-        if (const char16_t* path = r.GetWide("path")) {
-            message += " " + File::WideNameToNative(path);
-        }
-        if (r.Code() == Common::Error::kErrnoCode) {
-            message += " errno " + std::to_string(r.GetNumber("Errno"));
-        }
-    }
-    return Fail(message);
-}
-
-// A stream name for one line: control characters as \xHH.
-std::string LineName(const std::u16string& name) {
-    std::string out;
-    for (const char c : File::WideNameToNative(name)) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u < 0x20 || u == 0x7f || c == '\\') {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\x%02x", u);
-            out += escape;
-        } else {
-            out.push_back(c);
-        }
-    }
-    return out;
-}
 
 int List(const std::string& path) {
     Common::Error error;
@@ -85,7 +44,7 @@ int List(const std::string& path) {
         error = File::ListStreamHeaders(*chunk, record.Length, headers);
         for (const File::stream_header_entry& h : headers) {
             std::printf("  stream %" PRIu32 " 0x%08" PRIx32 " %" PRIu64 " %s\n", h.Id,
-                        h.Attributes, h.Size, LineName(h.Name).c_str());
+                        h.Attributes, h.Size, PlainName(h.Name).c_str());
         }
         if (error.Failed()) {
             std::fflush(stdout);

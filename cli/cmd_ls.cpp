@@ -9,6 +9,8 @@
 #include <tessel_link/file/token_substitution.h>
 
 #include "command.h"
+#include "error_chain.h"
+#include "error_chain.h"
 #include "file/dir_iterator.h"
 #include "file/roots.h"
 #include "json_text.h"
@@ -16,26 +18,6 @@
 
 namespace tessel_cli {
 namespace {
-
-// A name for the plain listing: the system's bytes, with control characters as \xHH and a
-// backslash doubled, so that every name stays on one line and reads back unambiguously.
-std::string PlainName(std::u16string_view wide) {
-    const std::string bytes = File::WideNameToNative(wide);
-    std::string out;
-    for (const char c : bytes) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u < 0x20 || u == 0x7f) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\x%02x", u);
-            out += escape;
-        } else if (c == '\\') {
-            out += "\\\\";
-        } else {
-            out.push_back(c);
-        }
-    }
-    return out;
-}
 
 // A name for JSON: UTF-8, and a byte that is not UTF-8 as the escape of the lone surrogate
 // that stands for it (\udc80 to \udcff), so the bytes can be recovered exactly.
@@ -97,33 +79,6 @@ const char* DriveWord(std::uint32_t type) {
         default:
             return "unknown";
     }
-}
-
-// The whole chain of an error, head first, each record with its parameters.
-int FailWithChain(const Common::Error& error) {
-    std::string message;
-    int depth = 0;
-    for (Common::Error r = error; !r.Empty(); r = r.Cause(), ++depth) {
-        char code[16];
-        std::snprintf(code, sizeof code, "0x%08" PRIx32, r.Code());
-        message += depth == 0 ? "" : "\n  caused by: ";
-        message += code;
-        const std::u16string text = r.Text();
-        if (!text.empty()) {
-            message += " " + Common::Utf16ToUtf8(text);
-        }
-        if (const char* function = r.GetAnsi("function")) {
-            message += std::string(" [") + function + "]";
-        }
-        if (const char16_t* path = r.GetWide("path")) {
-            message += " " + PlainName(path);
-        }
-        const std::uint64_t errnum = r.GetNumber("Errno");
-        if (r.Code() == Common::Error::kErrnoCode) {
-            message += " errno " + std::to_string(errnum);
-        }
-    }
-    return Fail(message);
 }
 
 struct Row {

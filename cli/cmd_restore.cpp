@@ -14,35 +14,11 @@
 #include <CLI/CLI.hpp>
 
 #include "command.h"
+#include "error_chain.h"
 #include "file/backup_chunk_file.h"
 
 namespace tessel_cli {
 namespace {
-
-int FailWithChain(const Common::Error& error) {
-    std::string message;
-    int depth = 0;
-    for (Common::Error r = error; !r.Empty(); r = r.Cause(), ++depth) {
-        char code[16];
-        std::snprintf(code, sizeof code, "0x%08" PRIx32, r.Code());
-        message += depth == 0 ? "" : "\n  caused by: ";
-        message += code;
-        const std::u16string text = r.Text();
-        if (!text.empty()) {
-            message += " " + Common::Utf16ToUtf8(text);
-        }
-        if (const char* function = r.GetAnsi("function")) {
-            message += std::string(" [") + function + "]";
-        }
-        if (const char16_t* path = r.GetWide("path")) {
-            message += " " + File::WideNameToNative(path);
-        }
-        if (r.Code() == Common::Error::kErrnoCode) {
-            message += " errno " + std::to_string(r.GetNumber("Errno"));
-        }
-    }
-    return Fail(message);
-}
 
 // Checks the whole file before the target is touched: the records, the stream headers of
 // every backup stream, and the size of every fixed-size chunk.
