@@ -226,6 +226,24 @@ def read_all(order, components_dir):
     return Components(model, files)
 
 
+def generate_one_file(name, doc, render):
+    """The command line of a generator that writes one C++ file from all the components:
+    --order, --components and --out. `render` turns the components into the file's text.
+    Returns the exit status."""
+    parser = argparse.ArgumentParser(description=doc, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--order", required=True)
+    parser.add_argument("--components", required=True)
+    parser.add_argument("--out", required=True, help="the C++ file to write")
+    args = parser.parse_args()
+    try:
+        comps = read_all(args.order, args.components)
+    except (DefinitionError, OSError) as e:
+        print("%s: %s" % (name, e), file=sys.stderr)
+        return 1
+    xidlc.write_if_changed(args.out, render(comps))
+    return 0
+
+
 # --- writing helpers ------------------------------------------------------------------------------
 
 def c_string(text):

@@ -10,14 +10,12 @@ The host is compiled against the public headers only, so this is what lets it re
 components without one hand-written line per interface.
 """
 
-import argparse
 import os
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 import xidl_components  # noqa: E402
-import xidlc  # noqa: E402
 
 BANNER = "// Generated from the component definitions by tools/xidlc; edit the definitions instead."
 
@@ -69,18 +67,7 @@ def demo_calls(comps):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--order", required=True)
-    parser.add_argument("--components", required=True)
-    parser.add_argument("--out", required=True, help="the C++ file to write")
-    args = parser.parse_args()
-    try:
-        comps = xidl_components.read_all(args.order, args.components)
-    except (xidl_components.DefinitionError, OSError) as e:
-        print("xidl_demo_calls: %s" % e, file=sys.stderr)
-        return 1
-    xidlc.write_if_changed(args.out, demo_calls(comps))
-    return 0
+    return xidl_components.generate_one_file("xidl_demo_calls", __doc__, demo_calls)
 
 
 if __name__ == "__main__":

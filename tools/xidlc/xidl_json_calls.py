@@ -9,7 +9,6 @@ the same definitions as the packets.
     xidl_json_calls.py --order xidl/modules.txt --components xidl/components --out FILE
 """
 
-import argparse
 import os
 import sys
 
@@ -17,7 +16,6 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 import xidl_components  # noqa: E402
 import xidl_model  # noqa: E402
-import xidlc  # noqa: E402
 
 BANNER = "// Generated from the definitions by tools/xidlc; edit the definitions instead."
 
@@ -90,18 +88,7 @@ def json_calls(comps):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--order", required=True)
-    parser.add_argument("--components", required=True)
-    parser.add_argument("--out", required=True, help="the C++ file to write")
-    args = parser.parse_args()
-    try:
-        comps = xidl_components.read_all(args.order, args.components)
-    except (xidl_components.DefinitionError, OSError) as e:
-        print("xidl_json_calls: %s" % e, file=sys.stderr)
-        return 1
-    xidlc.write_if_changed(args.out, json_calls(comps))
-    return 0
+    return xidl_components.generate_one_file("xidl_json_calls", __doc__, json_calls)
 
 
 if __name__ == "__main__":
