@@ -25,86 +25,11 @@
 #include <tessel_link/xidl/records.h>
 
 #include "ratio_reporter.h"
+#include "slice_service.h"
 
 namespace {
 
-using Slices = std::vector<ArchiveManagement::SliceInfo>;
-constexpr std::size_t kRecords = 1000;
-constexpr std::uint32_t kComponent = 950;
-
-const Slices& Records() {
-    static const Slices slices = [] {
-        Slices list;
-        for (std::size_t i = 0; i < kRecords; ++i) {
-            const std::u16string n = Common::Utf8ToUtf16Lenient(std::to_string(i));
-            ArchiveManagement::SliceInfo s;
-            s.SliceUri = u"bsp://storage-01/vault/Archive-" + n + u"?slice=" + n;
-            s.Kind = static_cast<std::uint32_t>(i % 3);
-            s.CreationTime = 1700000000000ll + static_cast<std::int64_t>(i) * 3600;
-            s.Description = u"Nightly backup " + n;
-            s.Size = 1000003ull * i;
-            s.MetaInformation = {{u"Host", u"server-" + n}};
-            s.MediaIDs = {u"tape-" + n};
-            Common::Create(s.LocationID);
-            Common::Create(s.ArchiveID);
-            list.push_back(std::move(s));
-        }
-        return list;
-    }();
-    return slices;
-}
-
-// The service of the benchmark: one method without parameters, one that lists records.
-class SliceManager {
-public:
-    virtual ~SliceManager() = default;
-    virtual Common::Error Ping() = 0;
-    virtual Common::Error ListSlices(Slices& slices) = 0;
-};
-
-class SliceService final : public SliceManager {
-public:
-    Common::Error Ping() override { return Common::ErrorSuccess; }
-    Common::Error ListSlices(Slices& slices) override {
-        slices = Records();
-        return Common::ErrorSuccess;
-    }
-};
-
-class SliceDispatcher final : public Binding::ComponentDispatcher<SliceManager> {
-public:
-    SliceDispatcher()
-        : ComponentDispatcher(kComponent, "SliceManager", 1, std::make_shared<SliceService>(),
-                              {Binding::Serve<SliceManager, &SliceManager::Ping>(1, "Ping", 1),
-                               Binding::Serve<SliceManager, &SliceManager::ListSlices>(
-                                   2, "ListSlices", 1, {{"slices", Binding::ArgumentKind::Out}})}) {
-    }
-};
-
-Binding::MethodDescriptor Describe(std::uint32_t number, const char* name) {
-    Binding::MethodDescriptor method;
-    method.ComponentID = kComponent;
-    method.MethodNumber = number;
-    method.ComponentName = "SliceManager";
-    method.MethodName = name;
-    method.InterfaceVersion = 1;
-    method.IntroducedVersion = 1;
-    method.Category = Binding::kAllCategories;
-    return method;
-}
-
-// What a generated proxy method does.
-Common::Error Ping(Binding::RequestChannel& channel) {
-    return Binding::Detail::CallRemote(
-        channel, [] { return Binding::Detail::CreateRequest<void()>(Describe(1, "Ping")); });
-}
-
-Common::Error ListSlices(Binding::RequestChannel& channel, Slices& slices) {
-    return Binding::Detail::CallRemote(channel, [&] {
-        return Binding::Detail::CreateRequest<void(Slices&)>(
-            Describe(2, "ListSlices"), {slices, "slices", Binding::ArgumentKind::Out});
-    });
-}
+using namespace bench_support;
 
 Binding::LoopbackChannel& Channel() {
     static Binding::LoopbackChannel* channel = [] {
