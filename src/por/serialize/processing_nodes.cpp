@@ -41,15 +41,15 @@ UnitName MemberName(const std::string& name) {
         std::string text;
         UnitName name;
     };
-    static constexpr std::size_t kSlots = 256;
+    // Sized so that the members of the records in one tree rarely share a slot, and hashed
+    // over every byte: names such as "Id" and "Index" must not keep evicting each other.
+    static constexpr std::size_t kSlots = 1024;
     thread_local Known known[kSlots];
-    std::size_t h = name.size();
-    if (!name.empty()) {
-        h = h * 131 + static_cast<unsigned char>(name.front());
-        h = h * 131 + static_cast<unsigned char>(name.back());
-        h = h * 131 + static_cast<unsigned char>(name[name.size() / 2]);
+    std::uint32_t h = 2166136261u;
+    for (const char c : name) {
+        h = (h ^ static_cast<unsigned char>(c)) * 16777619u;
     }
-    Known& slot = known[h % kSlots];
+    Known& slot = known[(h ^ (h >> 15)) % kSlots];
     if (slot.text != name || slot.name.Empty() != name.empty()) {
         slot.name = UnitName(name);
         slot.text = name;
