@@ -102,7 +102,7 @@ void Arena::Grow(std::size_t bytes) {
     capacity_ += size;
 }
 
-const XmlName* NameTable::Intern(std::string_view name) {
+XmlName* NameTable::Lookup(std::string_view name) {
     if (name.size() > UINT32_MAX) {
         throw std::length_error("name too long");
     }
@@ -123,6 +123,7 @@ const XmlName* NameTable::Intern(std::string_view name) {
             auto* entry = static_cast<XmlName*>(arena_.Allocate(sizeof(XmlName) + name.size()));
             entry->Size = static_cast<std::uint32_t>(name.size());
             entry->Mark = 0;
+            entry->Successor = nullptr;
             std::memcpy(entry + 1, name.data(), name.size());
             slot = {hash, entry};
             ++used_;

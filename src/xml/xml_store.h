@@ -72,10 +72,24 @@ std::uint64_t HashName(std::string_view name);
 class NameTable {
 public:
     explicit NameTable(Arena& arena) : arena_(arena) {}
-    const XmlName* Intern(std::string_view name);
+    const XmlName* Intern(std::string_view name) {
+        // The name that followed the last one before is the likely one now.
+        if (last_ != nullptr && last_->Successor != nullptr &&
+            SameBytes(last_->Successor->View(), name)) {
+            last_ = last_->Successor;
+            return last_;
+        }
+        XmlName* found = Lookup(name);
+        if (last_ != nullptr) {
+            last_->Successor = found;
+        }
+        last_ = found;
+        return found;
+    }
     std::size_t Capacity() const noexcept { return slots_.capacity() * sizeof(Slot); }
 
 private:
+    XmlName* Lookup(std::string_view name);
     struct Slot {
         std::uint64_t Hash;
         XmlName* Name;
@@ -92,6 +106,7 @@ private:
 
     static constexpr std::size_t kRecent = 64;
     Arena& arena_;
+    XmlName* last_ = nullptr;  // the name that Intern returned last
     XmlName* recent_[kRecent] = {};
     std::vector<Slot> slots_;
     std::size_t used_ = 0;

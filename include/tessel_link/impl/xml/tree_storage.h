@@ -20,6 +20,9 @@ namespace Xml::Detail {
 struct XmlName {
     std::uint32_t Size;
     std::uint32_t Mark;  // used while the tree is built
+    // The name interned right after this one the last time: documents repeat their
+    // sequences of names, element after element.
+    XmlName* Successor;
     std::string_view View() const noexcept {
         return {reinterpret_cast<const char*>(this + 1), Size};
     }
