@@ -16,8 +16,9 @@
 #include <tessel_link/components/event_management.h>
 #include <tessel_link/facade/entry_points.h>
 
+#include <CLI/CLI.hpp>
+
 #include "command.h"
-#include "value_options.h"
 
 namespace tessel_cli {
 namespace {
@@ -151,22 +152,7 @@ private:
     int& delivered_;
 };
 
-int Demo(const Arguments& args) {
-    Arguments valued = args;
-    std::erase(valued.words, std::string("--silent"));
-    const ValueOptions split = SplitValueOptions(valued, {"--events"});
-    if (!split.error.empty()) {
-        return UsageError(split.error);
-    }
-    if (!split.positional.empty()) {
-        return UsageError("events demo takes no arguments");
-    }
-    unsigned long long count = 6;
-    if (const auto e = split.values.find("--events");
-        e != split.values.end() && (!ParseDecimal(e->second, count) || count == 0 || count > 1000)) {
-        return UsageError("--events takes a number from 1 to 1000");
-    }
-    const bool silent = args.Has("--silent");
+int Demo(unsigned long long count, bool silent) {
 
     auto service = std::make_shared<DemoService>(silent);
     auto loopback = std::make_shared<Binding::LoopbackChannel>();
@@ -247,7 +233,24 @@ int Demo(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kEventsDemo(
+CliRun Setup(CLI::App& app) {
+    struct Given {
+        std::string events;
+        bool silent = false;
+    };
+    auto given = std::make_shared<Given>();
+    app.add_option("--events", given->events, "how many events the service raises (6)")->type_name("N");
+    app.add_flag("--silent", given->silent, "the service never answers the requests that close a queue");
+    return [given, &app] {
+        unsigned long long count = 6;
+        if (app.count("--events") != 0 && (!ParseDecimal(given->events, count) || count == 0 || count > 1000)) {
+            return UsageError("--events takes a number from 1 to 1000");
+        }
+        return Demo(count, given->silent);
+    };
+}
+
+const CliCommandRegistration kEventsDemo(
     {"events demo", "[--events N] [--silent]",
      "Subscribe two sinks to events of an in-process service and show the deliveries.",
      "Runs a short session against an event service inside the process, reached through\n"
@@ -259,7 +262,7 @@ const CommandRegistration kEventsDemo(
      "long it took: removing the last sink of a type closes the service's queue. With\n"
      "--silent the service never answers the requests that close a queue, and each of\n"
      "those removals gives up after about one second.",
-     Demo});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli
