@@ -9,10 +9,11 @@ class App;
 
 namespace tessel_cli {
 
-// A subcommand whose options and positionals CLI11 parses, with CLI11's --help. `setup` adds
-// them to the subcommand's app (whose usage line and description are set already) and
-// returns what runs once the words were understood; its result is the exit status. A word
-// CLI11 does not understand is a usage error (status 2).
+// A subcommand of the tool, in a cmd_*.cpp of its own that registers it through a static
+// CliCommandRegistration. CLI11 parses its options and positionals and gives its --help:
+// `setup` adds them to the subcommand's app (whose usage line and description are set
+// already) and returns what runs once the words were understood; its result is the exit
+// status. A word CLI11 does not understand is a usage error (status 2).
 using CliRun = std::function<int()>;
 using CliSetup = CliRun (*)(CLI::App& app);
 
