@@ -5,6 +5,7 @@
 // cores as two processes on one machine would.
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,6 +28,14 @@ using namespace bench_support;
 
 enum Transport { kLoopback, kUnix, kTcp };
 
+// The host's threads: TL_BENCH_HOST_THREADS, else 2, one per core of the machine the
+// figures below were taken on.
+unsigned HostThreads() {
+    const char* given = std::getenv("TL_BENCH_HOST_THREADS");
+    const int threads = given != nullptr ? std::atoi(given) : 0;
+    return threads > 0 ? static_cast<unsigned>(threads) : 2;
+}
+
 // The channels, made once for the whole run; the hosts live as long as the process.
 Binding::RequestChannel& Channel(Transport transport) {
     static Binding::RequestChannel* channels[3] = {};
@@ -36,7 +45,7 @@ Binding::RequestChannel& Channel(Transport transport) {
         channels[kLoopback] = loopback;
 
         Net::HostOptions options;
-        options.Threads = 8;
+        options.Threads = HostThreads();
         auto* unixHost = new Net::ServiceHost(options);
         unixHost->Register(std::make_unique<SliceDispatcher>());
         Net::Address unixAddress;

@@ -1,26 +1,22 @@
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
+
+#include <CLI/CLI.hpp>
 
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/system_file.h>
 
-#include "cli_positionals.h"
 #include "zip_support.h"
 
 namespace tessel_cli {
 namespace {
 
-int Alloc(const Arguments& args) {
-    if (!args.options.empty()) {
-        return UsageError("unknown option " + args.options[0]);
-    }
-    if (args.positional.size() != 1) {
-        return UsageError("alloc takes one FILE");
-    }
+int Alloc(const std::string& name) {
     std::u16string path;
-    if (!Common::Utf8ToUtf16(args.positional[0], path)) {
-        path = Common::WidenLatin1(args.positional[0]);
+    if (!Common::Utf8ToUtf16(name, path)) {
+        path = Common::WidenLatin1(name);
     }
     Common::Error error;
     const auto file = File::OpenSystemFile(path, File::open_mode::read, error);
@@ -37,13 +33,19 @@ int Alloc(const Arguments& args) {
     return std::fflush(stdout) == 0 ? 0 : Fail("cannot write to standard output");
 }
 
+CliRun Setup(CLI::App& app) {
+    auto file = std::make_shared<std::string>();
+    app.add_option("FILE", *file, "the file")->required();
+    return [file] { return Alloc(*file); };
+}
+
 const CliCommandRegistration kAlloc(
     {"alloc", "FILE", "Print the allocated ranges of a file.",
      "One line per range that holds data, in order: its offset and its length in bytes,\n"
      "separated by a tab. The holes of a sparse file are the gaps between the lines; a file\n"
      "without data prints nothing. A failure prints the error's code and text on standard\n"
      "error and exits with status 1.",
-     &PositionalsOnly<&Alloc>});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

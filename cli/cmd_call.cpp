@@ -10,7 +10,6 @@
 
 #include "command.h"
 #include "json_calls.h"
-#include "value_options.h"
 
 namespace tessel_cli {
 namespace {

@@ -1,10 +1,13 @@
 #include <cstdio>
+#include <memory>
 #include <string>
 
-#include "cli_positionals.h"
-#include "command.h"
+#include <CLI/CLI.hpp>
+
 #include <tessel_link/facade/catalogue.h>
-#include "json_text.h"
+
+#include "command.h"
+#include "json_out.h"
 
 namespace tessel_cli {
 namespace {
@@ -41,50 +44,38 @@ void PrintText() {
 
 // One component a line, so that a difference shows where it is.
 void PrintJson() {
-    std::printf("[\n");
-    bool firstComponent = true;
+    JsonOut components = JsonOut::array();
     for (const Component& component : Core::Catalogue::Components()) {
-        std::string line = firstComponent ? "" : ",\n";
-        firstComponent = false;
-        line += "{\"id\": " + std::to_string(component.ID) +
-                ", \"interface\": " + JsonString(component.Interface) +
-                ", \"version\": " + std::to_string(component.Version) + ", \"methods\": [";
-        bool firstMethod = true;
+        JsonOut methods = JsonOut::array();
         for (const Method& method : component.Methods()) {
-            line += firstMethod ? "" : ", ";
-            firstMethod = false;
-            line += "{\"number\": " + std::to_string(method.Number) +
-                    ", \"name\": " + JsonString(method.Name) +
-                    ", \"since\": " + std::to_string(method.Since) + ", \"params\": [";
-            bool firstParam = true;
+            JsonOut params = JsonOut::array();
             for (const Parameter& param : method.Parameters()) {
-                line += firstParam ? "" : ", ";
-                firstParam = false;
-                line += "{\"name\": " + JsonString(param.Name) + ", \"type\": " +
-                        JsonString(param.Type) + ", \"kind\": " + std::to_string(param.Kind) + "}";
+                params.push_back({{"name", param.Name}, {"type", param.Type}, {"kind", param.Kind}});
             }
-            line += "]}";
+            methods.push_back({{"number", method.Number},
+                               {"name", method.Name},
+                               {"since", method.Since},
+                               {"params", std::move(params)}});
         }
-        line += "]}";
-        std::fputs(line.c_str(), stdout);
+        components.push_back({{"id", component.ID},
+                              {"interface", component.Interface},
+                              {"version", component.Version},
+                              {"methods", std::move(methods)}});
     }
-    std::printf("\n]\n");
-}
-
-int Run(const Arguments& args) {
-    if (!args.positional.empty()) {
-        return UsageError("catalogue takes no arguments");
-    }
-    if (args.Has("--json")) {
-        PrintJson();
-    } else {
-        PrintText();
-    }
-    return 0;
+    std::fputs(JsonLines(components).c_str(), stdout);
 }
 
 CliRun Setup(CLI::App& app) {
-    return FlagsAndWords<&Run>(app, {"--json"});
+    auto json = std::make_shared<bool>(false);
+    app.add_flag("--json", *json, "print a JSON array");
+    return [json] {
+        if (*json) {
+            PrintJson();
+        } else {
+            PrintText();
+        }
+        return 0;
+    };
 }
 
 const CliCommandRegistration kCatalogue(

@@ -2,15 +2,17 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/unicode.h>
 
-#include "cli_positionals.h"
+#include <CLI/CLI.hpp>
+
 #include "command.h"
-#include "json_text.h"
+#include "json_out.h"
 
 namespace tessel_cli {
 namespace {
@@ -51,37 +53,34 @@ std::string NarrowText(const char* text) {
     return Common::Utf16ToUtf8(Common::WidenLatin1(text));
 }
 
-// A parameter's value as JSON: strings as literals, numbers as decimals.
-std::string JsonValue(const Common::ErrorParameter& p) {
-    return p.Kind == Common::ErrorParameter::Type::Number ? p.ValueText()
-                                                          : JsonString(p.ValueText());
+// A parameter's value as JSON: strings as strings, numbers as numbers.
+JsonOut JsonValue(const Common::ErrorParameter& p) {
+    return p.Kind == Common::ErrorParameter::Type::Number ? JsonOut(p.Number) : JsonOut(p.ValueText());
 }
 
-std::string OptionalString(const char* text) {
-    return text != nullptr ? JsonString(NarrowText(text)) : "null";
+JsonOut OptionalString(const char* text) {
+    return text != nullptr ? JsonOut(NarrowText(text)) : JsonOut();
 }
 
 void PrintJson(const Common::Error& error) {
-    if (error.Empty()) {
-        std::printf("[]\n");
-        return;
-    }
-    std::printf("[\n");
-    for (const Common::Error& r : error.Chain()) {
-        const Common::ErrorOrigin origin = r.Origin();
-        std::string params;
-        for (const Common::ErrorParameter& p : r.Parameters()) {
-            params += (params.empty() ? "[" : ", [") + JsonString(p.Name) + ", " + JsonValue(p) + "]";
+    JsonOut records = JsonOut::array();
+    if (!error.Empty()) {
+        for (const Common::Error& r : error.Chain()) {
+            const Common::ErrorOrigin origin = r.Origin();
+            JsonOut params = JsonOut::array();
+            for (const Common::ErrorParameter& p : r.Parameters()) {
+                params.push_back(JsonOut::array({p.Name, JsonValue(p)}));
+            }
+            records.push_back({{"code", r.Code()},
+                               {"linetag", origin.LineTag},
+                               {"text", Common::Utf16ToUtf8(r.Text())},
+                               {"params", std::move(params)},
+                               {"file", OptionalString(origin.File)},
+                               {"func", OptionalString(origin.Func)},
+                               {"line", origin.Line}});
         }
-        std::printf("  {\"code\": %" PRIu32 ", \"linetag\": %" PRIu64
-                    ", \"text\": %s, \"params\": [%s], \"file\": %s, \"func\": %s, \"line\": %" PRIu32
-                    "}%s\n",
-                    r.Code(), origin.LineTag, JsonString(Common::Utf16ToUtf8(r.Text())).c_str(),
-                    params.c_str(), OptionalString(origin.File).c_str(),
-                    OptionalString(origin.Func).c_str(), origin.Line,
-                    r.Cause().Empty() ? "" : ",");
     }
-    std::printf("]\n");
+    std::fputs(JsonLines(records).c_str(), stdout);
 }
 
 void PrintText(const Common::Error& error) {
@@ -96,14 +95,14 @@ void PrintText(const Common::Error& error) {
                     origin.LineTag);
         const std::u16string text = r.FormattedText();
         if (!text.empty()) {
-            std::printf("    text: %s\n", JsonString(Common::Utf16ToUtf8(text)).c_str());
+            std::printf("    text: %s\n", JsonLine(Common::Utf16ToUtf8(text)).c_str());
         }
         for (const Common::ErrorParameter& p : r.Parameters()) {
             if (p.Kind == Common::ErrorParameter::Type::Number) {
                 std::printf("    %s: %s (0x%" PRIX64 ")\n", p.Name.c_str(), p.ValueText().c_str(),
                             p.Number);
             } else {
-                std::printf("    %s: %s\n", p.Name.c_str(), JsonValue(p).c_str());
+                std::printf("    %s: %s\n", p.Name.c_str(), JsonLine(JsonValue(p)).c_str());
             }
         }
         if (origin.File != nullptr || origin.Func != nullptr || origin.Line != 0) {
@@ -114,12 +113,18 @@ void PrintText(const Common::Error& error) {
     }
 }
 
-int Run(const Arguments& args) {
+struct DecodeOptions {
+    bool json = false;
+    bool summary = false;
+    std::vector<std::string> hex;
+};
+
+int Run(const DecodeOptions& options) {
     std::string hex;
-    if (args.positional.empty()) {
+    if (options.hex.empty()) {
         hex.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
     }
-    for (const std::string& part : args.positional) {
+    for (const std::string& part : options.hex) {
         hex += part;
     }
     std::vector<unsigned char> bytes;
@@ -127,9 +132,9 @@ int Run(const Arguments& args) {
         return Fail("HEX must be pairs of hexadecimal digits (blanks are ignored)");
     }
     const Common::Error error = Common::Error::Deserialize(bytes.data(), bytes.size());
-    if (args.Has("--json")) {
+    if (options.json) {
         PrintJson(error);
-    } else if (args.Has("--summary")) {
+    } else if (options.summary) {
         std::cout << error << '\n';
     } else {
         PrintText(error);
@@ -138,7 +143,11 @@ int Run(const Arguments& args) {
 }
 
 CliRun Setup(CLI::App& app) {
-    return FlagsAndWords<&Run>(app, {"--json", "--summary"});
+    auto options = std::make_shared<DecodeOptions>();
+    app.add_flag("--json", options->json, "print a JSON array of the records");
+    app.add_flag("--summary", options->summary, "print one line per record");
+    app.add_option("HEX", options->hex, "the serialized error in hexadecimal");
+    return [options] { return Run(*options); };
 }
 
 const CliCommandRegistration kErrorDecode(

@@ -2,8 +2,6 @@
 #include <condition_variable>
 #include <cstdio>
 #include <ctime>
-#include <deque>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -15,9 +13,12 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/components/event_management.h>
 #include <tessel_link/facade/entry_points.h>
+#include <tessel_link/net/socket_channel.h>
+
+#include <CLI/CLI.hpp>
 
 #include "command.h"
-#include "value_options.h"
+#include "serve_events.h"
 
 namespace tessel_cli {
 namespace {
@@ -26,93 +27,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kJobEvents = 1;
 constexpr std::uint32_t kTaskEvents = 2;
-
-// An event service in the process: a queue per CreateQueue, fetches that wait for events
-// or for their cancel. A silent service never answers the requests that close a queue.
-class DemoService final : public EventManagement::EventManager {
-public:
-    explicit DemoService(bool silent) : silent_(silent) {}
-
-    ~DemoService() override { Release(); }
-
-    Common::Error CreateQueue(std::uint32_t type, std::uint32_t& result) override {
-        const std::lock_guard<std::mutex> lock(lock_);
-        result = nextId_++;
-        queues_[result].Type = type;
-        return Common::ErrorSuccess;
-    }
-    Common::Error DestroyQueue(std::uint32_t id) override {
-        std::unique_lock<std::mutex> lock(lock_);
-        changed_.wait(lock, [&] { return !silent_; });
-        queues_.erase(id);
-        changed_.notify_all();
-        return Common::ErrorSuccess;
-    }
-    Common::Error AbsorbQueue(std::uint32_t id, std::list<EventManagement::Event>& result) override {
-        std::unique_lock<std::mutex> lock(lock_);
-        changed_.wait(lock, [&] {
-            const auto at = queues_.find(id);
-            return at == queues_.end() || at->second.Cancelled || !at->second.Pending.empty();
-        });
-        const auto at = queues_.find(id);
-        if (at != queues_.end()) {
-            result.assign(at->second.Pending.begin(), at->second.Pending.end());
-            at->second.Pending.clear();
-        }
-        return Common::ErrorSuccess;
-    }
-    Common::Error CancelQueueAbsorbing(std::uint32_t id) override {
-        std::unique_lock<std::mutex> lock(lock_);
-        changed_.wait(lock, [&] { return !silent_; });
-        if (const auto at = queues_.find(id); at != queues_.end()) {
-            at->second.Cancelled = true;
-        }
-        changed_.notify_all();
-        return Common::ErrorSuccess;
-    }
-    Common::Error Subscribe(std::uint32_t, EventManagement::EventDispatcher*) override {
-        return Common::ErrorSuccess;
-    }
-    Common::Error Unsubscribe(std::uint32_t, EventManagement::EventDispatcher*) override {
-        return Common::ErrorSuccess;
-    }
-    Common::Error AbsorbQueue(std::uint32_t, EventManagement::EventDispatcher*) override {
-        return Common::ErrorSuccess;
-    }
-    Common::Error Dispatch(const std::shared_ptr<EventManagement::Event>&) override {
-        return Common::ErrorSuccess;
-    }
-
-    void Raise(const EventManagement::Event& event) {
-        const std::lock_guard<std::mutex> lock(lock_);
-        for (auto& entry : queues_) {
-            if (entry.second.Type == event.Type) {
-                entry.second.Pending.push_back(event);
-            }
-        }
-        changed_.notify_all();
-    }
-
-    // Lets requests that wait on a silent service go on.
-    void Release() {
-        const std::lock_guard<std::mutex> lock(lock_);
-        silent_ = false;
-        changed_.notify_all();
-    }
-
-private:
-    struct Queue {
-        std::uint32_t Type = 0;
-        bool Cancelled = false;
-        std::deque<EventManagement::Event> Pending;
-    };
-
-    std::mutex lock_;
-    std::condition_variable changed_;
-    std::map<std::uint32_t, Queue> queues_;
-    std::uint32_t nextId_ = 1;
-    bool silent_;
-};
 
 std::string TimeOfDay(std::int64_t milliseconds) {
     const std::time_t seconds = static_cast<std::time_t>(milliseconds / 1000);
@@ -151,27 +65,24 @@ private:
     int& delivered_;
 };
 
-int Demo(const Arguments& args) {
-    Arguments valued = args;
-    std::erase(valued.words, std::string("--silent"));
-    const ValueOptions split = SplitValueOptions(valued, {"--events"});
-    if (!split.error.empty()) {
-        return UsageError(split.error);
+int Demo(unsigned long long count, bool silent, const std::string& connect) {
+    // The service in the process behind the loopback, or the one of a host over a socket.
+    std::shared_ptr<DemoEventService> service;
+    Core::ChannelPointer channel;
+    if (connect.empty()) {
+        DemoEventOptions options;
+        options.Silent = silent;
+        service = std::make_shared<DemoEventService>(options);
+        auto loopback = std::make_shared<Binding::LoopbackChannel>();
+        loopback->Register(std::make_unique<EventManagement::EventManager_Dispatcher>(service));
+        channel = loopback;
+    } else {
+        Net::Address address;
+        if (Common::Error error = Net::Address::Parse(connect, address); error.Failed()) {
+            return UsageError(error.ToString());
+        }
+        channel = std::make_shared<Net::SocketChannel>(address);
     }
-    if (!split.positional.empty()) {
-        return UsageError("events demo takes no arguments");
-    }
-    unsigned long long count = 6;
-    if (const auto e = split.values.find("--events");
-        e != split.values.end() && (!ParseDecimal(e->second, count) || count == 0 || count > 1000)) {
-        return UsageError("--events takes a number from 1 to 1000");
-    }
-    const bool silent = args.Has("--silent");
-
-    auto service = std::make_shared<DemoService>(silent);
-    auto loopback = std::make_shared<Binding::LoopbackChannel>();
-    loopback->Register(std::make_unique<EventManagement::EventManager_Dispatcher>(service));
-    const Core::ChannelPointer channel = loopback;
     Core::ComponentSlot component;
     if (CreateProxy(132, &channel, &component) != Core::ProxyCreated) {
         return Fail("the event manager's proxy could not be created");
@@ -205,22 +116,25 @@ int Demo(const Arguments& args) {
     }
 
     int expected = 0;
+    bool raiseFailed = false;
     for (unsigned long long i = 1; i <= count; ++i) {
-        EventManagement::Event event;
-        event.Type = i % 2 == 1 ? kJobEvents : kTaskEvents;
-        event.Time = std::chrono::duration_cast<std::chrono::milliseconds>(
-                         std::chrono::system_clock::now().time_since_epoch())
-                         .count();
-        const std::string text =
-            (event.Type == kJobEvents ? "job " : "task ") + std::to_string(i) + " changed";
-        event.Message = Common::WidenLatin1(text);
+        const std::uint32_t type = i % 2 == 1 ? kJobEvents : kTaskEvents;
+        const EventManagement::Event event = MakeDemoEvent(
+            type, (type == kJobEvents ? "job " : "task ") + std::to_string(i) + " changed");
+        if (service != nullptr) {
+            service->Raise(event);
+        } else if (const Common::Error raised = manager->Dispatch(std::make_shared<EventManagement::Event>(event));
+                   raised.Failed()) {
+            std::fprintf(stderr, "tessel: raising an event failed: %s\n", raised.ToString().c_str());
+            raiseFailed = true;
+            break;
+        }
         expected += event.Type == kJobEvents ? 1 : 2;
-        service->Raise(event);
         // A pause between events, so that each is fetched and delivered on its own.
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    bool complete = false;
-    {
+    bool complete = !raiseFailed;
+    if (complete) {
         std::unique_lock<std::mutex> hold(lock);
         complete = arrived.wait_for(hold, std::chrono::seconds(10),
                                     [&] { return delivered >= expected; });
@@ -240,15 +154,39 @@ int Demo(const Arguments& args) {
         }
     }
     component.reset();
-    service->Release();
+    if (service != nullptr) {
+        service->Release();
+    }
     if (!complete) {
         return Fail("not every event was delivered, or a removal failed");
     }
     return 0;
 }
 
-const CommandRegistration kEventsDemo(
-    {"events demo", "[--events N] [--silent]",
+CliRun Setup(CLI::App& app) {
+    struct Given {
+        std::string events;
+        bool silent = false;
+        std::string connect;
+    };
+    auto given = std::make_shared<Given>();
+    app.add_option("--events", given->events, "how many events the service raises (6)")->type_name("N");
+    app.add_flag("--silent", given->silent, "the service never answers the requests that close a queue");
+    app.add_option("--connect", given->connect, "the service of `tessel serve` at ADDRESS")->type_name("ADDRESS");
+    return [given, &app] {
+        unsigned long long count = 6;
+        if (app.count("--events") != 0 && (!ParseDecimal(given->events, count) || count == 0 || count > 1000)) {
+            return UsageError("--events takes a number from 1 to 1000");
+        }
+        if (given->silent && !given->connect.empty()) {
+            return UsageError("--silent is for the service in the process, not with --connect");
+        }
+        return Demo(count, given->silent, given->connect);
+    };
+}
+
+const CliCommandRegistration kEventsDemo(
+    {"events demo", "[--events N] [--silent | --connect ADDRESS]",
      "Subscribe two sinks to events of an in-process service and show the deliveries.",
      "Runs a short session against an event service inside the process, reached through\n"
      "the loopback channel. The sink \"console\" subscribes to job events (type 1) and task\n"
@@ -258,8 +196,11 @@ const CommandRegistration kEventsDemo(
      "channel's worker. Then every subscription is removed, and each removal prints how\n"
      "long it took: removing the last sink of a type closes the service's queue. With\n"
      "--silent the service never answers the requests that close a queue, and each of\n"
-     "those removals gives up after about one second.",
-     Demo});
+     "those removals gives up after about one second.\n"
+     "With --connect ADDRESS (tcp://HOST:PORT or unix:/PATH) the sinks subscribe to the event\n"
+     "service of `tessel serve` over a socket instead, and the events are raised by calling\n"
+     "its Dispatch; the events of others raised there meanwhile are delivered too.",
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

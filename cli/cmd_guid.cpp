@@ -1,17 +1,15 @@
 #include <cstdio>
 
+#include <CLI/CLI.hpp>
+
 #include <tessel_link/common/guid.h>
 
-#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
 namespace {
 
-int GuidNew(const Arguments& args) {
-    if (!args.positional.empty()) {
-        return UsageError("guid new takes no arguments");
-    }
+int GuidNew() {
     Common::Guid guid;
     if (!Common::Create(guid)) {
         return Fail("cannot create a GUID");
@@ -20,9 +18,13 @@ int GuidNew(const Arguments& args) {
     return 0;
 }
 
+CliRun Setup(CLI::App&) {
+    return [] { return GuidNew(); };
+}
+
 const CliCommandRegistration kGuidNew({"guid new", "", "Print a new random (version 4) GUID.",
                                     "The GUID is printed in upper case without braces.",
-                                    &PositionalsOnly<&GuidNew>});
+                                    Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -8,48 +8,16 @@
 #include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/token_substitution.h>
 
+#include <CLI/CLI.hpp>
+
 #include "command.h"
-#include "error_chain.h"
 #include "error_chain.h"
 #include "file/dir_iterator.h"
 #include "file/roots.h"
-#include "json_text.h"
-#include "value_options.h"
+#include "json_out.h"
 
 namespace tessel_cli {
 namespace {
-
-// A name for JSON: UTF-8, and a byte that is not UTF-8 as the escape of the lone surrogate
-// that stands for it (\udc80 to \udcff), so the bytes can be recovered exactly.
-std::string JsonName(std::u16string_view wide) {
-    std::string out = "\"";
-    std::u16string run;
-    const auto flush = [&] {
-        const std::string text = JsonString(Common::Utf16ToUtf8(run));
-        out.append(text, 1, text.size() - 2);
-        run.clear();
-    };
-    for (std::size_t i = 0; i < wide.size(); ++i) {
-        const char16_t c = wide[i];
-        const bool high = c >= 0xd800 && c <= 0xdbff;
-        const bool paired = high && i + 1 < wide.size() && wide[i + 1] >= 0xdc00 &&
-                            wide[i + 1] <= 0xdfff;
-        if (paired) {
-            run.push_back(c);
-            run.push_back(wide[++i]);
-        } else if (c >= 0xd800 && c <= 0xdfff) {
-            flush();
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
-            out += escape;
-        } else {
-            run.push_back(c);
-        }
-    }
-    flush();
-    out.push_back('"');
-    return out;
-}
 
 const char* TypeWord(std::uint32_t type) {
     switch (type) {
@@ -91,21 +59,22 @@ struct Row {
 };
 
 std::string Format(const Row& row, bool json, bool longForm) {
-    char numbers[160];
     if (json) {
-        std::snprintf(numbers, sizeof numbers,
-                      ", \"type\": \"%s\", \"size\": %" PRIu64 ", \"allocated\": %" PRIu64
-                      ", \"links\": %" PRIu64 ", \"mode\": %" PRIu64 ", \"uid\": %" PRIu64
-                      ", \"mtime_ms\": %" PRId64 ", \"target\": ",
-                      TypeWord(row.type), row.size, row.allocated, row.links, row.mode, row.uid,
-                      row.mtime);
-        std::string out = "{\"name\": " + JsonName(row.name) + numbers +
-                          (row.type == File::entry_link ? JsonName(row.target) : "null");
+        JsonOut out = {{"name", JsonName(row.name)},
+                       {"type", TypeWord(row.type)},
+                       {"size", row.size},
+                       {"allocated", row.allocated},
+                       {"links", row.links},
+                       {"mode", row.mode},
+                       {"uid", row.uid},
+                       {"mtime_ms", row.mtime},
+                       {"target", row.type == File::entry_link ? JsonOut(JsonName(row.target)) : JsonOut()}};
         if (row.drive != nullptr) {
-            out += std::string(", \"drive\": \"") + row.drive + "\"";
+            out["drive"] = row.drive;
         }
-        return out + "}";
+        return JsonLine(out);
     }
+    char numbers[160];
     if (!longForm) {
         return PlainName(row.name) + "\n";
     }
@@ -124,28 +93,22 @@ std::string Format(const Row& row, bool json, bool longForm) {
     return out + "\n";
 }
 
-int Ls(const Arguments& args) {
-    const bool json = args.Has("--json");
-    const bool longForm = args.Has("--long");
-    Arguments valued;  // the words without the two flags, for the option with a value
-    for (const std::string& word : args.words) {
-        if (word != "--json" && word != "--long") {
-            valued.words.push_back(word);
-        }
-    }
-    const ValueOptions split = SplitValueOptions(valued, {"--as"});
-    if (!split.error.empty()) {
-        return UsageError(split.error);
-    }
-    if (split.positional.size() > 1) {
-        return UsageError("ls takes at most one PATH");
-    }
-    const std::string path = split.positional.empty() ? std::string() : split.positional[0];
+struct LsOptions {
+    bool json = false;
+    bool longForm = false;
+    std::string as;
+    std::string path;
+};
+
+int Ls(const LsOptions& options, bool asGiven) {
+    const bool json = options.json;
+    const bool longForm = options.longForm;
+    const std::string& path = options.path;
     // Under --as the directory carries a token of that user, and lists with its access.
     std::shared_ptr<File::SubstToken> token;
-    if (const auto as = split.values.find("--as"); as != split.values.end()) {
+    if (asGiven) {
         std::u16string user;
-        if (!Common::Utf8ToUtf16(as->second, user)) {
+        if (!Common::Utf8ToUtf16(options.as, user)) {
             return UsageError("--as takes a user name in UTF-8");
         }
         const Common::Error logon = File::SubstToken::CreateLogonToken(user, nullptr, token);
@@ -207,7 +170,16 @@ int Ls(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kLs(
+CliRun Setup(CLI::App& app) {
+    auto options = std::make_shared<LsOptions>();
+    app.add_flag("--json", options->json, "print a JSON array");
+    app.add_flag("--long", options->longForm, "print every field of an entry");
+    app.add_option("--as", options->as, "list with the file access of USER")->type_name("USER");
+    app.add_option("PATH", options->path, "the directory; the mount points without it");
+    return [options, &app] { return Ls(*options, app.count("--as") != 0); };
+}
+
+const CliCommandRegistration kLs(
     {"ls", "[--json] [--long] [--as USER] [PATH]", "List a directory, or the mount points.",
      "One line per entry, in the order the file system gives, with the name exactly as the\n"
      "system has it: control characters are written \\xHH and a backslash is doubled. With\n"
@@ -222,7 +194,7 @@ const CommandRegistration kLs(
      "DOMAIN\\name), as a token of that user gives it; reading another user's entries needs\n"
      "the rights to act for them (root).\n"
      "A failure prints the error with its causes and exits with status 1.",
-     Ls});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -1,10 +1,12 @@
 #include <cstdio>
+#include <memory>
 #include <string>
+
+#include <CLI/CLI.hpp>
 
 #include <tessel_link/common/messages.h>
 #include <tessel_link/common/unicode.h>
 
-#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -19,22 +21,28 @@ bool ParseRow(const std::string& text, unsigned long& row) {
     return true;
 }
 
-int Run(const Arguments& args) {
+int Run(const std::string& word) {
     unsigned long row = 0;
-    if (args.positional.size() != 1 || !ParseRow(args.positional[0], row)) {
+    if (!ParseRow(word, row)) {
         return UsageError("message takes one ROW number");
     }
     const char16_t* text =
         row < Common::kMessageRowCount ? Common::GetMessageRow(static_cast<std::uint32_t>(row)) : nullptr;
     if (text == nullptr) {
-        return Fail("row " + args.positional[0] + " is out of range (0 to " +
+        return Fail("row " + word + " is out of range (0 to " +
                     std::to_string(Common::kMessageRowCount - 1) + ")");
     }
     if (*text == 0) {
-        return Fail("row " + args.positional[0] + " has no text");
+        return Fail("row " + word + " has no text");
     }
     std::printf("%s\n", Common::Utf16ToUtf8(text).c_str());
     return 0;
+}
+
+CliRun Setup(CLI::App& app) {
+    auto row = std::make_shared<std::string>();
+    app.add_option("ROW", *row, "the row number")->required();
+    return [row] { return Run(*row); };
 }
 
 const CliCommandRegistration kMessage(
@@ -42,7 +50,7 @@ const CliCommandRegistration kMessage(
      "ROW is the row number (the message identifier is 8 + 4 * ROW). The text is printed\n"
      "as UTF-8 with its line breaks and placeholders as they stand. Exit status 1 for a row\n"
      "without text or out of range.",
-     &PositionalsOnly<&Run>});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

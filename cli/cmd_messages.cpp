@@ -1,10 +1,11 @@
 #include <cstdio>
 #include <string>
 
+#include <CLI/CLI.hpp>
+
 #include <tessel_link/common/messages.h>
 #include <tessel_link/common/unicode.h>
 
-#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -25,10 +26,7 @@ std::string Escaped(const std::string& text) {
     return out;
 }
 
-int Run(const Arguments& args) {
-    if (!args.positional.empty()) {
-        return UsageError("messages takes no arguments");
-    }
+int Run() {
     for (std::uint32_t row = 0; row < Common::kMessageRowCount; ++row) {
         const char16_t* text = Common::GetMessageRow(row);
         if (text != nullptr && *text != 0) {
@@ -38,11 +36,15 @@ int Run(const Arguments& args) {
     return 0;
 }
 
+CliRun Setup(CLI::App&) {
+    return [] { return Run(); };
+}
+
 const CliCommandRegistration kMessages(
     {"messages", "", "Print every row of the message table that has text.",
      "Each line is ROW<TAB>TEXT, with a line break in a text written as \\n and a\n"
      "backslash as \\\\.",
-     &PositionalsOnly<&Run>});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -1,21 +1,20 @@
 #include <cstdio>
+#include <memory>
 #include <string>
+
+#include <CLI/CLI.hpp>
 
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/serialize/obscurer.h>
 
-#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
 namespace {
 
-int Run(const Arguments& args) {
-    if (args.positional.size() != 1) {
-        return UsageError("obscure takes one TEXT");
-    }
+int Run(const std::string& given) {
     std::u16string text;
-    if (!Common::Utf8ToUtf16(args.positional[0], text)) {
+    if (!Common::Utf8ToUtf16(given, text)) {
         return Fail("TEXT is not valid UTF-8");
     }
     const std::string result = Common::Utf16ToUtf8(Serialization::Obscure(text));
@@ -23,11 +22,17 @@ int Run(const Arguments& args) {
     return 0;
 }
 
+CliRun Setup(CLI::App& app) {
+    auto text = std::make_shared<std::string>();
+    app.add_option("TEXT", *text, "the text")->required();
+    return [text] { return Run(*text); };
+}
+
 const CliCommandRegistration kObscure(
     {"obscure", "TEXT", "Print the obscured form of TEXT, as secrets travel in packets.",
      "TEXT is taken as UTF-8. The result is the base64 text of the default obscurer; the\nsame "
      "TEXT always gives the same result.",
-     &PositionalsOnly<&Run>});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

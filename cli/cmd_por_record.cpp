@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,8 @@
 #include <tessel_link/por/construction.h>
 #include <tessel_link/por/print.h>
 
-#include "cli_positionals.h"
+#include <CLI/CLI.hpp>
+
 #include "command.h"
 #include "por_support.h"
 
@@ -32,20 +34,17 @@ private:
     std::map<std::string, Core::XidlTypeCreator> creators_;
 };
 
-int PorRecord(const Arguments& args) {
-    if (args.positional.size() != 1) {
-        return UsageError("por record takes one TYPE");
-    }
+int PorRecord(const std::string& name, bool blob) {
     CreatorTable table;
     CheckInXIDLTypes(&table);
-    const Core::XidlTypeCreator creator = table.Find(args.positional[0]);
+    const Core::XidlTypeCreator creator = table.Find(name);
     if (!creator) {
-        return Fail("no checked-in type is named " + args.positional[0]);
+        return Fail("no checked-in type is named " + name);
     }
     Por::UnitPtr unit;
     try {
         creator(unit);
-        if (args.Has("--blob")) {
+        if (blob) {
             std::vector<unsigned char> bytes;
             Por::Util::WriteBlob(*unit, bytes);
             std::fwrite(bytes.data(), 1, bytes.size(), stdout);
@@ -59,7 +58,11 @@ int PorRecord(const Arguments& args) {
 }
 
 CliRun Setup(CLI::App& app) {
-    return FlagsAndWords<&PorRecord>(app, {"--blob"});
+    auto name = std::make_shared<std::string>();
+    auto blob = std::make_shared<bool>(false);
+    app.add_option("TYPE", *name, "the type's full name")->required();
+    app.add_flag("--blob", *blob, "write the tree's binary form");
+    return [name, blob] { return PorRecord(*name, *blob); };
 }
 
 const CliCommandRegistration kPorRecord(

@@ -1,11 +1,13 @@
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/catalogue.h>
 
-#include "cli_positionals.h"
+#include <CLI/CLI.hpp>
+
 #include "command.h"
 
 namespace tessel_cli {
@@ -39,23 +41,24 @@ int PrintPacket(const TypeInfo& type) {
     return 0;
 }
 
-int Run(const Arguments& args) {
-    if (args.positional.size() != 1) {
-        return UsageError("record takes one TYPE");
-    }
-    const TypeInfo* type = Serialization::Xidl::FindType(args.positional[0]);
+int Run(const std::string& name, bool members) {
+    const TypeInfo* type = Serialization::Xidl::FindType(name);
     if (!type) {
-        return Fail("unknown type " + args.positional[0]);
+        return Fail("unknown type " + name);
     }
     try {
-        return args.Has("--members") ? PrintMembers(*type) : PrintPacket(*type);
+        return members ? PrintMembers(*type) : PrintPacket(*type);
     } catch (const Common::Error& error) {
         return Fail("writing the record failed with error " + std::to_string(error.Code()));
     }
 }
 
 CliRun Setup(CLI::App& app) {
-    return FlagsAndWords<&Run>(app, {"--members"});
+    auto name = std::make_shared<std::string>();
+    auto members = std::make_shared<bool>(false);
+    app.add_option("TYPE", *name, "the type's full name")->required();
+    app.add_flag("--members", *members, "print the member names in wire order");
+    return [name, members] { return Run(*name, *members); };
 }
 
 const CliCommandRegistration kRecord(

@@ -1,15 +1,17 @@
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include <tessel_link/binding/request.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/facade/catalogue.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
-#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
@@ -47,22 +49,19 @@ void WritePacket(Binding::Request& request, void* context) {
     serializer.Finish(*static_cast<std::vector<unsigned char>*>(context));
 }
 
-int Run(const Arguments& args) {
-    if (args.positional.size() != 2) {
-        return UsageError("request takes a component ID and a method");
-    }
+int Run(const std::string& componentWord, const std::string& methodWord) {
     // The component by ID, or by interface name with or without its namespace.
     std::uint32_t id = 0;
     const Core::Catalogue::Component* component =
-        ParseNumber(args.positional[0], id)
+        ParseNumber(componentWord, id)
             ? Core::Catalogue::FindComponent(id)
-            : Core::Catalogue::FindComponent(std::string_view(args.positional[0]));
+            : Core::Catalogue::FindComponent(std::string_view(componentWord));
     if (component == nullptr) {
-        return Fail("no component (or more than one) is known as " + args.positional[0]);
+        return Fail("no component (or more than one) is known as " + componentWord);
     }
-    const Core::Catalogue::Method* method = FindMethod(*component, args.positional[1]);
+    const Core::Catalogue::Method* method = FindMethod(*component, methodWord);
     if (method == nullptr) {
-        return Fail(std::string(component->Interface) + " has no method " + args.positional[1]);
+        return Fail(std::string(component->Interface) + " has no method " + methodWord);
     }
     std::vector<unsigned char> packet;
     try {
@@ -75,6 +74,12 @@ int Run(const Arguments& args) {
     return 0;
 }
 
+CliRun Setup(CLI::App& app) {
+    auto words = std::make_shared<std::vector<std::string>>();
+    app.add_option("COMPONENT METHOD", *words, "the component and its method")->required()->expected(2);
+    return [words] { return Run((*words)[0], (*words)[1]); };
+}
+
 const CliCommandRegistration kRequest(
     {"request", "COMPONENT METHOD",
      "Print the request packet of a call with default-constructed arguments.",
@@ -82,7 +87,7 @@ const CliCommandRegistration kRequest(
      "(with its namespace when the name alone is ambiguous); METHOD is a method's name or\n"
      "number. The packet is the\n"
      "one the request writes for a service in the same process: what CreateDeserializer reads.",
-     &PositionalsOnly<&Run>});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -1,27 +1,29 @@
 #include <cstdio>
 
+#include <CLI/CLI.hpp>
+
 #include <tessel_link/xidl/catalogue.h>
 
-#include "cli_positionals.h"
 #include "command.h"
 
 namespace tessel_cli {
 namespace {
 
-int Run(const Arguments& args) {
-    if (!args.positional.empty()) {
-        return UsageError("types takes no arguments");
-    }
+int Run() {
     for (const Serialization::Xidl::TypeInfo* type : Serialization::Xidl::CheckedInTypes()) {
         std::printf("%s\n", type->FullName);
     }
     return 0;
 }
 
+CliRun Setup(CLI::App&) {
+    return [] { return Run(); };
+}
+
 const CliCommandRegistration kTypes(
     {"types", "", "Print the names of the types that hosts can make by name.",
      "One full name a line, in the order in which the library registers them with a host.",
-     &PositionalsOnly<&Run>});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -1,13 +1,16 @@
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/usn_journal.h>
 
+#include <CLI/CLI.hpp>
+
 #include "file/change_notification.h"
 #include "file/watched_dir.h"
-#include "value_options.h"
 #include "zip_support.h"
 
 namespace tessel_cli {
@@ -31,24 +34,15 @@ bool RunCommand(const std::string& image, File::ioctl_command& command, Common::
     return true;
 }
 
-int UsnRead(const Arguments& args) {
-    const ValueOptions split = SplitValueOptions(args, {"--from"});
-    if (!split.error.empty()) {
-        return UsageError(split.error);
-    }
-    if (split.positional.size() != 1) {
-        return UsageError("usn read takes one IMAGE");
-    }
+int UsnRead(const std::string& image, const std::string& fromText) {
     unsigned long long from = 0;
-    const auto given = split.values.find("--from");
-    if (given != split.values.end() &&
-        (!ParseDecimal(given->second, from) || from > 0x7fffffffffffffffull)) {
+    if (!fromText.empty() && (!ParseDecimal(fromText, from) || from > 0x7fffffffffffffffull)) {
         return UsageError("--from takes a USN in decimal");
     }
 
     Common::Error error;
     File::usn_journal_command journal;
-    if (!RunCommand(split.positional[0], journal, error)) {
+    if (!RunCommand(image, journal, error)) {
         return FailWith(error);
     }
     std::unique_ptr<File::UsnJournalReader> reader;
@@ -71,17 +65,14 @@ int UsnRead(const Arguments& args) {
     return 0;
 }
 
-int UsnLookup(const Arguments& args) {
-    if (!args.options.empty()) {
-        return UsageError("unknown option " + args.options[0]);
-    }
+int UsnLookup(const std::string& image, const std::string& frn) {
     unsigned long long reference = 0;
-    if (args.positional.size() != 2 || !ParseDecimal(args.positional[1], reference)) {
+    if (!ParseDecimal(frn, reference)) {
         return UsageError("usn lookup takes an IMAGE and a file reference in decimal");
     }
     Common::Error error;
     File::file_record_info_command files;
-    if (!RunCommand(args.positional[0], files, error)) {
+    if (!RunCommand(image, files, error)) {
         return FailWith(error);
     }
     File::FileRecordInfo info;
@@ -94,7 +85,26 @@ int UsnLookup(const Arguments& args) {
     return 0;
 }
 
-const CommandRegistration kUsnRead(
+CliRun SetupRead(CLI::App& app) {
+    auto image = std::make_shared<std::string>();
+    auto from = std::make_shared<std::string>();
+    app.add_option("--from", *from, "the USN to read from (0: the oldest record kept)")->type_name("USN");
+    app.add_option("IMAGE", *image, "the journal image")->required();
+    return [image, from, &app] {
+        if (app.count("--from") != 0 && from->empty()) {
+            return UsageError("--from takes a USN in decimal");
+        }
+        return UsnRead(*image, *from);
+    };
+}
+
+CliRun SetupLookup(CLI::App& app) {
+    auto words = std::make_shared<std::vector<std::string>>();
+    app.add_option("IMAGE FRN", *words, "the journal image and a file reference")->required()->expected(2);
+    return [words] { return UsnLookup((*words)[0], (*words)[1]); };
+}
+
+const CliCommandRegistration kUsnRead(
     {"usn read", "[--from USN] IMAGE", "List the records of a change journal image from a position.",
      "IMAGE is a change journal recorded in a file: the 56-byte journal data, then version 2\n"
      "records back to back. One line per record from USN (0, the default, means the oldest\n"
@@ -103,14 +113,14 @@ const CommandRegistration kUsnRead(
      "\"next USN<TAB>N\", the position to read on from later. A start before the oldest record,\n"
      "a journal that moved between two reads or a damaged image prints the error's code and\n"
      "text, and exits with status 1.",
-     UsnRead});
+     SetupRead});
 
-const CommandRegistration kUsnLookup(
+const CliCommandRegistration kUsnLookup(
     {"usn lookup", "IMAGE FRN", "Show the parent and name of a file reference in a journal image.",
      "Prints PARENT_FRN<TAB>NAME for the file reference FRN (decimal), from the last record of\n"
      "the image for it. A reference that the image doesn't know prints 0x0004002a and exits\n"
      "with status 1.",
-     UsnLookup});
+     SetupLookup});
 
 }  // namespace
 }  // namespace tessel_cli

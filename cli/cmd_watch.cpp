@@ -9,9 +9,10 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/dir_notification.h>
 
+#include <CLI/CLI.hpp>
+
 #include "file/change_notification.h"
 #include "file/watched_dir.h"
-#include "value_options.h"
 #include "zip_support.h"
 
 namespace tessel_cli {
@@ -57,30 +58,26 @@ private:
     unsigned long long printed_ = 0;
 };
 
-int Watch(const Arguments& args) {
-    const ValueOptions split = SplitValueOptions(args, {"--count", "--timeout"});
-    if (!split.error.empty()) {
-        return UsageError(split.error);
-    }
-    if (split.positional.empty()) {
-        return UsageError("watch takes one DIR or more");
-    }
+struct WatchOptions {
+    std::string count;    // empty when not given
+    std::string timeout;  // empty when not given
+    std::vector<std::string> dirs;
+};
+
+int Watch(const WatchOptions& options, bool countGiven, bool timeoutGiven) {
     unsigned long long count = 0;
     unsigned long long timeout = 0;
-    if (const auto c = split.values.find("--count");
-        c != split.values.end() && (!ParseDecimal(c->second, count) || count == 0)) {
+    if (countGiven && (!ParseDecimal(options.count, count) || count == 0)) {
         return UsageError("--count takes a positive number");
     }
-    if (const auto t = split.values.find("--timeout");
-        t != split.values.end() && (!ParseDecimal(t->second, timeout) || timeout == 0 ||
-                                    timeout > 100000000)) {
+    if (timeoutGiven && (!ParseDecimal(options.timeout, timeout) || timeout == 0 || timeout > 100000000)) {
         return UsageError("--timeout takes a positive number of seconds");
     }
 
     auto* printer = new PrintChanges(count);
     std::vector<std::unique_ptr<File::watched_dir>> dirs;
     int status = 0;
-    for (const std::string& name : split.positional) {
+    for (const std::string& name : options.dirs) {
         std::u16string path;
         if (!Common::Utf8ToUtf16(name, path)) {
             path = Common::WidenLatin1(name);
@@ -99,7 +96,15 @@ int Watch(const Arguments& args) {
     return status;
 }
 
-const CommandRegistration kWatch(
+CliRun Setup(CLI::App& app) {
+    auto options = std::make_shared<WatchOptions>();
+    app.add_option("--count", options->count, "stop after N lines")->type_name("N");
+    app.add_option("--timeout", options->timeout, "stop after SECONDS")->type_name("SECONDS");
+    app.add_option("DIR", options->dirs, "the directories to watch")->required();
+    return [options, &app] { return Watch(*options, app.count("--count") != 0, app.count("--timeout") != 0); };
+}
+
+const CliCommandRegistration kWatch(
     {"watch", "[--count N] [--timeout SECONDS] DIR...",
      "Print the path of each watched directory when something in it changes.",
      "Watches each DIR itself (not its sub-directories) for entries created, deleted or\n"
@@ -108,7 +113,7 @@ const CommandRegistration kWatch(
      "next. Stops after N lines (--count) or after SECONDS (--timeout), whichever comes\n"
      "first, and exits with status 0; without either it runs until it is killed. A directory\n"
      "that can't be watched prints the error's code and text, and exits with status 1.",
-     Watch});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <string>
 
 #include <tessel_link/common/unicode.h>
@@ -8,7 +9,8 @@
 #include <tessel_link/file/system_file.h>
 #include <tessel_link/xml/xml_tag.h>
 
-#include "cli_positionals.h"
+#include <CLI/CLI.hpp>
+
 #include "command.h"
 
 namespace tessel_cli {
@@ -93,11 +95,7 @@ void AppendTree(std::string& out, const Xml::XmlTag& tag, int depth) {
     }
 }
 
-int XmlDump(const Arguments& args) {
-    if (args.positional.size() != 1) {
-        return UsageError("xml dump takes one FILE (or - for standard input)");
-    }
-    const std::string& name = args.positional[0];
+int XmlDump(const std::string& name, bool json) {
     Xml::XmlDocument document;
     std::uint32_t line = 0;
     std::uint32_t column = 0;
@@ -125,7 +123,7 @@ int XmlDump(const Arguments& args) {
     }
     std::string out;
     if (document.Root() != nullptr) {
-        if (args.Has("--json")) {
+        if (json) {
             AppendJson(out, *document.Root());
             out += '\n';
         } else {
@@ -137,7 +135,11 @@ int XmlDump(const Arguments& args) {
 }
 
 CliRun Setup(CLI::App& app) {
-    return FlagsAndWords<&XmlDump>(app, {"--json"});
+    auto name = std::make_shared<std::string>();
+    auto json = std::make_shared<bool>(false);
+    app.add_option("FILE", *name, "the document, or - for standard input")->required();
+    app.add_flag("--json", *json, "print the tree as JSON");
+    return [name, json] { return XmlDump(*name, *json); };
 }
 
 const CliCommandRegistration kXmlDump(

@@ -1,25 +1,24 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
-#include "cli_positionals.h"
+#include <CLI/CLI.hpp>
+
 #include "zip_support.h"
 
 namespace tessel_cli {
 namespace {
 
-int ZipCat(const Arguments& args) {
-    if (args.positional.size() != 2) {
-        return UsageError("zip cat takes a FILE and a MEMBER");
-    }
+int ZipCat(const std::string& file, const std::string& name) {
     Common::Error error;
-    const auto archive = OpenArchiveArgument(args.positional[0], error);
+    const auto archive = OpenArchiveArgument(file, error);
     if (!archive) {
         return FailWith(error);
     }
     // The name's bytes stand for themselves, as the archive's names do.
     const std::unique_ptr<File::si_file> member(
-        archive->OpenI(Common::WidenLatin1(args.positional[1]).c_str(), 0));
+        archive->OpenI(Common::WidenLatin1(name).c_str(), 0));
     if (!member) {
         return FailWith(archive->GetError());
     }
@@ -40,13 +39,19 @@ int ZipCat(const Arguments& args) {
     return std::fflush(stdout) == 0 ? 0 : Fail("cannot write to standard output");
 }
 
+CliRun Setup(CLI::App& app) {
+    auto words = std::make_shared<std::vector<std::string>>();
+    app.add_option("FILE MEMBER", *words, "the archive and the member's name")->required()->expected(2);
+    return [words] { return ZipCat((*words)[0], (*words)[1]); };
+}
+
 const CliCommandRegistration kZipCat(
     {"zip cat", "FILE MEMBER", "Write one member of a ZIP archive to standard output.",
      "MEMBER is found as the library finds entries: ASCII letters match in either case, and\n"
      "a '\\' matches a '/' of the stored name. Its bytes are checked against the stored\n"
      "checksum at the end. A failure prints the error's code (0x and eight hex digits) and\n"
      "text on standard error and exits with status 1; bytes already written stay written.",
-     &PositionalsOnly<&ZipCat>});
+     Setup});
 
 }  // namespace
 }  // namespace tessel_cli

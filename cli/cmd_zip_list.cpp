@@ -1,9 +1,11 @@
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
 
-#include "json_text.h"
-#include "cli_positionals.h"
+#include <CLI/CLI.hpp>
+
+#include "json_out.h"
 #include "zip_support.h"
 
 namespace tessel_cli {
@@ -11,37 +13,33 @@ namespace {
 
 // A stored name for JSON: as it is when it is UTF-8, else each byte as the character of the
 // same value, which is how the library itself widens names.
-std::string JsonName(std::string_view stored) {
+std::string StoredName(std::string_view stored) {
     std::u16string wide;
     if (Common::Utf8ToUtf16(stored, wide)) {
-        return JsonString(stored);
+        return std::string(stored);
     }
-    return JsonString(Common::Utf16ToUtf8(Common::WidenLatin1(stored)));
+    return Common::Utf16ToUtf8(Common::WidenLatin1(stored));
 }
 
-int ZipList(const Arguments& args) {
-    if (args.positional.size() != 1) {
-        return UsageError("zip list takes one FILE");
-    }
+int ZipList(const std::string& file, bool json) {
     Common::Error error;
-    const auto archive = OpenArchiveArgument(args.positional[0], error);
+    const auto archive = OpenArchiveArgument(file, error);
     if (!archive) {
         return FailWith(error);
     }
-    const bool json = args.Has("--json");
     std::string out = json ? "[" : "";
     bool first = true;
     for (auto entry = archive->Entries(); entry && !entry->Failed(); entry->Next()) {
         const File::zip_central_entry e = entry->Entry();
         char numbers[96];
         if (json) {
-            std::snprintf(numbers, sizeof numbers,
-                          ", \"method\": %u, \"compressed\": %" PRIu32 ", \"size\": %" PRIu32
-                          ", \"crc32\": \"%08" PRIx32 "\"}",
-                          static_cast<unsigned>(e.Method), e.CompressedSize, e.Size, e.Crc32);
-            out += first ? "\n  {\"name\": " : ",\n  {\"name\": ";
-            out += JsonName(e.Name);
-            out += numbers;
+            std::snprintf(numbers, sizeof numbers, "%08" PRIx32, e.Crc32);
+            const JsonOut row = {{"name", StoredName(e.Name)},
+                                 {"method", static_cast<unsigned>(e.Method)},
+                                 {"compressed", e.CompressedSize},
+                                 {"size", e.Size},
+                                 {"crc32", numbers}};
+            out += (first ? "\n  " : ",\n  ") + JsonLine(row);
         } else {
             std::snprintf(numbers, sizeof numbers, "\t%u\t%" PRIu32 "\t%" PRIu32 "\t%08" PRIx32 "\n",
                           static_cast<unsigned>(e.Method), e.CompressedSize, e.Size, e.Crc32);
@@ -58,7 +56,11 @@ int ZipList(const Arguments& args) {
 }
 
 CliRun Setup(CLI::App& app) {
-    return FlagsAndWords<&ZipList>(app, {"--json"});
+    auto file = std::make_shared<std::string>();
+    auto json = std::make_shared<bool>(false);
+    app.add_option("FILE", *file, "the archive")->required();
+    app.add_flag("--json", *json, "print a JSON array");
+    return [file, json] { return ZipList(*file, *json); };
 }
 
 const CliCommandRegistration kZipList(

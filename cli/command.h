@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace CLI {
 class App;
@@ -10,37 +9,11 @@ class App;
 
 namespace tessel_cli {
 
-// The arguments of one subcommand: the words after its name, with options split out.
-struct Arguments {
-    std::vector<std::string> positional;
-    std::vector<std::string> options;  // "--json", "--members", ...
-    std::vector<std::string> words;    // all of them in their order, for options with values
-
-    bool Has(const std::string& option) const;
-};
-
-using Handler = int (*)(const Arguments& args);
-
-struct Command {
-    std::string name;     // words of the subcommand, such as "error decode"
-    std::string usage;    // the argument synopsis, such as "HEX [--json]"
-    std::string summary;  // one line for the list of commands
-    std::string help;     // the full text of --help, after the usage line
-    Handler run;
-};
-
-// Adds a subcommand to the tool. Used through a static CommandRegistration in the file that
-// implements it, so that every subcommand lives in one file of its own.
-void RegisterCommand(Command command);
-
-struct CommandRegistration {
-    explicit CommandRegistration(Command command) { RegisterCommand(std::move(command)); }
-};
-
-// A subcommand whose options and positionals CLI11 parses, with CLI11's --help. `setup` adds
-// them to the subcommand's app (whose usage line and description are set already) and
-// returns what runs once the words were understood; its result is the exit status. A word
-// CLI11 does not understand is a usage error (status 2).
+// A subcommand of the tool, in a cmd_*.cpp of its own that registers it through a static
+// CliCommandRegistration. CLI11 parses its options and positionals and gives its --help:
+// `setup` adds them to the subcommand's app (whose usage line and description are set
+// already) and returns what runs once the words were understood; its result is the exit
+// status. A word CLI11 does not understand is a usage error (status 2).
 using CliRun = std::function<int()>;
 using CliSetup = CliRun (*)(CLI::App& app);
 
@@ -61,5 +34,9 @@ struct CliCommandRegistration {
 // Prints "tessel: MESSAGE" on standard error and returns 1; a usage error returns 2.
 int Fail(const std::string& message);
 int UsageError(const std::string& message);
+
+// A decimal number of at most 64 bits, without sign, for the values of options that the
+// command checks itself, so as to say what it expected.
+bool ParseDecimal(const std::string& text, unsigned long long& value);
 
 }  // namespace tessel_cli

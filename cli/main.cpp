@@ -17,11 +17,6 @@ namespace tessel_cli {
 
 namespace {
 
-std::vector<Command>& Commands() {
-    static std::vector<Command> commands;
-    return commands;
-}
-
 std::vector<CliCommand>& CliCommands() {
     static std::vector<CliCommand> commands;
     return commands;
@@ -67,9 +62,6 @@ std::vector<std::string> SplitWords(const std::string& name) {
 void PrintUsage(std::FILE* out) {
     std::fprintf(out, "usage: tessel COMMAND [ARGS] [--help]\n       tessel --version\n\ncommands:\n");
     std::vector<std::pair<std::string, std::string>> sorted;
-    for (const Command& c : Commands()) {
-        sorted.emplace_back(c.name, c.summary);
-    }
     for (const CliCommand& c : CliCommands()) {
         sorted.emplace_back(c.name, c.summary);
     }
@@ -79,22 +71,7 @@ void PrintUsage(std::FILE* out) {
     }
 }
 
-void PrintHelp(const Command& c) {
-    std::printf("usage: tessel %s %s\n\n%s\n", c.name.c_str(), c.usage.c_str(), c.summary.c_str());
-    if (!c.help.empty()) {
-        std::printf("\n%s\n", c.help.c_str());
-    }
-}
-
 }  // namespace
-
-bool Arguments::Has(const std::string& option) const {
-    return std::find(options.begin(), options.end(), option) != options.end();
-}
-
-void RegisterCommand(Command command) {
-    Commands().push_back(std::move(command));
-}
 
 void RegisterCliCommand(CliCommand command) {
     CliCommands().push_back(std::move(command));
@@ -110,6 +87,25 @@ int UsageError(const std::string& message) {
     return 2;
 }
 
+bool ParseDecimal(const std::string& text, unsigned long long& value) {
+    if (text.empty() || text.size() > 20) {
+        return false;
+    }
+    unsigned long long v = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            return false;
+        }
+        const unsigned digit = static_cast<unsigned>(c - '0');
+        if (v > (~0ull - digit) / 10) {
+            return false;
+        }
+        v = v * 10 + digit;
+    }
+    value = v;
+    return true;
+}
+
 int Main(int argc, char** argv) {
     std::vector<std::string> words(argv + 1, argv + argc);
     if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
@@ -121,9 +117,9 @@ int Main(int argc, char** argv) {
         return 0;
     }
     // The longest registered name that the leading words spell.
-    const Command* best = nullptr;
+    const CliCommand* best = nullptr;
     std::size_t bestLength = 0;
-    for (const Command& c : Commands()) {
+    for (const CliCommand& c : CliCommands()) {
         const std::vector<std::string> name = SplitWords(c.name);
         if (name.size() <= words.size() && name.size() > bestLength &&
             std::equal(name.begin(), name.end(), words.begin())) {
@@ -131,42 +127,12 @@ int Main(int argc, char** argv) {
             bestLength = name.size();
         }
     }
-    const CliCommand* bestCli = nullptr;
-    for (const CliCommand& c : CliCommands()) {
-        const std::vector<std::string> name = SplitWords(c.name);
-        if (name.size() <= words.size() && name.size() > bestLength &&
-            std::equal(name.begin(), name.end(), words.begin())) {
-            bestCli = &c;
-            bestLength = name.size();
-        }
-    }
-    if (bestCli != nullptr) {
-        return RunCli(*bestCli, std::vector<std::string>(words.begin() + static_cast<std::ptrdiff_t>(bestLength),
-                                                         words.end()));
-    }
     if (best == nullptr) {
         std::fprintf(stderr, "tessel: unknown command '%s'\n\n", words[0].c_str());
         PrintUsage(stderr);
         return 2;
     }
-    Arguments args;
-    bool onlyPositional = false;
-    for (std::size_t i = bestLength; i < words.size(); ++i) {
-        const std::string& w = words[i];
-        args.words.push_back(w);
-        if (!onlyPositional && w == "--") {
-            onlyPositional = true;
-        } else if (!onlyPositional && w.size() > 2 && w.compare(0, 2, "--") == 0) {
-            args.options.push_back(w);
-        } else {
-            args.positional.push_back(w);
-        }
-    }
-    if (args.Has("--help")) {
-        PrintHelp(*best);
-        return 0;
-    }
-    return best->run(args);
+    return RunCli(*best, std::vector<std::string>(words.begin() + static_cast<std::ptrdiff_t>(bestLength), words.end()));
 }
 
 }  // namespace tessel_cli

@@ -147,7 +147,12 @@ private:
         Session(Impl& host, Detail::Socket socket)
             : host_(host), socket_(std::move(socket)), reader_(host.options_.MaxFrameLength) {}
 
-        void Begin() { Read(); }
+        void Begin() {
+            // Replies are written at once where the socket takes them (see Send).
+            std::error_code error;
+            socket_.non_blocking(true, error);
+            Read();
+        }
 
         void Close() {
             std::error_code ignored;
@@ -170,55 +175,83 @@ private:
                                     });
         }
 
+        // Serves the frames that have come, one after the other, until one is missing bytes,
+        // a reply waits for the socket or the connection ends.
         void Process() {
-            Frame request;
-            switch (reader_.Next(request)) {
-                case FrameStatus::NeedMore:
-                    Read();
-                    return;
-                case FrameStatus::Complete:
-                    if (request.Header.IsReply() || request.Header.IsFailure()) {
-                        Refuse(request.Header, "a request frame with the flags of a reply");
+            for (;;) {
+                Frame request;
+                switch (reader_.Next(request)) {
+                    case FrameStatus::NeedMore:
+                        Read();
                         return;
-                    }
-                    Write(host_.Serve(request), true);
-                    return;
-                case FrameStatus::BadMagic:
-                    host_.dropped_.fetch_add(1, std::memory_order_relaxed);
-                    End();
-                    return;
-                case FrameStatus::BadVersion:
-                    Refuse(*reader_.PendingHeader(), "a frame of a format version this host does not speak");
-                    return;
-                case FrameStatus::BadFlags:
-                    Refuse(*reader_.PendingHeader(), "a frame with unknown flags");
-                    return;
-                case FrameStatus::TooLong:
-                    Refuse(*reader_.PendingHeader(), "a frame longer than the host takes");
-                    return;
+                    case FrameStatus::Complete:
+                        if (request.Header.IsReply() || request.Header.IsFailure()) {
+                            Refuse(request.Header, "a request frame with the flags of a reply");
+                            return;
+                        }
+                        if (!Send(host_.Serve(request), true)) {
+                            return;
+                        }
+                        continue;
+                    case FrameStatus::BadMagic:
+                        host_.dropped_.fetch_add(1, std::memory_order_relaxed);
+                        End();
+                        return;
+                    case FrameStatus::BadVersion:
+                        Refuse(*reader_.PendingHeader(), "a frame of a format version this host does not speak");
+                        return;
+                    case FrameStatus::BadFlags:
+                        Refuse(*reader_.PendingHeader(), "a frame with unknown flags");
+                        return;
+                    case FrameStatus::TooLong:
+                        Refuse(*reader_.PendingHeader(), "a frame longer than the host takes");
+                        return;
+                }
             }
         }
 
         // Answers a frame that ends the connection.
         void Refuse(const FrameHeader& header, const char* why) {
             host_.failures_.fetch_add(1, std::memory_order_relaxed);
-            Write(FailureFrame(header, NetError(TL_ORIGIN("Net::ServiceHost::Serve"), kErrorBadFrame,
-                                                Detail::kRowConnectivity, why)),
-                  false);
+            Send(FailureFrame(header, NetError(TL_ORIGIN("Net::ServiceHost::Serve"), kErrorBadFrame,
+                                               Detail::kRowConnectivity, why)),
+                 false);
         }
 
-        void Write(std::vector<unsigned char> frame, bool goOn) {
+        // Writes a frame; true when it went whole at once and the session goes on with the
+        // next frame on this thread. Most replies fit the socket's buffer: written here, they
+        // spare a completion handed through the loop, which often wakes another of the host's
+        // threads. The rest of a longer one is written in the background, and its completion
+        // goes on with the next frame.
+        bool Send(std::vector<unsigned char> frame, bool goOn) {
             out_ = std::move(frame);
-            asio::async_write(socket_, asio::buffer(out_),
-                              [self = shared_from_this(), goOn](const std::error_code& error,
+            std::error_code error;
+            std::size_t written = socket_.write_some(asio::buffer(out_), error);
+            if (error == asio::error::would_block || error == asio::error::try_again) {
+                error.clear();
+                written = 0;
+            }
+            if (error) {
+                End();
+                return false;
+            }
+            if (written == out_.size()) {
+                if (!goOn) {
+                    End();
+                }
+                return goOn;
+            }
+            asio::async_write(socket_, asio::buffer(out_.data() + written, out_.size() - written),
+                              [self = shared_from_this(), goOn](const std::error_code& failure,
                                                                 std::size_t) {
-                                  if (error || !goOn) {
+                                  if (failure || !goOn) {
                                       self->End();
                                       return;
                                   }
                                   // More frames may have come with the last read.
                                   self->Process();
                               });
+            return false;
         }
 
         void End() {

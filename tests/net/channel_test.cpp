@@ -89,6 +89,25 @@ TEST_P(HostedService, EightThreadsShareTheChannelAndEveryReplyIsTheirOwn) {
     EXPECT_EQ(host.Counters().Calls, 8u * static_cast<std::uint64_t>(calls));
 }
 
+TEST_P(HostedService, AReplyLongerThanTheSocketTakesGoesOnInTheBackground) {
+    Client client(bound);
+    constexpr std::uint32_t kSize = 6u << 20;
+    std::string big;
+    std::thread caller([&] { EXPECT_EQ(client.Manager->GetData("big", kSize, big).Code(), 0u); });
+    // The other callers are served while the long reply is still being written.
+    for (int k = 0; k < 50; ++k) {
+        std::string result;
+        ASSERT_EQ(client.Manager->GetData("small", static_cast<std::uint32_t>(k), result).Code(), 0u);
+        EXPECT_EQ(result, "small:" + std::to_string(k));
+    }
+    caller.join();
+    EXPECT_EQ(big.size(), kSize);
+    EXPECT_EQ(big.find_first_not_of('x'), std::string::npos);
+    std::string result;
+    ASSERT_EQ(client.Manager->GetData("after", 1, result).Code(), 0u);
+    EXPECT_EQ(result, "after:1");
+}
+
 INSTANTIATE_TEST_SUITE_P(Net, HostedService, ::testing::Values("unix", "tcp"));
 
 // A raw connection to the host, for sending what no channel sends.
@@ -199,6 +218,36 @@ TEST(ServiceHost, BadFramesAreAnsweredOrDroppedAndTheOthersGoOn) {
     ASSERT_EQ(client.Manager->GetData("after", 7, result).Code(), 0u);
     EXPECT_EQ(result, "after:7");
     EXPECT_GE(host.Counters().Dropped, 1u);
+}
+
+TEST(ServiceHost, FramesSentBackToBackAreAnsweredInTheirOrder) {
+    auto service = std::make_shared<EchoService>();
+    Net::ServiceHost host(Net::HostOptions{2, Net::kDefaultMaxFrameLength});
+    host.Register(std::make_unique<TestManagement::TestManager_Dispatcher>(service));
+    ASSERT_TRUE(host.Start(UnixAddress("back_to_back")).Succeeded());
+    const int fd = Connect(SocketPath("back_to_back"));
+    // Calls of a method the component has and of one it lacks, in turn, all in one write.
+    Net::FrameHeader header;
+    header.ComponentId = 188;
+    header.InterfaceVersion = 1;
+    const std::string junk = "<not a packet";
+    std::vector<unsigned char> frames;
+    constexpr int kFrames = 200;
+    for (int k = 0; k < kFrames; ++k) {
+        header.MethodNumber = k % 2 == 0 ? 3 : 99;
+        const std::vector<unsigned char> frame =
+            Net::EncodeFrame(header, {reinterpret_cast<const unsigned char*>(junk.data()), junk.size()});
+        frames.insert(frames.end(), frame.begin(), frame.end());
+    }
+    ScriptedPeer::WriteAll(fd, frames);
+    for (int k = 0; k < kFrames; ++k) {
+        const Net::Frame reply = ReadReply(fd);
+        ASSERT_TRUE(reply.Header.IsReply()) << "reply " << k;
+        EXPECT_EQ(reply.Header.MethodNumber, k % 2 == 0 ? 3u : 99u);
+        EXPECT_EQ(reply.Header.IsFailure(), k % 2 == 1);
+    }
+    ::close(fd);
+    EXPECT_EQ(host.Counters().Calls, static_cast<std::uint64_t>(kFrames / 2));
 }
 
 TEST(ServiceHost, RefusesAnAddressInUse) {

@@ -25,7 +25,8 @@
 
 namespace NetTesting {
 
-// GetData answers "HOST:SIZE"; the host name "block" waits until Release, "fail" fails.
+// GetData answers "HOST:SIZE"; the host name "block" waits until Release, "fail" fails, "big"
+// answers SIZE bytes.
 class EchoService : public TestManagement::TestManager {
 public:
     Common::Error Test() override { return Common::ErrorSuccess; }
@@ -36,6 +37,10 @@ public:
             while (!Released.load()) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
+        }
+        if (hostname == "big") {
+            result.assign(size, 'x');
+            return Common::ErrorSuccess;
         }
         if (hostname == "fail") {
             return Common::Error(TL_ORIGIN("EchoService::GetData"), 0x9c0044, u"refused");

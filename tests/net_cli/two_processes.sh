@@ -12,7 +12,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # Starts a server at $1 and sets $address to where it listens.
 start() {
-    "$tessel" serve --listen "$1" --threads 2 >"$work/serve.out" 2>"$work/serve.err" &
+    "$tessel" serve --listen "$1" --threads 2 --tick 100 >"$work/serve.out" 2>"$work/serve.err" &
     server=$!
     for _ in $(seq 100); do
         if grep -q '^listening on ' "$work/serve.out"; then
@@ -103,6 +103,36 @@ exercise() {
     id=$(python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["out"]["ids"][0])' "$work/out")
     call 0 InstanceManager GetList "{\"ids\": [\"$id\"]}"
     check 'r["out"]["result"][0]["FullPath"] == "/srv/one"'
+
+    # The event service: its ticks wait in a queue of their type until fetched.
+    call 0 EventManager CreateQueue '{"type": 3}'
+    local queue
+    queue=$(python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["out"]["result"])' "$work/out")
+    for _ in $(seq 20); do
+        call 0 EventManager AbsorbQueue "{\"id\": $queue}"
+        python3 -c 'import json,sys; sys.exit(not json.load(open(sys.argv[1]))["out"]["result"])' "$work/out" && break
+    done
+    check 'r["out"]["result"][0]["Type"] == 3 and r["out"]["result"][0]["Message"].startswith("tick ")'
+    call 0 EventManager DestroyQueue "{\"id\": $queue}"
+    # A client's event proxy over the socket: its sinks receive the events raised through the
+    # service's Dispatch, and each removal ends its fetch at once instead of waiting it out.
+    "$tessel" events demo --connect "$address" --events 4 >"$work/out" 2>"$work/err" ||
+        fail "events demo over the socket: $(cat "$work/out" "$work/err")"
+    python3 - "$work/out" <<'PY' || fail "events over the socket: $(cat "$work/out")"
+import re, sys
+lines = open(sys.argv[1]).read().splitlines()
+got = sorted(re.sub(r" time=\S+", "", l) for l in lines if l.startswith("deliver"))
+want = sorted(["deliver  sink=console type=1 message=job 1 changed",
+               "deliver  sink=console type=2 message=task 2 changed",
+               "deliver  sink=agent type=2 message=task 2 changed",
+               "deliver  sink=console type=1 message=job 3 changed",
+               "deliver  sink=console type=2 message=task 4 changed",
+               "deliver  sink=agent type=2 message=task 4 changed"])
+assert got == want, got
+took = [float(m.group(1)) for m in (re.search(r"^unsubscribe .* took=([0-9.]+) ms$", l) for l in lines) if m]
+assert len(took) == 3 and max(took) < 1000, took
+PY
+    "$tessel" events demo --connect "$address" --silent >"$work/out" 2>&1 && fail "--silent taken with --connect"
 
     # Usage errors exit 2 and reach no service.
     call 2 TestManager GetData '{"nosuch": 1}'
