@@ -689,12 +689,14 @@ Common::Error Restorer::SetTimes() {
     if (!handle_.Valid()) {
         if (!times.Init(path_, path_, Platform::kFileWriteAttributes,
                         Platform::FileDisposition::OpenExisting,
-                        Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint, 0)) {
+                        Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint,
+                        attributes_)) {
             // Nothing to set when the target already has the times.
             BackupHandle reader(source_, context_.Impersonation());
             if (!reader.Init(path_, path_, Platform::kGenericRead,
                              Platform::FileDisposition::OpenExisting,
-                             Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint, 0)) {
+                             Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint,
+                             attributes_)) {
                 return times.GetError();
             }
             std::uint64_t haveCreation = 0;

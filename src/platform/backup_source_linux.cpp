@@ -251,15 +251,23 @@ SystemError StatNode(const Node& node, struct statx& st) {
     return StatPath(node.Path, false, st);
 }
 
-// The extended attributes of a node other than its ACLs, sorted by name.
-SystemError ListAttributes(const Node& node, std::vector<std::string>& names) {
+// The extended attributes of a node other than its ACLs, sorted by name, and which of the
+// two ACLs it has, so that a file without them is not asked for them.
+SystemError ListAttributes(const Node& node, std::vector<std::string>& names, bool& accessAcl,
+                           bool& defaultAcl) {
     names.clear();
-    std::vector<char> list(1024);
+    accessAcl = false;
+    defaultAcl = false;
+    char small[1024];
+    std::vector<char> large;
+    char* data = small;
+    std::size_t size = sizeof small;
+    std::size_t length = 0;
     for (;;) {
-        const ssize_t got = node.Link ? ::llistxattr(node.Path.c_str(), list.data(), list.size())
-                                      : ::flistxattr(node.Fd, list.data(), list.size());
+        const ssize_t got = node.Link ? ::llistxattr(node.Path.c_str(), data, size)
+                                      : ::flistxattr(node.Fd, data, size);
         if (got >= 0) {
-            list.resize(static_cast<std::size_t>(got));
+            length = static_cast<std::size_t>(got);
             break;
         }
         if (errno == ENOTSUP) {
@@ -268,13 +276,23 @@ SystemError ListAttributes(const Node& node, std::vector<std::string>& names) {
         if (errno != ERANGE) {
             return LastError();
         }
-        list.resize(list.size() * 4);
+        large.resize(size * 4);
+        data = large.data();
+        size = large.size();
     }
-    for (std::size_t at = 0; at < list.size();) {
-        const std::string name(list.data() + at);
-        at += name.size() + 1;
-        if (!name.empty() && name != kAclAccess && name != kAclDefault) {
-            names.push_back(name);
+    for (std::size_t at = 0; at < length;) {
+        const char* name = data + at;
+        const std::size_t n = ::strnlen(name, length - at);
+        at += n + 1;
+        if (n == 0) {
+            continue;
+        }
+        if (std::strcmp(name, kAclAccess) == 0) {
+            accessAcl = true;
+        } else if (std::strcmp(name, kAclDefault) == 0) {
+            defaultAcl = true;
+        } else {
+            names.emplace_back(name, n);
         }
     }
     std::sort(names.begin(), names.end());
@@ -405,7 +423,10 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
         node.Segments.push_back(std::move(s));
     }
     std::vector<std::string> names;
-    if (const SystemError failure = ListAttributes(node, names); failure.Failed()) {
+    bool accessAcl = false;
+    bool defaultAcl = false;
+    if (const SystemError failure = ListAttributes(node, names, accessAcl, defaultAcl);
+        failure.Failed()) {
         return failure;
     }
     for (const std::string& name : names) {
@@ -431,8 +452,9 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
         for (const char* acl : {kAclAccess, kAclDefault}) {
             std::vector<unsigned char> value;
             bool missing = true;
-            // Only directories have a default ACL, and links have none at all.
-            if (!S_ISLNK(st.stx_mode) && (acl == kAclAccess || S_ISDIR(st.stx_mode))) {
+            // Only what the list named is read: only directories have a default ACL, and
+            // links have none at all.
+            if (acl == kAclAccess ? accessAcl : defaultAcl && S_ISDIR(st.stx_mode)) {
                 if (const SystemError failure = ReadAttribute(node, acl, value, missing);
                     failure.Failed()) {
                     return failure;
@@ -792,6 +814,13 @@ public:
             }
             node->Fd = fd;
             node->Dir = true;
+        } else if (disposition == FileDisposition::CreateAlways &&
+                   (attributes & kBackupAttrReparsePoint) == 0) {
+            // A new file needs no look first: creating it finds out what stands in the way.
+            node->Deferred = true;
+            if (const SystemError f = Materialize(*node); f.Failed()) {
+                return f;
+            }
         } else {
             struct stat st {};
             const bool exists = ::lstat(node->Path.c_str(), &st) == 0;
@@ -1058,7 +1087,10 @@ public:
             return {};
         }
         const timespec times[2] = {timespec{0, UTIME_OMIT}, UnixTime(write)};
-        if (::utimensat(AT_FDCWD, node.Path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
+        const int set = node.Fd >= 0 && !node.Link
+                            ? ::futimens(node.Fd, times)
+                            : ::utimensat(AT_FDCWD, node.Path.c_str(), times, AT_SYMLINK_NOFOLLOW);
+        if (set != 0) {
             return LastError();
         }
         return {};
