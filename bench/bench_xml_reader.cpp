@@ -243,8 +243,10 @@ int main(int argc, char** argv) {
         const bool packet = std::string(doc) == "Packet";
         lines.push_back({std::string(doc) + " vs libxml2", std::string(doc) + "_Libxml2", ours,
                          packet ? 2.0 : 0.0});
+        // The reader that C++ users reach for when they want fast XML: the packet at least as
+        // fast, the other two within 1.25x.
         lines.push_back({std::string(doc) + " vs pugixml", std::string(doc) + "_Pugixml", ours,
-                         packet ? 0.5 : 0.0});
+                         packet ? 1.0 : 0.8});
         lines.push_back({std::string(doc) + " vs expat", std::string(doc) + "_Expat", ours, 0.0});
     }
     // Printed as benign time over hostile time: at least 0.5 means hostile names cost at

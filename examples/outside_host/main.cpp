@@ -1,6 +1,6 @@
 // A host outside the library's tree: it stands up a test manager in its own process behind
-// a loopback channel, creates the component's proxy through the library's entry point,
-// calls one method and prints the reply. Built with find_package(TesselLink) or with
+// a loopback channel, makes the component's typed proxy, calls one method and prints the
+// reply (or the whole error). Built with find_package(TesselLink) or with
 // `pkg-config --cflags --libs tessel_link` against an installed tree.
 
 #include <cstdio>
@@ -9,10 +9,8 @@
 #include <string>
 
 #include <tessel_link/binding/loopback_channel.h>
-#include <tessel_link/common/dynamic_caster.h>
-#include <tessel_link/common/unicode.h>
 #include <tessel_link/components/test_management.h>
-#include <tessel_link/facade/entry_points.h>
+#include <tessel_link/facade/make_proxy.h>
 #include <tessel_link/version.h>
 
 namespace {
@@ -32,8 +30,6 @@ public:
     }
 };
 
-constexpr std::uint32_t kTestManagerId = 188;
-
 }  // namespace
 
 int main() {
@@ -44,23 +40,19 @@ int main() {
         std::make_unique<TestManagement::TestManager_Dispatcher>(std::make_shared<Tests>()));
     Core::ChannelPointer channel = loopback;
 
-    Core::ComponentSlot component;
-    if (CreateProxy(kTestManagerId, &channel, &component) != Core::ProxyCreated) {
-        std::fprintf(stderr, "no proxy for component %u\n", kTestManagerId);
+    try {
+        // Owns the component and hands out its interface; no component number is written here.
+        auto tests = Core::MakeProxy<TestManagement::TestManager>(channel);
+        std::string reply;
+        const Common::Error error = tests->GetData("backup-01.example", 4096, reply);
+        if (error.Failed()) {
+            std::fprintf(stderr, "GetData failed: %s\n", error.ToString().c_str());
+            return 1;
+        }
+        std::printf("GetData: %s\n", reply.c_str());
+    } catch (const Common::Error& error) {
+        std::fprintf(stderr, "no proxy: %s\n", error.ToString().c_str());
         return 1;
     }
-    auto* tests = Common::QueryInterface<TestManagement::TestManager>(*component);
-    if (tests == nullptr) {
-        std::fprintf(stderr, "the proxy has no TestManager interface\n");
-        return 1;
-    }
-    std::string reply;
-    const Common::Error error = tests->GetData("backup-01.example", 4096, reply);
-    if (error.Failed()) {
-        std::fprintf(stderr, "GetData failed: 0x%x %s\n", error.Code(),
-                     Common::Utf16ToUtf8(error.Text()).c_str());
-        return 1;
-    }
-    std::printf("GetData: %s\n", reply.c_str());
     return 0;
 }

@@ -39,8 +39,7 @@ const char* BuiltInName(const std::type_info& type) {
     return found == names.end() ? nullptr : found->second;
 }
 
-}  // namespace
-
+// The name of a type as error origins show it ("struct ArchiveManagement::SliceInfo", "int").
 std::string DisplayName(const std::type_info& type, bool isClass, bool isEnum) {
     if (const char* name = BuiltInName(type)) {
         return name;
@@ -54,6 +53,8 @@ std::string DisplayName(const std::type_info& type, bool isClass, bool isEnum) {
     }
     return isClass ? "struct " + name : name;
 }
+
+}  // namespace
 
 const char* OptionalGetSite(const std::type_info& type, bool isClass, bool isEnum) {
     // Origins keep a plain pointer to the function name, so every name lives as long as the

@@ -1,6 +1,10 @@
 #include <tessel_link/common/unicode.h>
 
+#include <cstdint>
+#include <cstring>
+
 #include "common/byte_escapes.h"
+#include "common/utf8_into.h"
 
 namespace Common {
 
@@ -78,43 +82,112 @@ char32_t DecodeUtf8(std::string_view text, std::size_t& i) {
 }  // namespace
 
 std::string Utf16ToUtf8(std::u16string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    // Written through a pointer into room for the longest form (three bytes a unit), then
+    // cut to size: a push_back per byte costs more than the conversion itself.
+    std::string out(text.size() * 3, '\0');
+    char* o = out.data();
+    const std::size_t n = text.size();
+    for (std::size_t i = 0; i < n; ++i) {
         char32_t cp = text[i];
-        if (cp >= 0xd800 && cp <= 0xdbff && i + 1 < text.size() && text[i + 1] >= 0xdc00 &&
+        if (cp < 0x80) {
+            *o++ = static_cast<char>(cp);
+            continue;
+        }
+        if (cp >= 0xd800 && cp <= 0xdbff && i + 1 < n && text[i + 1] >= 0xdc00 &&
             text[i + 1] <= 0xdfff) {
             cp = 0x10000 + ((cp - 0xd800) << 10) + (text[i + 1] - 0xdc00);
             ++i;
         } else if (cp >= 0xd800 && cp <= 0xdfff) {
             cp = 0xfffd;
         }
-        AppendUtf8(out, cp);
+        if (cp < 0x800) {
+            *o++ = static_cast<char>(0xc0 | (cp >> 6));
+            *o++ = static_cast<char>(0x80 | (cp & 0x3f));
+        } else if (cp < 0x10000) {
+            *o++ = static_cast<char>(0xe0 | (cp >> 12));
+            *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
+            *o++ = static_cast<char>(0x80 | (cp & 0x3f));
+        } else {
+            // Two units made these four bytes: still within the room of six.
+            *o++ = static_cast<char>(0xf0 | (cp >> 18));
+            *o++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3f));
+            *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
+            *o++ = static_cast<char>(0x80 | (cp & 0x3f));
+        }
+    }
+    out.resize(static_cast<std::size_t>(o - out.data()));
+    return out;
+}
+
+namespace {
+
+// Decodes `text` into `out`, which has room for text.size() units: no sequence yields more
+// units than it has bytes. Runs of ASCII go eight bytes at a time. A malformed sequence
+// becomes U+FFFD when `lenient`, else ends the decoding with null.
+char16_t* DecodeInto(std::string_view text, char16_t* out, bool lenient) {
+    const std::size_t n = text.size();
+    const char* p = text.data();
+    std::size_t i = 0;
+    while (i < n) {
+        while (n - i >= 8) {
+            std::uint64_t word;
+            std::memcpy(&word, p + i, sizeof word);
+            if ((word & 0x8080808080808080ull) != 0) {
+                break;
+            }
+            for (int k = 0; k < 8; ++k) {
+                out[k] = static_cast<unsigned char>(p[i + k]);
+            }
+            out += 8;
+            i += 8;
+        }
+        if (i == n) {
+            break;
+        }
+        if (static_cast<unsigned char>(p[i]) < 0x80) {
+            *out++ = static_cast<unsigned char>(p[i++]);
+            continue;
+        }
+        char32_t cp = DecodeUtf8(text, i);
+        if (cp == static_cast<char32_t>(-1)) {
+            if (!lenient) {
+                return nullptr;
+            }
+            cp = 0xfffd;
+        }
+        if (cp < 0x10000) {
+            *out++ = static_cast<char16_t>(cp);
+        } else {
+            cp -= 0x10000;
+            *out++ = static_cast<char16_t>(0xd800 | (cp >> 10));
+            *out++ = static_cast<char16_t>(0xdc00 | (cp & 0x3ff));
+        }
     }
     return out;
 }
 
+}  // namespace
+
 bool Utf8ToUtf16(std::string_view text, std::u16string& out) {
-    out.clear();
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size();) {
-        const char32_t cp = DecodeUtf8(text, i);
-        if (cp == static_cast<char32_t>(-1)) {
-            return false;
-        }
-        AppendUtf16(out, cp);
+    out.resize(text.size());
+    char16_t* end = DecodeInto(text, out.data(), false);
+    if (end == nullptr) {
+        out.clear();
+        return false;
     }
+    out.resize(static_cast<std::size_t>(end - out.data()));
     return true;
 }
 
 std::u16string Utf8ToUtf16Lenient(std::string_view text) {
     std::u16string out;
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size();) {
-        const char32_t cp = DecodeUtf8(text, i);
-        AppendUtf16(out, cp == static_cast<char32_t>(-1) ? 0xfffd : cp);
-    }
+    Detail::Utf8ToUtf16LenientInto(text, out);
     return out;
+}
+
+void Detail::Utf8ToUtf16LenientInto(std::string_view text, std::u16string& out) {
+    out.resize(text.size());
+    out.resize(static_cast<std::size_t>(DecodeInto(text, out.data(), true) - out.data()));
 }
 
 std::u16string WidenLatin1(std::string_view text) {

@@ -7,6 +7,8 @@
 #include <tessel_link/por/errors.h>
 #include <tessel_link/por/in_memory_factory.h>
 
+#include "por/por_errors.h"
+
 namespace Por {
 
 // Arrays and composites built one item at a time start with room for a few items: most hold

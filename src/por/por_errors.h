@@ -8,6 +8,8 @@
 
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/error_origin.h>
+#include <tessel_link/export.h>
+#include <tessel_link/por/unit_name.h>
 
 namespace Por::Detail {
 
@@ -49,6 +51,21 @@ Common::Error MakeRowErrorWithArguments(const Common::ErrorOrigin& origin, std::
 inline void CheckDepth(unsigned depth, const char* function);
 
 }  // namespace Por::Detail
+
+namespace Por::Util::Detail {
+
+// The same as MakeTypeMismatchError for a named property: parameters "0" (the name), "1" and
+// "2" (the type names).
+TL_API Common::Error MakePropertyTypeMismatchError(const UnitName& property, unsigned expectedType,
+                                                   unsigned actualType);
+
+// Raises "POR: Out of range." when index >= bound.
+TL_API void CheckOutOfRange(std::uint64_t index, std::uint64_t bound);
+
+// Raises "POR: Null units are forbidden." when the pointer is null.
+TL_API void CheckNotNull(const void* unit, const char* function);
+
+}  // namespace Por::Util::Detail
 
 #include <tessel_link/por/compare.h>
 

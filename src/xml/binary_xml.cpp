@@ -6,6 +6,8 @@
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/unicode.h>
 
+#include "common/utf8_into.h"
+
 #include "xml/xml_tree_builder.h"
 
 namespace Xml {
@@ -61,34 +63,52 @@ std::uint32_t xml_reader_core::ReadNumber() {
     return value;
 }
 
-std::string xml_reader_core::ReadBytes(std::uint64_t count) {
-    std::string bytes;
+std::string_view xml_reader_core::ReadBytes(std::uint64_t count) {
+    if (count <= static_cast<std::uint64_t>(end_ - next_)) {
+        const std::string_view bytes(reinterpret_cast<const char*>(next_),
+                                     static_cast<std::size_t>(count));
+        next_ += count;
+        return bytes;
+    }
+    gathered_.clear();
     while (count != 0 && Available()) {
         // Pieces of at most one block, each only once the one before it has arrived: the
-        // string grows with what the input holds, not with what a length claims.
+        // buffer grows with what the input holds, not with what a length claims.
         const std::uint64_t piece = std::min<std::uint64_t>(count, end_ - next_);
-        bytes.append(reinterpret_cast<const char*>(next_), static_cast<std::size_t>(piece));
+        gathered_.append(reinterpret_cast<const char*>(next_), static_cast<std::size_t>(piece));
         next_ += piece;
         count -= piece;
     }
-    return bytes;
+    return gathered_;
 }
 
-std::u16string xml_reader_core::ReadText(std::uint64_t count) {
-    const std::string bytes = ReadBytes(count);
-    const std::size_t nul = bytes.find('\0');
-    return Common::Utf8ToUtf16Lenient(
-        std::string_view(bytes).substr(0, nul == std::string::npos ? bytes.size() : nul));
+std::u16string_view xml_reader_core::ReadText(std::uint64_t count) {
+    const std::string_view bytes = ReadBytes(count);
+    Common::Detail::Utf8ToUtf16LenientInto(bytes.substr(0, bytes.find('\0')), text_);
+    return text_;
 }
 
 const Detail::XmlName& xml_reader_core::ResolveName(std::uint32_t reference) {
-    const auto known = names_.lower_bound(reference);
+    const bool direct = reference < kDirectNames;
+    if (direct) {
+        if (!directNames_) {
+            directNames_.reset(new const Detail::XmlName*[kDirectNames]());
+        }
+        if (directNames_[reference] != nullptr) {
+            return *directNames_[reference];
+        }
+    }
+    const auto known = direct ? names_.end() : names_.lower_bound(reference);
     if (known != names_.end() && known->first == reference) {
         return *known->second;
     }
     const std::uint32_t length = ReadNumber();
     const Detail::XmlName* name = sink_.InternName(ReadBytes(length));
-    names_.emplace_hint(known, reference, name);
+    if (direct) {
+        directNames_[reference] = name;
+    } else {
+        names_.emplace_hint(known, reference, name);
+    }
     return *name;
 }
 
@@ -109,8 +129,7 @@ bool xml_reader_binary_old::Read() {
     const std::uint8_t attributes = ReadByte();
     for (unsigned i = 0; i < attributes; ++i) {
         const Detail::XmlName& name = ResolveName(ReadNumber());
-        const std::u16string value = ReadText(ReadNumber());
-        sink_.Attribute(name, value);
+        sink_.Attribute(name, ReadText(ReadNumber()));
     }
     const std::uint32_t textCount = ReadNumber();
     TL_ASSERT_TEXT(textCount != 0, "textCount");
@@ -141,8 +160,7 @@ bool xml_reader_binary_new::Read() {
         const Detail::XmlName& name = ResolveName(attribute);
         const std::uint32_t textLength = ReadNumber();
         TL_ASSERT_TEXT((textLength & 1) == 0, "(textLength & 1) == 0");
-        const std::u16string value = textLength < 2 ? std::u16string() : ReadText(textLength / 2);
-        sink_.Attribute(name, value);
+        sink_.Attribute(name, textLength < 2 ? std::u16string_view() : ReadText(textLength / 2));
     }
     ReadTextItem();
     while (!TooDeep() && Read()) {
@@ -157,8 +175,7 @@ void xml_reader_binary_new::ReadTextItem() {
     const std::uint32_t item = ReadNumber();
     const std::uint32_t length = item >> 1;
     if ((item & 1) != 0) {
-        const std::string raw = ReadBytes(length);
-        sink_.BinaryText(raw);
+        sink_.BinaryText(ReadBytes(length));
     } else {
         sink_.Text(ReadText(length));
     }

@@ -51,11 +51,12 @@ protected:
     std::uint8_t ReadByte();
     // A number of 7-bit groups, least significant first, gathered in 32 bits.
     std::uint32_t ReadNumber();
-    // `count` bytes; the buffer grows with what arrives, so a corrupt length cannot demand
-    // more memory than the input holds.
-    std::string ReadBytes(std::uint64_t count);
-    // `count` bytes of UTF-8, up to the first NUL, as UTF-16.
-    std::u16string ReadText(std::uint64_t count);
+    // `count` bytes, valid until the next read: in place when the block holds them all,
+    // else gathered in a buffer that grows with what arrives, so that a corrupt length
+    // cannot demand more memory than the input holds.
+    std::string_view ReadBytes(std::uint64_t count);
+    // `count` bytes of UTF-8, up to the first NUL, as UTF-16; valid until the next read.
+    std::u16string_view ReadText(std::uint64_t count);
     // The name that `reference` stands for; a reference seen for the first time is followed
     // by the name's length and bytes. A known reference is one lookup in the dictionary,
     // whatever the length of its name.
@@ -70,6 +71,10 @@ protected:
     // Sorted by the sender's numbers: the sender chooses them, so no hashing of them may
     // decide the cost.
     std::map<std::uint32_t, const Detail::XmlName*> names_;
+    // The small references, which writers hand out from 1 upwards, in a table of bounded
+    // size: one index instead of a walk down the map.
+    static constexpr std::uint32_t kDirectNames = 1024;
+    std::unique_ptr<const Detail::XmlName*[]> directNames_;
 
 private:
     // Refills the block; false when nothing more arrives.
@@ -77,6 +82,8 @@ private:
     bool Available() { return next_ != end_ || Fill(); }
 
     std::unique_ptr<std::uint8_t[]> block_;
+    std::string gathered_;
+    std::u16string text_;
     const std::uint8_t* next_ = nullptr;
     const std::uint8_t* end_ = nullptr;
     std::uint32_t depth_ = 0;

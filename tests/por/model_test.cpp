@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "por/por_errors.h"
 #include "por_test_util.h"
 
 namespace {

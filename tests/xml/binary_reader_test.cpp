@@ -85,6 +85,25 @@ TEST_F(BinaryReader, NewFormChildrenSharedNamesAndTextItems) {
     EXPECT_EQ(Text(s.Root()), u"");
 }
 
+TEST_F(BinaryReader, LargeAndSmallNameNumbersResolveAlike) {
+    // Numbers are the sender's choice: 1 and 3 sit in the table of small ones, 300,000 and
+    // 5,000 in the map; each is defined once and then named by its number alone.
+    Bytes b;
+    b << NewForm() << 0xe0 << 0xa7 << 0x12 << 1 << "r" << 0 << 0                    // <r>, 300,000
+      << 3 << 1 << "c" << 0x88 << 0x27 << 1 << "k" << 2 << "1" << 0 << 0 << 0 << 0  // <c k="1"/>
+      << 3 << 0x88 << 0x27 << 2 << "2" << 0 << 0 << 0 << 0                         // <c k="2"/>
+      << 1 << 1 << "d" << 0 << 0 << 0 << 0                                         // <d/>
+      << 0;
+    const auto r = Read(b.data);
+    ASSERT_TRUE(r.Ok);
+    EXPECT_EQ(r.Root()->Name(), "r");
+    ASSERT_EQ(r.Root()->Children().size(), 3u);
+    EXPECT_EQ(r.Root()->Children()[1]->Name(), "c");
+    EXPECT_EQ(Attribute(r.Root()->Children()[0], "k"), u"1");
+    EXPECT_EQ(Attribute(r.Root()->Children()[1], "k"), u"2");
+    EXPECT_EQ(r.Root()->Children()[2]->Name(), "d");
+}
+
 TEST_F(BinaryReader, NewFormOddAttributeLength) {
     Bytes b;
     b << NewForm() << 1 << 1 << "a" << 2 << 1 << "x" << 3 << "q" << 0 << 0 << 0;

@@ -13,15 +13,12 @@
 
 #include <tessel_link/common/error_origin.h>
 #include <tessel_link/export.h>
+#include <tessel_link/impl/common/error_access.h>
 
 namespace Common {
 
 struct ErrorRecord;
 class Error;
-
-namespace Detail {
-struct ErrorAccess;  // the library's own way to the records
-}  // namespace Detail
 
 // One parameter of an error record, typed as it travels: a number, a narrow string or a
 // wide string. The strings point into the record and live as long as an Error holds it.
@@ -49,8 +46,6 @@ public:
         using value_type = Error;  // what dereferencing gives
         using difference_type = std::ptrdiff_t;  // for std::ranges
         Iterator() noexcept = default;
-        // At `record`; null is the end.
-        explicit Iterator(const ErrorRecord* record) noexcept : record_(record) {}
         Error operator*() const noexcept;  // the record as an error of its own
         Iterator& operator++() noexcept;  // to the cause
         // To the cause, returning the iterator as it was.
@@ -63,15 +58,21 @@ public:
         bool operator==(const Iterator& other) const noexcept { return record_ == other.record_; }
 
     private:
+        friend class ErrorChain;
+        // At `record`; null is the end.
+        explicit Iterator(const ErrorRecord* record) noexcept : record_(record) {}
+
         const ErrorRecord* record_ = nullptr;
     };
 
-    // The chain from `head` down.
-    explicit ErrorChain(const ErrorRecord* head) noexcept : head_(head) {}
     Iterator begin() const noexcept { return Iterator(head_); }  // the head record
     Iterator end() const noexcept { return Iterator(); }  // past the deepest cause
 
 private:
+    friend class Error;
+    // The chain from `head` down; the records are the library's own.
+    explicit ErrorChain(const ErrorRecord* head) noexcept : head_(head) {}
+
     const ErrorRecord* head_;
 };
 

@@ -8,17 +8,9 @@
 #include <utility>
 
 #include <tessel_link/export.h>
+#include <tessel_link/impl/common/optional_support.h>
 
 namespace Core {
-
-namespace Detail {
-// The name of a type as error origins show it ("struct ArchiveManagement::SliceInfo", "int").
-TL_API std::string DisplayName(const std::type_info& type, bool isClass, bool isEnum);
-// "Core::Optional<NAME>::Get", made once per type and kept for the process.
-TL_API const char* OptionalGetSite(const std::type_info& type, bool isClass, bool isEnum);
-// Throws 0x00ac0001 "The optional value is null." with the given function as origin.
-[[noreturn]] TL_API void ThrowNullOptional(const char* site);
-}  // namespace Detail
 
 // A value that may be absent. The null flag comes first and, when set, means there is no
 // value; a null optional still holds a default-constructed T.

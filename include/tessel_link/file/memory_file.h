@@ -9,14 +9,9 @@
 #include <vector>
 
 #include <tessel_link/file/file_object.h>
+#include <tessel_link/impl/file/memory_seek.h>
 
 namespace File {
-
-namespace Detail {
-// Records 0x40005 "Error occurred while searching in the file." for a position that lies
-// outside a memory file.
-TL_API Common::Error MemorySeekError(const char* function);
-}  // namespace Detail
 
 // A read-only file over elements held by the caller. Nothing is copied: the memory must
 // stay valid and unchanged while the object reads it. Sizes and positions are in bytes.

@@ -6,6 +6,7 @@
 
 #include <tessel_link/common/error.h>
 #include <tessel_link/export.h>
+#include <tessel_link/impl/por/type_mismatch.h>
 #include <tessel_link/por/unit_name.h>
 
 namespace Por {
@@ -30,22 +31,3 @@ inline constexpr std::uint32_t kErrorElementNotFound = 0xfa0020;
 inline constexpr std::uint32_t kErrorCorruptedBlob = 0xfa0021;
 
 }  // namespace Por
-
-namespace Por::Util::Detail {
-
-// "POR: There is a mismatch in object internal structure. Expected object type is '{0}',
-// actual object type is '{1}'." with both type names as the record's parameters "0" and "1".
-// Logs the stack first.
-TL_API Common::Error MakeTypeMismatchError(unsigned expectedType, unsigned actualType);
-
-// The same for a named property: parameters "0" (the name), "1" and "2" (the type names).
-TL_API Common::Error MakePropertyTypeMismatchError(const UnitName& property, unsigned expectedType,
-                                                   unsigned actualType);
-
-// Raises "POR: Out of range." when index >= bound.
-TL_API void CheckOutOfRange(std::uint64_t index, std::uint64_t bound);
-
-// Raises "POR: Null units are forbidden." when the pointer is null.
-TL_API void CheckNotNull(const void* unit, const char* function);
-
-}  // namespace Por::Util::Detail

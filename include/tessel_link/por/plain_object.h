@@ -10,6 +10,7 @@
 #include <string>
 
 #include <tessel_link/common/non_copyable.h>
+#include <tessel_link/impl/por/create_unit.h>
 #include <tessel_link/por/construction.h>
 #include <tessel_link/por/unit_accumulator.h>
 #include <tessel_link/por/util.h>
@@ -152,16 +153,6 @@ public:
     // Null for a name that nobody registered.
     static ConstructionFunction Find(const std::u16string& typeName);
 };
-
-namespace Detail {
-#define TL_POR_CREATE_UNIT_OF(Kind, Type, Idx)                                           \
-    inline UnitPtr CreateUnitOf(Construction::UnitFactory& factory, const Type& value) { \
-        return factory.Create##Kind(value);                                              \
-    }
-TL_POR_FOR_EACH_SCALAR(TL_POR_CREATE_UNIT_OF)
-TL_POR_FOR_EACH_COMPLEX(TL_POR_CREATE_UNIT_OF)
-#undef TL_POR_CREATE_UNIT_OF
-}  // namespace Detail
 
 // The handler is called outside the try blocks, so that what a throwing handler raises is
 // not taken for a processing error.

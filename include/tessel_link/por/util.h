@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include <tessel_link/impl/por/stored_kind.h>
 #include <tessel_link/por/visitors.h>
 
 namespace Por::Util {
@@ -73,19 +74,6 @@ struct ReturnFailSafeValue {
     }
 };
 }  // namespace TypeMismatchHandlers
-
-namespace Detail {
-template <class T>
-struct StoredKind;
-#define TL_POR_STORED_KIND(Kind, Type, Idx)          \
-    template <>                                      \
-    struct StoredKind<Type> {                        \
-        static constexpr unsigned Index = (Idx);     \
-    };
-TL_POR_FOR_EACH_SCALAR(TL_POR_STORED_KIND)
-TL_POR_FOR_EACH_COMPLEX(TL_POR_STORED_KIND)
-#undef TL_POR_STORED_KIND
-}  // namespace Detail
 
 // Fetches the stored value of a scalar or complex unit.
 template <class T, class Tag = TypeMismatchHandlers::Throw>

@@ -41,15 +41,15 @@ UnitName MemberName(const std::string& name) {
         std::string text;
         UnitName name;
     };
-    static constexpr std::size_t kSlots = 256;
+    // Sized so that the members of the records in one tree rarely share a slot, and hashed
+    // over every byte: names such as "Id" and "Index" must not keep evicting each other.
+    static constexpr std::size_t kSlots = 1024;
     thread_local Known known[kSlots];
-    std::size_t h = name.size();
-    if (!name.empty()) {
-        h = h * 131 + static_cast<unsigned char>(name.front());
-        h = h * 131 + static_cast<unsigned char>(name.back());
-        h = h * 131 + static_cast<unsigned char>(name[name.size() / 2]);
+    std::uint32_t h = 2166136261u;
+    for (const char c : name) {
+        h = (h ^ static_cast<unsigned char>(c)) * 16777619u;
     }
-    Known& slot = known[h % kSlots];
+    Known& slot = known[(h ^ (h >> 15)) % kSlots];
     if (slot.text != name || slot.name.Empty() != name.empty()) {
         slot.name = UnitName(name);
         slot.text = name;
@@ -145,13 +145,31 @@ void BridgeNode::Process(const std::string&, UnitPtr unit) {
 }
 
 void CompositeNode::Process(const std::string& name, UnitPtr unit) {
-    children_.emplace_back(name, std::move(unit));
+    if (!composite_ && heldCount_ < 2) {
+        held_[heldCount_].first = name;
+        held_[heldCount_].second = std::move(unit);
+        ++heldCount_;
+        return;
+    }
+    if (!composite_) {
+        StartComposite();
+    }
+    Util::AsComposite(*composite_).Set(factory_.CreateProperty(MemberName(name), std::move(unit)));
+}
+
+void CompositeNode::StartComposite() {
+    composite_ = factory_.CreateComposite();
+    Construction::CompositeValue& composite = Util::AsComposite(*composite_);
+    for (std::size_t i = 0; i < heldCount_; ++i) {
+        composite.Set(factory_.CreateProperty(MemberName(held_[i].first), std::move(held_[i].second)));
+    }
+    heldCount_ = 0;
 }
 
 void CompositeNode::Finalize() {
-    if (children_.size() == 2) {
-        auto* classId = &children_[0];
-        auto* object = &children_[1];
+    if (!composite_ && heldCount_ == 2) {
+        auto* classId = &held_[0];
+        auto* object = &held_[1];
         if (classId->first != kClassId) {
             std::swap(classId, object);
         }
@@ -159,17 +177,15 @@ void CompositeNode::Finalize() {
             Util::IsComposite(*object->second)) {
             unit_ = std::move(object->second);
             Util::AddTrait(*unit_, kIsPolymorph, std::move(classId->second), factory_);
-            children_.clear();
+            heldCount_ = 0;
             SimpleNode::Finalize();
             return;
         }
     }
-    unit_ = factory_.CreateComposite();
-    Construction::CompositeValue& composite = Util::AsComposite(*unit_);
-    for (auto& [name, unit] : children_) {
-        composite.Set(factory_.CreateProperty(MemberName(name), std::move(unit)));
+    if (!composite_) {
+        StartComposite();
     }
-    children_.clear();
+    unit_ = std::move(composite_);
     SimpleNode::Finalize();
 }
 

@@ -75,7 +75,15 @@ public:
     void Finalize() override;
 
 private:
-    std::vector<std::pair<std::string, UnitPtr>> children_;
+    // Moves the held children into a new composite.
+    void StartComposite();
+
+    // Only a record of exactly two children can be the polymorphic pair, so the first two
+    // wait here and every later child goes straight into the composite: a record of many
+    // members never gathers them in a list of its own first.
+    std::pair<std::string, UnitPtr> held_[2];
+    std::size_t heldCount_ = 0;
+    UnitPtr composite_;
 };
 
 // A container: an array of its children with the trait "IsContainer" naming the form.
