@@ -188,6 +188,18 @@ std::string NativeName(const std::vector<unsigned char>& bytes) {
     return File::WideNameToNative(wide);
 }
 
+// The system's name of `path`. A backup or restore asks for the attributes of a file and
+// then opens it, so the last name converted on the thread is kept.
+const std::string& NativePath(const std::u16string& path) {
+    thread_local std::u16string wide;
+    thread_local std::string native;
+    if (wide != path || native.empty()) {
+        native = File::WideNameToNative(path);
+        wide = path;
+    }
+    return native;
+}
+
 // What is being written: the stream in progress and what is kept of it.
 struct WriteState {
     unsigned char Header[kStreamHeaderSize] = {};
@@ -738,7 +750,7 @@ class LinuxBackupSource final : public BackupSource {
 public:
     SystemError GetAttributes(const std::u16string& path, BackupFileInfo& info) override {
         struct statx st {};
-        if (const SystemError f = StatPath(File::WideNameToNative(path), false, st); f.Failed()) {
+        if (const SystemError f = StatPath(NativePath(path), false, st); f.Failed()) {
             return f;
         }
         FillInfo(st, info);
@@ -746,7 +758,7 @@ public:
     }
 
     SystemError SetAttributes(const std::u16string& path, std::uint32_t attributes) override {
-        const std::string native = File::WideNameToNative(path);
+        const std::string native = NativePath(path);
         struct stat st {};
         if (::lstat(native.c_str(), &st) != 0) {
             return LastError();
@@ -763,7 +775,7 @@ public:
                      FileHandle& handle) override {
         handle = kNoHandle;
         auto node = std::make_unique<Node>();
-        node->Path = File::WideNameToNative(path);
+        node->Path = NativePath(path);
         const bool follow = (flags & kFlagOpenReparsePoint) == 0;
         const bool writes = (access & kGenericWrite) != 0;
         if (!writes) {
@@ -1116,7 +1128,7 @@ public:
     }
 
     SystemError CreateDirectory(const std::u16string& path) override {
-        if (::mkdir(File::WideNameToNative(path).c_str(), 0777) != 0) {
+        if (::mkdir(NativePath(path).c_str(), 0777) != 0) {
             return LastError();
         }
         return {};

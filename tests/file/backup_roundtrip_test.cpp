@@ -269,6 +269,16 @@ TEST_F(BackupRoundTrip, SymbolicLinksReplaceWhatStandsInTheirPlace) {
     RoundTrip("plain");
     ExpectSame("plain");
     EXPECT_EQ(Content(tree_.At("target")), (Bytes{'k', 'e', 'e', 'p'}));
+
+    // Followed, a link is backed up as the file that it points to.
+    ASSERT_EQ(::symlink("target", tree_.At("tolink").c_str()), 0);
+    RecordingWriter followed(File::backup_follow_reparse);
+    ASSERT_TRUE(File::BackupFile(Wide(tree_.At("tolink")), followed, nullptr).Succeeded());
+    EXPECT_EQ(followed.Of(1).Joined(), (Bytes{0x80, 0, 0, 0}));
+    const Bytes stream = followed.Of(2).Joined();
+    ASSERT_GE(stream.size(), 24u);
+    EXPECT_EQ(stream[0], 1);
+    EXPECT_EQ(Bytes(stream.begin() + 20, stream.begin() + 24), (Bytes{'k', 'e', 'e', 'p'}));
 }
 
 // Devices, pipes and sockets come back as what they were, with their device numbers; a
