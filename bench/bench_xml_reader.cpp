@@ -5,6 +5,8 @@
 // make the readers slow beside benign documents of the same size.
 
 #include <cstdio>
+
+#include <malloc.h>
 #include <string>
 
 #include <benchmark/benchmark.h>
@@ -237,6 +239,13 @@ void ReportTreeMemory() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Every reader here builds a tree of tens of megabytes and frees it again. Left to
+    // itself, the allocator moves its thresholds with what was freed last, so a reader's time
+    // would depend on the readers that ran before it: one run gives a reader its memory
+    // back from the heap, the next has the kernel zero every page again. Fixed thresholds
+    // keep freed memory in the heap for all of them alike.
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    mallopt(M_TRIM_THRESHOLD, 1 << 30);
     std::vector<bench_support::RatioLine> lines;
     for (const char* doc : {"Packet", "TextHeavy", "AttributeHeavy"}) {
         const std::string ours = std::string(doc) + "_Ours";
