@@ -39,9 +39,14 @@ constexpr int kFilesPerDir = 1000;
 
 // Backup and restore run as a pipe between two threads, as a tar pipe runs as two
 // processes: the backup thread hands over chunk marks and blocks, the restore thread takes
-// them. At most kInFlight blocks are on their way, and used blocks go back to a pool, so
-// that memory stays small and warm.
-constexpr std::size_t kInFlight = 64;
+// them. Like a system pipe, which moves bytes by the buffer, the two sides meet only for
+// batches: the writer hands over what it gathered at the end of each file or every
+// kBatchBytes, and the reader takes everything there is at once, so that neither a lock nor
+// a wake-up is paid for every mark of every small file. Blocks of at most kInFlight bytes of
+// memory are on their way, and used blocks go back to a pool, so that memory stays small
+// and warm.
+constexpr std::uint64_t kInFlight = 16u << 20;
+constexpr std::uint64_t kBatchBytes = 256u << 10;
 
 struct Item {
     enum Kind { begin_file, begin_chunk, block, end_chunk, end_file, finish } What = finish;
@@ -52,54 +57,102 @@ struct Item {
 
 class Pipe {
 public:
+    // The writer's side.
     void Push(Item item) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        roomy_.wait(lock, [&] { return blocks_ < kInFlight || item.What != Item::block; });
-        blocks_ += item.What == Item::block ? 1 : 0;
-        items_.push_back(std::move(item));
-        ready_.notify_one();
-    }
-    Item Pop() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        ready_.wait(lock, [&] { return !items_.empty(); });
-        Item item = std::move(items_.front());
-        items_.pop_front();
         if (item.What == Item::block) {
-            --blocks_;
-            roomy_.notify_one();
+            gatheredMemory_ += item.Block->capacity;
+            gatheredBytes_ += item.Block->size;
         }
-        return item;
+        const bool flush = item.What == Item::end_file || item.What == Item::finish ||
+                           gatheredBytes_ >= kBatchBytes;
+        gathered_.push_back(std::move(item));
+        if (flush) {
+            Flush();
+        }
     }
     std::unique_ptr<File::raw_data> Take(std::uint64_t capacity) {
-        {
+        if (spare_.empty() && capacity >= 65536) {
             std::lock_guard<std::mutex> lock(mutex_);
-            if (!pool_.empty() && pool_.back()->capacity >= capacity) {
-                auto block = std::move(pool_.back());
-                pool_.pop_back();
-                block->size = 0;
-                return block;
-            }
+            spare_.swap(pool_);
+        }
+        if (!spare_.empty() && spare_.back()->capacity >= capacity) {
+            auto block = std::move(spare_.back());
+            spare_.pop_back();
+            block->size = 0;
+            return block;
         }
         auto block = std::make_unique<File::raw_data>();
         block->buffer.reset(new unsigned char[capacity]);
         block->capacity = capacity;
         return block;
     }
+
+    // The reader's side.
+    Item Pop() {
+        if (taken_.empty()) {
+            std::unique_lock<std::mutex> lock(mutex_);
+            ready_.wait(lock, [&] { return !items_.empty(); });
+            taken_.swap(items_);
+            memory_ = 0;
+            if (writerWaits_) {
+                roomy_.notify_one();
+            }
+        }
+        Item item = std::move(taken_.front());
+        taken_.pop_front();
+        return item;
+    }
     void Give(std::unique_ptr<File::raw_data> block) {
         if (block->capacity < 65536) {
             return;
         }
-        std::lock_guard<std::mutex> lock(mutex_);
-        pool_.push_back(std::move(block));
+        returned_.push_back(std::move(block));
+        if (returned_.size() >= 16) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            for (auto& b : returned_) {
+                pool_.push_back(std::move(b));
+            }
+            returned_.clear();
+        }
     }
 
 private:
+    void Flush() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (memory_ + gatheredMemory_ > kInFlight && memory_ != 0) {
+            writerWaits_ = true;
+            roomy_.wait(lock, [&] { return memory_ == 0; });
+            writerWaits_ = false;
+        }
+        const bool wake = items_.empty();
+        for (Item& item : gathered_) {
+            items_.push_back(std::move(item));
+        }
+        memory_ += gatheredMemory_;
+        gathered_.clear();
+        gatheredMemory_ = 0;
+        gatheredBytes_ = 0;
+        if (wake) {
+            ready_.notify_one();
+        }
+    }
+
     std::mutex mutex_;
     std::condition_variable ready_;
     std::condition_variable roomy_;
+    // Shared, under the mutex.
     std::deque<Item> items_;
-    std::size_t blocks_ = 0;
+    std::uint64_t memory_ = 0;
+    bool writerWaits_ = false;
     std::vector<std::unique_ptr<File::raw_data>> pool_;
+    // The writer's own.
+    std::vector<Item> gathered_;
+    std::uint64_t gatheredMemory_ = 0;
+    std::uint64_t gatheredBytes_ = 0;
+    std::vector<std::unique_ptr<File::raw_data>> spare_;
+    // The reader's own.
+    std::deque<Item> taken_;
+    std::vector<std::unique_ptr<File::raw_data>> returned_;
 };
 
 class PipeStream final : public File::file_backup_stream {

@@ -60,6 +60,7 @@ constexpr CodeText kWin32Texts[] = {
            u"troubleshooting, see Windows Help.\r\n"},
     {1232, u"The network location cannot be reached. For information about network "
            u"troubleshooting, see Windows Help.\r\n"},
+    {1314, u"A required privilege is not held by the client.\r\n"},
     {1326, u"The user name or password is incorrect.\r\n"},
     {1330, u"The password for this account has expired.\r\n"},
     {1331, u"This user can't sign in because this account is currently disabled.\r\n"},

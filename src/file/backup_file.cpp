@@ -215,7 +215,7 @@ void RepeatingBackuper::PerformBackup() {
             flags |= Platform::kFlagOpenReparsePoint;
         }
         handle.Init(path_, context_.Path(), Platform::kGenericRead,
-                    Platform::FileDisposition::OpenExisting, flags, 0);
+                    Platform::FileDisposition::OpenExisting, flags, attributes);
         if (handle.Valid() && (attributes & Platform::kBackupAttrReparsePoint) != 0 &&
             (flags & Platform::kFlagOpenReparsePoint) != 0) {
             std::uint32_t tag = 0;

@@ -253,6 +253,8 @@ private:
     BackupContext context_;
     BackupHandle handle_;
     std::uint32_t attributes_ = 0;
+    // What the target was before the restore began, 0 when there was none.
+    std::uint32_t existingAttributes_ = 0;
     Platform::FileDisposition disposition_ = Platform::FileDisposition::CreateAlways;
     std::uint32_t flags_ = 0;
     bool security_ = true;
@@ -277,6 +279,7 @@ Common::Error Restorer::Run() {
             return entered;
         }
         exists = !source_.GetAttributes(path_, existing).Failed();
+        existingAttributes_ = exists ? existing.Attributes : 0;
         if (exists && (existing.Attributes & Platform::kBackupAttrReadOnly) != 0) {
             const Platform::SystemError failure = source_.SetAttributes(
                 path_, existing.Attributes & ~Platform::kBackupAttrReadOnly);
@@ -429,7 +432,7 @@ Common::Error Restorer::OpenForStream(i_file& chunk, bool& skip) {
 bool Restorer::TargetIsIdentical(i_file& chunk) {
     BackupHandle existing(source_, context_.Impersonation());
     if (!existing.Init(path_, path_, Platform::kGenericRead, Platform::FileDisposition::OpenExisting,
-                       flags_ | Platform::kFlagBackupSemantics, 0)) {
+                       flags_ | Platform::kFlagBackupSemantics, existingAttributes_)) {
         return false;
     }
     const auto compare = [&](i_file& source, bool security) {
@@ -689,12 +692,14 @@ Common::Error Restorer::SetTimes() {
     if (!handle_.Valid()) {
         if (!times.Init(path_, path_, Platform::kFileWriteAttributes,
                         Platform::FileDisposition::OpenExisting,
-                        Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint, 0)) {
+                        Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint,
+                        attributes_)) {
             // Nothing to set when the target already has the times.
             BackupHandle reader(source_, context_.Impersonation());
             if (!reader.Init(path_, path_, Platform::kGenericRead,
                              Platform::FileDisposition::OpenExisting,
-                             Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint, 0)) {
+                             Platform::kFlagBackupSemantics | Platform::kFlagOpenReparsePoint,
+                             attributes_)) {
                 return times.GetError();
             }
             std::uint64_t haveCreation = 0;

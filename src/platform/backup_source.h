@@ -56,6 +56,12 @@ inline constexpr std::size_t kStreamHeaderSize = 20;
 // a reparse stream is: tag (u32), length of what follows (u16), reserved (u16), version 2
 // (u32), then the target.
 inline constexpr std::uint32_t kReparseTagLinuxSymlink = 0xa000001du;
+// The tags of the other entries without data, kept as reparse data whose body is empty or, for
+// a device, its major and minor numbers (u32 each).
+inline constexpr std::uint32_t kReparseTagLinuxSocket = 0x80000023u;
+inline constexpr std::uint32_t kReparseTagLinuxFifo = 0x80000024u;
+inline constexpr std::uint32_t kReparseTagLinuxCharDevice = 0x80000025u;
+inline constexpr std::uint32_t kReparseTagLinuxBlockDevice = 0x80000026u;
 // The tag of a deduplicated file, whose real data is read through the reparse point.
 inline constexpr std::uint32_t kReparseTagDedup = 0x80000013u;
 
@@ -71,6 +77,7 @@ inline constexpr std::uint32_t kErrorNoToken = 1008;
 inline constexpr std::uint32_t kErrorNotAllAssigned = 1300;
 inline constexpr std::uint32_t kErrorInvalidOwner = 1307;
 inline constexpr std::uint32_t kErrorNoSuchPrivilege = 1313;
+inline constexpr std::uint32_t kErrorPrivilegeNotHeld = 1314;
 inline constexpr std::uint32_t kErrorNotAReparsePoint = 4390;
 
 // What the attribute query tells of a file. Times are in 100 ns units since 1601-01-01 UTC,
@@ -101,7 +108,9 @@ public:
     virtual SystemError SetAttributes(const std::u16string& path, std::uint32_t attributes) = 0;
     // Opens `path` with an access mask and flags as above. `attributes` are those a file gets
     // when the open creates it: a reparse point is created by the reparse stream written
-    // to it, a directory is never created here.
+    // to it, a directory is never created here. When reading they are what the caller last
+    // saw of the file (0 if nothing): a reparse point is then opened without touching what it
+    // stands for, so that opening a device cannot act on the device.
     virtual SystemError Open(const std::u16string& path, std::uint32_t access,
                              FileDisposition disposition, std::uint32_t flags,
                              std::uint32_t attributes, FileHandle& handle) = 0;

@@ -1,9 +1,12 @@
 // Linux files as backup streams. A file becomes, in this order: its data (one data stream, or
 // for a file with holes one sparse block per data run found with SEEK_DATA and SEEK_HOLE and
 // a last empty block at the file's length), the target of a symbolic link as reparse data
-// (before the attributes, which belong to the link once it is made), one named stream per
-// extended attribute, and owner, group, mode and POSIX ACLs as the security stream. Writing the same sequence rebuilds the file: holes stay holes, and the
-// security comes last so that a restrictive mode cannot stand in the way of the rest.
+// (before the attributes, which belong to the link once it is made), or for a device, pipe or
+// socket its kind and device numbers as reparse data of a tag of its own, one named stream
+// per extended attribute, and owner, group, mode and POSIX ACLs as the security stream.
+// Writing the same sequence rebuilds the file: holes stay holes, a special file is made with
+// mknod, and the security comes last so that a restrictive mode cannot stand in the way of
+// the rest.
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -11,6 +14,7 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 #include <algorithm>
@@ -75,6 +79,9 @@ void PutU64(unsigned char* p, std::uint64_t v) {
         p[i] = static_cast<unsigned char>(v >> (8 * i));
     }
 }
+std::uint16_t GetU16(const unsigned char* p) {
+    return static_cast<std::uint16_t>(p[0] | p[1] << 8);
+}
 std::uint32_t GetU32(const unsigned char* p) {
     return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 |
            std::uint32_t(p[3]) << 24;
@@ -89,11 +96,36 @@ void AppendU32(std::vector<unsigned char>& out, std::uint32_t v) {
     out.insert(out.end(), b, b + 4);
 }
 
+// Devices, pipes and sockets: entries without data that the reparse stream describes.
+bool IsSpecial(mode_t mode) {
+    return S_ISCHR(mode) || S_ISBLK(mode) || S_ISFIFO(mode) || S_ISSOCK(mode);
+}
+
+// The reparse tag of an entry, 0 for a file or directory.
+std::uint32_t TagOf(mode_t mode) {
+    if (S_ISLNK(mode)) {
+        return kReparseTagLinuxSymlink;
+    }
+    if (S_ISCHR(mode)) {
+        return kReparseTagLinuxCharDevice;
+    }
+    if (S_ISBLK(mode)) {
+        return kReparseTagLinuxBlockDevice;
+    }
+    if (S_ISFIFO(mode)) {
+        return kReparseTagLinuxFifo;
+    }
+    if (S_ISSOCK(mode)) {
+        return kReparseTagLinuxSocket;
+    }
+    return 0;
+}
+
 std::uint32_t AttributesOf(const struct statx& st) {
     std::uint32_t attributes = 0;
     if (S_ISDIR(st.stx_mode)) {
         attributes |= kBackupAttrDirectory;
-    } else if (S_ISLNK(st.stx_mode)) {
+    } else if (S_ISLNK(st.stx_mode) || IsSpecial(st.stx_mode)) {
         attributes |= kBackupAttrReparsePoint;
     } else if (S_ISREG(st.stx_mode) && st.stx_blocks * 512 < st.stx_size) {
         attributes |= kBackupAttrSparse;
@@ -156,6 +188,18 @@ std::string NativeName(const std::vector<unsigned char>& bytes) {
     return File::WideNameToNative(wide);
 }
 
+// The system's name of `path`. A backup or restore asks for the attributes of a file and
+// then opens it, so the last name converted on the thread is kept.
+const std::string& NativePath(const std::u16string& path) {
+    thread_local std::u16string wide;
+    thread_local std::string native;
+    if (wide != path || native.empty()) {
+        native = File::WideNameToNative(path);
+        wide = path;
+    }
+    return native;
+}
+
 // What is being written: the stream in progress and what is kept of it.
 struct WriteState {
     unsigned char Header[kStreamHeaderSize] = {};
@@ -177,6 +221,7 @@ struct Node {
     int Fd = -1;
     std::string Path;
     bool Link = false;      // stands on a symbolic link or another entry without data
+    bool Special = false;   // stands on a device, pipe or socket (Link is set too)
     bool Dir = false;
     bool Deferred = false;  // a restore target that the reparse stream is yet to create
     bool Reading = false;
@@ -208,7 +253,7 @@ SystemError StatPath(const std::string& path, bool follow, struct statx& st) {
 }
 
 SystemError StatNode(const Node& node, struct statx& st) {
-    if (node.Fd >= 0 && !node.Link) {
+    if (node.Fd >= 0) {  // also an O_PATH descriptor of a link, which it describes
         if (::statx(node.Fd, "", AT_EMPTY_PATH | AT_STATX_SYNC_AS_STAT,
                     STATX_BASIC_STATS | STATX_BTIME, &st) != 0) {
             return LastError();
@@ -218,15 +263,23 @@ SystemError StatNode(const Node& node, struct statx& st) {
     return StatPath(node.Path, false, st);
 }
 
-// The extended attributes of a node other than its ACLs, sorted by name.
-SystemError ListAttributes(const Node& node, std::vector<std::string>& names) {
+// The extended attributes of a node other than its ACLs, sorted by name, and which of the
+// two ACLs it has, so that a file without them is not asked for them.
+SystemError ListAttributes(const Node& node, std::vector<std::string>& names, bool& accessAcl,
+                           bool& defaultAcl) {
     names.clear();
-    std::vector<char> list(1024);
+    accessAcl = false;
+    defaultAcl = false;
+    char small[1024];
+    std::vector<char> large;
+    char* data = small;
+    std::size_t size = sizeof small;
+    std::size_t length = 0;
     for (;;) {
-        const ssize_t got = node.Link ? ::llistxattr(node.Path.c_str(), list.data(), list.size())
-                                      : ::flistxattr(node.Fd, list.data(), list.size());
+        const ssize_t got = node.Link ? ::llistxattr(node.Path.c_str(), data, size)
+                                      : ::flistxattr(node.Fd, data, size);
         if (got >= 0) {
-            list.resize(static_cast<std::size_t>(got));
+            length = static_cast<std::size_t>(got);
             break;
         }
         if (errno == ENOTSUP) {
@@ -235,13 +288,23 @@ SystemError ListAttributes(const Node& node, std::vector<std::string>& names) {
         if (errno != ERANGE) {
             return LastError();
         }
-        list.resize(list.size() * 4);
+        large.resize(size * 4);
+        data = large.data();
+        size = large.size();
     }
-    for (std::size_t at = 0; at < list.size();) {
-        const std::string name(list.data() + at);
-        at += name.size() + 1;
-        if (!name.empty() && name != kAclAccess && name != kAclDefault) {
-            names.push_back(name);
+    for (std::size_t at = 0; at < length;) {
+        const char* name = data + at;
+        const std::size_t n = ::strnlen(name, length - at);
+        at += n + 1;
+        if (n == 0) {
+            continue;
+        }
+        if (std::strcmp(name, kAclAccess) == 0) {
+            accessAcl = true;
+        } else if (std::strcmp(name, kAclDefault) == 0) {
+            defaultAcl = true;
+        } else {
+            names.emplace_back(name, n);
         }
     }
     std::sort(names.begin(), names.end());
@@ -358,12 +421,25 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
         Segment s = MakeSegment(kStreamReparseData, 0, {}, body.size());
         s.Memory = std::move(body);
         node.Segments.push_back(std::move(s));
+    } else if (IsSpecial(st.stx_mode)) {
+        const bool device = S_ISCHR(st.stx_mode) || S_ISBLK(st.stx_mode);
+        std::vector<unsigned char> body(device ? 16 : 8);
+        PutU32(body.data(), TagOf(st.stx_mode));
+        PutU16(body.data() + 4, static_cast<std::uint16_t>(body.size() - 8));
+        if (device) {
+            PutU32(body.data() + 8, st.stx_rdev_major);
+            PutU32(body.data() + 12, st.stx_rdev_minor);
+        }
+        Segment s = MakeSegment(kStreamReparseData, 0, {}, body.size());
+        s.Memory = std::move(body);
+        node.Segments.push_back(std::move(s));
     }
     std::vector<std::string> names;
-    if (!node.Link || S_ISLNK(st.stx_mode)) {
-        if (const SystemError failure = ListAttributes(node, names); failure.Failed()) {
-            return failure;
-        }
+    bool accessAcl = false;
+    bool defaultAcl = false;
+    if (const SystemError failure = ListAttributes(node, names, accessAcl, defaultAcl);
+        failure.Failed()) {
+        return failure;
     }
     for (const std::string& name : names) {
         std::vector<unsigned char> value;
@@ -388,8 +464,9 @@ SystemError BuildSegments(Node& node, bool processSecurity) {
         for (const char* acl : {kAclAccess, kAclDefault}) {
             std::vector<unsigned char> value;
             bool missing = true;
-            // Only directories have a default ACL.
-            if (!node.Link && (acl == kAclAccess || S_ISDIR(st.stx_mode))) {
+            // Only what the list named is read: only directories have a default ACL, and
+            // links have none at all.
+            if (acl == kAclAccess ? accessAcl : defaultAcl && S_ISDIR(st.stx_mode)) {
                 if (const SystemError failure = ReadAttribute(node, acl, value, missing);
                     failure.Failed()) {
                     return failure;
@@ -413,10 +490,17 @@ SystemError Materialize(Node& node) {
     if (!node.Deferred) {
         return {};
     }
-    int fd = ::open(node.Path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd < 0 && errno == ELOOP) {
-        ::unlink(node.Path.c_str());
-        fd = ::open(node.Path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
+    constexpr int kCreate = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    int fd = ::open(node.Path.c_str(), kCreate, 0666);
+    if (fd < 0 && errno == EEXIST) {
+        // A file in the way is emptied; a link, device, pipe or socket is replaced, never
+        // opened, so that nothing is written through it.
+        struct stat st {};
+        if (::lstat(node.Path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+            fd = ::open(node.Path.c_str(), O_RDWR | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        } else if (::unlink(node.Path.c_str()) == 0 || errno == ENOENT) {
+            fd = ::open(node.Path.c_str(), kCreate, 0666);
+        }
     }
     if (fd < 0) {
         return LastError();
@@ -464,16 +548,18 @@ SystemError ApplySecurity(Node& node, const std::vector<unsigned char>& body) {
         acl.assign(body.begin() + long(at), body.begin() + long(at + length));
         at += length;
     }
-    const int owned = node.Fd >= 0 && !node.Link
-                          ? ::fchown(node.Fd, uid, gid)
-                          : ::lchown(node.Path.c_str(), uid, gid);
+    const bool byFd = node.Fd >= 0 && !node.Link;
+    const int owned = byFd ? ::fchown(node.Fd, uid, gid) : ::lchown(node.Path.c_str(), uid, gid);
     if (owned != 0) {
         return errno == EPERM ? SystemError{kErrorInvalidOwner, EPERM} : LastError();
     }
-    if (node.Link || node.Fd < 0) {
+    if (!byFd && !node.Special) {
         return {};  // a link has no mode or ACL of its own
     }
-    if (::fchmod(node.Fd, mode) != 0) {
+    // A special file is changed through its name: opening it could act on a device.
+    const int moded = byFd ? ::fchmod(node.Fd, mode)
+                           : ::fchmodat(AT_FDCWD, node.Path.c_str(), mode, 0);
+    if (moded != 0) {
         return LastError();
     }
     const char* names[2] = {kAclAccess, kAclDefault};
@@ -482,26 +568,70 @@ SystemError ApplySecurity(Node& node, const std::vector<unsigned char>& body) {
             continue;  // only directories have a default ACL
         }
         if (acls[i].empty()) {
-            if (::fremovexattr(node.Fd, names[i]) != 0 && errno != ENODATA && errno != ENOTSUP) {
+            const int removed = byFd ? ::fremovexattr(node.Fd, names[i])
+                                     : ::lremovexattr(node.Path.c_str(), names[i]);
+            if (removed != 0 && errno != ENODATA && errno != ENOTSUP) {
                 return LastError();
             }
             continue;
         }
-        if (::fsetxattr(node.Fd, names[i], acls[i].data(), acls[i].size(), 0) != 0) {
+        const int set = byFd ? ::fsetxattr(node.Fd, names[i], acls[i].data(), acls[i].size(), 0)
+                             : ::lsetxattr(node.Path.c_str(), names[i], acls[i].data(),
+                                           acls[i].size(), 0);
+        if (set != 0) {
             return LastError();
         }
     }
     return {};
 }
 
+// The kind of entry that a reparse body describes (0 for none of ours) and, for a device,
+// its number.
+mode_t SpecialKind(const std::vector<unsigned char>& body, dev_t& device) {
+    device = 0;
+    if (body.size() < 8) {
+        return 0;
+    }
+    mode_t kind = 0;
+    switch (GetU32(body.data())) {
+        case kReparseTagLinuxCharDevice:
+            kind = S_IFCHR;
+            break;
+        case kReparseTagLinuxBlockDevice:
+            kind = S_IFBLK;
+            break;
+        case kReparseTagLinuxFifo:
+            kind = S_IFIFO;
+            break;
+        case kReparseTagLinuxSocket:
+            kind = S_IFSOCK;
+            break;
+        default:
+            return 0;
+    }
+    const std::size_t length = GetU16(body.data() + 4);
+    const bool isDevice = kind == S_IFCHR || kind == S_IFBLK;
+    if (length != body.size() - 8 || length != (isDevice ? 8u : 0u)) {
+        return 0;
+    }
+    if (isDevice) {
+        device = makedev(GetU32(body.data() + 8), GetU32(body.data() + 12));
+    }
+    return kind;
+}
+
 SystemError ApplyReparse(Node& node, const std::vector<unsigned char>& body) {
-    if (body.size() < 12 || GetU32(body.data()) != kReparseTagLinuxSymlink) {
+    dev_t device = 0;
+    const mode_t kind = SpecialKind(body, device);
+    const bool link = body.size() >= 12 && GetU32(body.data()) == kReparseTagLinuxSymlink;
+    if (!link && kind == 0) {
         return {kErrorInvalidParameter, EINVAL};
     }
-    const std::string target(reinterpret_cast<const char*>(body.data()) + 12, body.size() - 12);
     if (node.Dir) {
         return {kErrorInvalidParameter, EISDIR};
     }
+    // The entry is this stream's to make: when that fails, no empty file takes its place.
+    node.Deferred = false;
     if (node.Fd >= 0) {
         ::close(node.Fd);
         node.Fd = -1;
@@ -509,11 +639,20 @@ SystemError ApplyReparse(Node& node, const std::vector<unsigned char>& body) {
     if (::unlink(node.Path.c_str()) != 0 && errno != ENOENT) {
         return LastError();
     }
-    if (::symlink(target.c_str(), node.Path.c_str()) != 0) {
-        return LastError();
+    if (link) {
+        const std::string target(reinterpret_cast<const char*>(body.data()) + 12,
+                                 body.size() - 12);
+        if (::symlink(target.c_str(), node.Path.c_str()) != 0) {
+            return LastError();
+        }
+    } else if (::mknodat(AT_FDCWD, node.Path.c_str(), kind | 0666, device) != 0) {
+        // Only a device needs the capability; its absence is named as a missing privilege,
+        // not as a refused access that a change of security could cure.
+        return errno == EPERM ? SystemError{kErrorPrivilegeNotHeld, EPERM} : LastError();
     }
     node.Deferred = false;
     node.Link = true;
+    node.Special = !link;
     return {};
 }
 
@@ -611,7 +750,7 @@ class LinuxBackupSource final : public BackupSource {
 public:
     SystemError GetAttributes(const std::u16string& path, BackupFileInfo& info) override {
         struct statx st {};
-        if (const SystemError f = StatPath(File::WideNameToNative(path), false, st); f.Failed()) {
+        if (const SystemError f = StatPath(NativePath(path), false, st); f.Failed()) {
             return f;
         }
         FillInfo(st, info);
@@ -619,7 +758,7 @@ public:
     }
 
     SystemError SetAttributes(const std::u16string& path, std::uint32_t attributes) override {
-        const std::string native = File::WideNameToNative(path);
+        const std::string native = NativePath(path);
         struct stat st {};
         if (::lstat(native.c_str(), &st) != 0) {
             return LastError();
@@ -636,14 +775,21 @@ public:
                      FileHandle& handle) override {
         handle = kNoHandle;
         auto node = std::make_unique<Node>();
-        node->Path = File::WideNameToNative(path);
+        node->Path = NativePath(path);
         const bool follow = (flags & kFlagOpenReparsePoint) == 0;
         const bool writes = (access & kGenericWrite) != 0;
         if (!writes) {
-            // Reading, or setting times: directories and links open as themselves.
-            int fd = ::open(node->Path.c_str(),
-                            O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (follow ? 0 : O_NOFOLLOW));
-            if (fd < 0 && (errno == ELOOP || errno == ENXIO)) {
+            // Reading, or setting times: directories and links open as themselves. What the
+            // caller saw as a reparse point is opened as a name only, so that a device is
+            // never opened; a link followed to a file or directory is then opened again
+            // through that name to read it.
+            const bool nameOnly = (attributes & kBackupAttrReparsePoint) != 0;
+            int fd = -1;
+            if (!nameOnly) {
+                fd = ::open(node->Path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY |
+                                                    (follow ? 0 : O_NOFOLLOW));
+            }
+            if (nameOnly || (fd < 0 && (errno == ELOOP || errno == ENXIO))) {
                 fd = ::open(node->Path.c_str(), O_PATH | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW));
                 node->Link = true;
             }
@@ -656,11 +802,21 @@ public:
                         STATX_BASIC_STATS | STATX_BTIME, &st) != 0) {
                 return LastError();
             }
-            node->HaveStatus = !node->Link;
+            if (node->Link && (S_ISREG(st.stx_mode) || S_ISDIR(st.stx_mode))) {
+                const std::string self = "/proc/self/fd/" + std::to_string(fd);
+                const int data = ::open(self.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+                if (data < 0) {
+                    return LastError();
+                }
+                ::close(fd);
+                node->Fd = data;
+                node->Link = false;
+            }
+            node->HaveStatus = true;
             node->Dir = S_ISDIR(st.stx_mode);
+            node->Special = IsSpecial(st.stx_mode);
             if (!node->Link && !node->Dir && !S_ISREG(st.stx_mode)) {
                 node->Link = true;  // devices and pipes: no data is read from them
-                node->HaveStatus = false;
             }
         } else if ((attributes & kBackupAttrDirectory) != 0) {
             const int fd = ::open(node->Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC |
@@ -670,6 +826,13 @@ public:
             }
             node->Fd = fd;
             node->Dir = true;
+        } else if (disposition == FileDisposition::CreateAlways &&
+                   (attributes & kBackupAttrReparsePoint) == 0) {
+            // A new file needs no look first: creating it finds out what stands in the way.
+            node->Deferred = true;
+            if (const SystemError f = Materialize(*node); f.Failed()) {
+                return f;
+            }
         } else {
             struct stat st {};
             const bool exists = ::lstat(node->Path.c_str(), &st) == 0;
@@ -688,8 +851,10 @@ public:
             const bool replaces = disposition == FileDisposition::CreateAlways || !exists;
             if (replaces && (attributes & kBackupAttrReparsePoint) != 0) {
                 node->Deferred = true;  // the reparse stream makes the link
-            } else if (exists && S_ISLNK(st.st_mode) && !replaces) {
+            } else if (exists && !S_ISREG(st.st_mode) && !replaces) {
+                // A link, device, pipe or socket that is kept is never opened for writing.
                 node->Link = true;
+                node->Special = IsSpecial(st.st_mode);
             } else {
                 node->Deferred = true;
                 if (!replaces) {
@@ -725,11 +890,11 @@ public:
 
     SystemError ReparseTag(FileHandle handle, std::uint32_t& tag) override {
         Node& node = *NodeOf(handle);
-        struct stat st {};
-        if (!node.Link || ::lstat(node.Path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) {
+        struct statx st {};
+        if (!node.Link || StatNode(node, st).Failed() || TagOf(st.stx_mode) == 0) {
             return {kErrorNotAReparsePoint, EINVAL};
         }
-        tag = kReparseTagLinuxSymlink;
+        tag = TagOf(st.stx_mode);
         return {};
     }
 
@@ -934,7 +1099,10 @@ public:
             return {};
         }
         const timespec times[2] = {timespec{0, UTIME_OMIT}, UnixTime(write)};
-        if (::utimensat(AT_FDCWD, node.Path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
+        const int set = node.Fd >= 0 && !node.Link
+                            ? ::futimens(node.Fd, times)
+                            : ::utimensat(AT_FDCWD, node.Path.c_str(), times, AT_SYMLINK_NOFOLLOW);
+        if (set != 0) {
             return LastError();
         }
         return {};
@@ -960,7 +1128,7 @@ public:
     }
 
     SystemError CreateDirectory(const std::u16string& path) override {
-        if (::mkdir(File::WideNameToNative(path).c_str(), 0777) != 0) {
+        if (::mkdir(NativePath(path).c_str(), 0777) != 0) {
             return LastError();
         }
         return {};

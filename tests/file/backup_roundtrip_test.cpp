@@ -2,12 +2,18 @@
 // holes, extended attributes, ACLs, owner, mode and last write time as the original.
 
 #include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -18,6 +24,7 @@
 #include "file/backup_stream.h"
 #include "file/backup_test_support.h"
 #include "file/dir_test_tree.h"
+#include "file/system_error.h"
 
 namespace {
 
@@ -125,6 +132,7 @@ protected:
         EXPECT_EQ(sa.st_mtim.tv_sec, sb.st_mtim.tv_sec) << name;
         EXPECT_EQ(sa.st_mtim.tv_nsec / 1000000, sb.st_mtim.tv_nsec / 1000000) << name;
         EXPECT_EQ(Attributes(a), Attributes(b)) << name;
+        EXPECT_EQ(sa.st_rdev, sb.st_rdev) << name;
         if (S_ISREG(sa.st_mode)) {
             EXPECT_EQ(sa.st_size, sb.st_size) << name;
             EXPECT_TRUE(Content(a) == Content(b)) << name;
@@ -261,6 +269,97 @@ TEST_F(BackupRoundTrip, SymbolicLinksReplaceWhatStandsInTheirPlace) {
     RoundTrip("plain");
     ExpectSame("plain");
     EXPECT_EQ(Content(tree_.At("target")), (Bytes{'k', 'e', 'e', 'p'}));
+
+    // Followed, a link is backed up as the file that it points to.
+    ASSERT_EQ(::symlink("target", tree_.At("tolink").c_str()), 0);
+    RecordingWriter followed(File::backup_follow_reparse);
+    ASSERT_TRUE(File::BackupFile(Wide(tree_.At("tolink")), followed, nullptr).Succeeded());
+    EXPECT_EQ(followed.Of(1).Joined(), (Bytes{0x80, 0, 0, 0}));
+    const Bytes stream = followed.Of(2).Joined();
+    ASSERT_GE(stream.size(), 24u);
+    EXPECT_EQ(stream[0], 1);
+    EXPECT_EQ(Bytes(stream.begin() + 20, stream.begin() + 24), (Bytes{'k', 'e', 'e', 'p'}));
+}
+
+// Devices, pipes and sockets come back as what they were, with their device numbers; a
+// device that cannot be made is an error, never an empty file in its place.
+TEST_F(BackupRoundTrip, SpecialFilesKeepTheirKind) {
+    const bool root = ::geteuid() == 0;
+    const auto prepare = [&](const std::string& name) {
+        const std::string path = tree_.At(name);
+        ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+        if (root) {
+            ASSERT_EQ(::lchown(path.c_str(), 321, 654), 0);
+            ASSERT_EQ(::lsetxattr(path.c_str(), "trusted.note", "n", 1, 0), 0);
+        }
+        SetTime(path, 1200000000, 250000000);
+    };
+    ASSERT_EQ(::mkfifo(tree_.At("fifo").c_str(), 0600), 0);
+    prepare("fifo");
+    tree_.Write("fifo.copy", "a file where the pipe goes");
+    RoundTrip("fifo");
+    ExpectSame("fifo");
+    EXPECT_EQ(writer_->Of(1).Joined(), (Bytes{0x00, 0x04, 0, 0}));
+    // The stream starts with the reparse data of the pipe: its tag and an empty body.
+    const Bytes stream = writer_->Of(2).Joined();
+    ASSERT_GE(stream.size(), 28u);
+    EXPECT_EQ(stream[0], 8);
+    EXPECT_EQ(stream[8], 8);
+    EXPECT_EQ(Bytes(stream.begin() + 20, stream.begin() + 28),
+              (Bytes{0x24, 0, 0, 0x80, 0, 0, 0, 0}));
+    // A file restored where a pipe stands replaces the pipe instead of writing into it.
+    tree_.Write("plain", "data");
+    ASSERT_EQ(::mkfifo(tree_.At("plain.copy").c_str(), 0600), 0);
+    RoundTrip("plain");
+    ExpectSame("plain");
+
+    // A socket that a program bound restores as the socket's node.
+    const int server = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_GE(server, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string socketPath = tree_.At("sock");
+    ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+    std::strcpy(address.sun_path, socketPath.c_str());
+    ASSERT_EQ(::bind(server, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ::close(server);
+    prepare("sock");
+    RoundTrip("sock");
+    ExpectSame("sock");
+
+    if (!root) {
+        GTEST_SKIP() << "making a device needs root";
+    }
+    struct stat null {};
+    ASSERT_EQ(::stat("/dev/null", &null), 0);
+    ASSERT_EQ(::mknod(tree_.At("dev").c_str(), S_IFCHR | 0600, null.st_rdev), 0);
+    prepare("dev");
+    RoundTrip("dev");
+    ExpectSame("dev");
+    // Backing a device up never opens it: with the links followed it is still the node.
+    RoundTrip("dev", File::backup_follow_reparse);
+    ExpectSame("dev");
+
+    // Without the capability to make devices the restore fails with the system's reason,
+    // and leaves nothing in the device's place.
+    ASSERT_EQ(::unlink(tree_.At("dev.copy").c_str()), 0);
+    ChunkSource source(*writer_);
+    Common::Error restored;
+    std::thread restorer([&] {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct data[2] = {};
+        ASSERT_EQ(::syscall(SYS_capget, &header, data), 0);
+        data[CAP_MKNOD / 32].effective &= ~(1u << (CAP_MKNOD % 32));
+        ASSERT_EQ(::syscall(SYS_capset, &header, data), 0);  // this thread only
+        restored = File::RestoreFile(Wide(tree_.At("dev.copy")), source, nullptr);
+    });
+    restorer.join();
+    EXPECT_EQ(restored.Code(), 0x4001au) << restored;
+    const Platform::SystemError reason = File::SystemReasonOf(restored);
+    EXPECT_EQ(reason.Windows, 1314u) << restored;
+    EXPECT_EQ(reason.Native, EPERM) << restored;
+    struct stat gone {};
+    EXPECT_NE(::lstat(tree_.At("dev.copy").c_str(), &gone), 0);
 }
 
 TEST_F(BackupRoundTrip, OptionsOfDataOnlyAndNoData) {
