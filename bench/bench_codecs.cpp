@@ -14,43 +14,14 @@
 #include <tessel_link/xidl/records.h>
 
 #include "ratio_reporter.h"
+#include "sample_slices.h"
 
 namespace {
 
-constexpr std::size_t kRecords = 10000;
+using bench_support::kSampleSlices;
 
 const std::vector<ArchiveManagement::SliceInfo>& Slices() {
-    static const std::vector<ArchiveManagement::SliceInfo> slices = [] {
-        std::vector<ArchiveManagement::SliceInfo> list;
-        list.reserve(kRecords);
-        for (std::size_t i = 0; i < kRecords; ++i) {
-            const std::u16string n = Common::Utf8ToUtf16Lenient(std::to_string(i));
-            ArchiveManagement::SliceInfo s;
-            s.SliceUri = u"bsp://storage-01/vault/Archive-" + n + u"?slice=" + n;
-            s.Kind = static_cast<std::uint32_t>(i % 3);
-            s.CreationTime = 1700000000000ll + static_cast<std::int64_t>(i) * 3600;
-            s.Description = u"Nightly backup " + n;
-            s.Traits = 0x11;
-            s.Size = 1000003ull * i;
-            s.DeduplicatedSize = s.Size / 2;
-            s.DataSize = s.Size / 3;
-            s.OriginalDataSize = s.Size * 2;
-            s.PreviousSliceUri = i ? u"bsp://storage-01/vault/Archive-" + n : u"";
-            s.MetaInformation = {{u"Host", u"server-" + n}};
-            s.DataType = 1;
-            s.CompressedDataSize = s.Size / 4;
-            s.BackupSet = static_cast<std::uint32_t>(i % 7);
-            s.MediaIDs = {u"tape-" + n};
-            s.Applications = {{u"Mail"}, {u"Database"}};
-            s.ItemCounters = {static_cast<std::uint32_t>(i), 2, 3};
-            Common::Create(s.LocationID);
-            Common::Create(s.ArchiveID);
-            s.SliceOffset = i * 512;
-            list.push_back(std::move(s));
-        }
-        return list;
-    }();
-    return slices;
+    return bench_support::SampleSlices();
 }
 
 const Serialization::MetaInfo& SlicesMeta() {
@@ -75,7 +46,7 @@ void BM_WriteSlices(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(WritePacket());
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kRecords));
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kSampleSlices));
 }
 
 // Parsing only: the reader builds its tree of the packet and nothing is read from it.
@@ -85,7 +56,7 @@ void BM_ParsePacket(benchmark::State& state) {
         auto d = Serialization::CreateXMLPacketDeserializer(packet.data(), packet.size(), 0);
         benchmark::DoNotOptimize(d.get());
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kRecords));
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kSampleSlices));
 }
 
 // Parsing and reading every record back through the codecs.
@@ -101,7 +72,7 @@ void BM_ReadSlices(benchmark::State& state) {
     if (last != Slices()) {
         state.SkipWithError("the slices did not come back");
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kRecords));
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kSampleSlices));
 }
 
 BENCHMARK(BM_WriteSlices)->Unit(benchmark::kMillisecond);
@@ -121,7 +92,7 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     const double read = reporter.Ratio("BM_ReadSlices", "BM_ParsePacket");
     if (read > 0) {
-        std::printf("\npacket of %zu slices, %zu bytes\n", kRecords, Packet().size());
+        std::printf("\npacket of %zu slices, %zu bytes\n", kSampleSlices, Packet().size());
         std::printf("reading through the codecs / parsing alone = %.2f: the codecs add %.0f%% to the "
                     "parse (target <= 30%%) %s (repetitions spread %.0f%%)\n",
                     read, (read - 1) * 100, read <= 1.3 ? "ok" : "ABOVE",

@@ -21,6 +21,7 @@
 #include <tessel_link/xidl/records.h>
 
 #include "ratio_reporter.h"
+#include "sample_slices.h"
 
 namespace {
 
@@ -107,40 +108,8 @@ void BM_ReadBlob(benchmark::State& state) {
 
 // ---- 10,000 slice records ----
 
-constexpr std::size_t kSlices = 10000;
-
 const std::vector<ArchiveManagement::SliceInfo>& Slices() {
-    static const std::vector<ArchiveManagement::SliceInfo> slices = [] {
-        std::vector<ArchiveManagement::SliceInfo> list;
-        list.reserve(kSlices);
-        for (std::size_t i = 0; i < kSlices; ++i) {
-            const std::u16string n = Common::Utf8ToUtf16Lenient(std::to_string(i));
-            ArchiveManagement::SliceInfo s;
-            s.SliceUri = u"bsp://storage-01/vault/Archive-" + n + u"?slice=" + n;
-            s.Kind = static_cast<std::uint32_t>(i % 3);
-            s.CreationTime = 1700000000000ll + static_cast<std::int64_t>(i) * 3600;
-            s.Description = u"Nightly backup " + n;
-            s.Traits = 0x11;
-            s.Size = 1000003ull * i;
-            s.DeduplicatedSize = s.Size / 2;
-            s.DataSize = s.Size / 3;
-            s.OriginalDataSize = s.Size * 2;
-            s.PreviousSliceUri = i ? u"bsp://storage-01/vault/Archive-" + n : u"";
-            s.MetaInformation = {{u"Host", u"server-" + n}};
-            s.DataType = 1;
-            s.CompressedDataSize = s.Size / 4;
-            s.BackupSet = static_cast<std::uint32_t>(i % 7);
-            s.MediaIDs = {u"tape-" + n};
-            s.Applications = {{u"Mail"}, {u"Database"}};
-            s.ItemCounters = {static_cast<std::uint32_t>(i), 2, 3};
-            Common::Create(s.LocationID);
-            Common::Create(s.ArchiveID);
-            s.SliceOffset = i * 512;
-            list.push_back(std::move(s));
-        }
-        return list;
-    }();
-    return slices;
+    return bench_support::SampleSlices();
 }
 
 // Each record on its own through its adapter, as the creators use it.
@@ -246,13 +215,13 @@ int main(int argc, char** argv) {
     if (records > 0) {
         std::printf("%zu slices: tree making time / packet writing time = %.2f (target <= 2.00) %s "
                     "(repetitions spread %.0f%%)\n",
-                    kSlices, 1 / records, 1 / records <= 2.0 ? "ok" : "ABOVE",
+                    bench_support::kSampleSlices, 1 / records, 1 / records <= 2.0 ? "ok" : "ABOVE",
                     100 * reporter.Spread("BM_SlicesToPackets", "BM_SlicesToUnits"));
     }
     const std::size_t blob = SlicesBlobSize();
     const std::size_t packet = SlicesPacketSize();
     std::printf("%zu slices as one member: binary form %zu bytes, packet %zu bytes, "
                 "binary / packet = %.2f\n",
-                kSlices, blob, packet, static_cast<double>(blob) / static_cast<double>(packet));
+                bench_support::kSampleSlices, blob, packet, static_cast<double>(blob) / static_cast<double>(packet));
     return 0;
 }
