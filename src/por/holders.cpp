@@ -89,15 +89,56 @@ void DestructionScope::Defer(TraitPtr trait) {
 }
 
 // Destroys the items of a container inside a scope.
-template <class Ptr>
-void DestroyItems(std::vector<Ptr>& items) {
+template <class Items>
+void DestroyItems(Items& items) {
     DestructionScope scope;
     if (scope.Defers()) {
-        for (Ptr& item : items) {
+        for (auto& item : items) {
             scope.Defer(std::move(item));
         }
     }
     items.clear();
+}
+
+// ---- TraitList ----
+
+void TraitList::reserve(std::size_t count) {
+    if (count <= capacity_) {
+        return;
+    }
+    auto bigger = std::make_unique<TraitPtr[]>(count);
+    std::move(begin(), end(), bigger.get());
+    for (TraitPtr& moved : inline_) {
+        moved.reset();
+    }
+    heap_ = std::move(bigger);
+    capacity_ = static_cast<std::uint32_t>(count);
+}
+
+void TraitList::insert(std::size_t index, TraitPtr trait) {
+    if (size_ == capacity_) {
+        reserve(2 * static_cast<std::size_t>(capacity_));
+    }
+    TraitPtr* items = data();
+    std::move_backward(items + index, items + size_, items + size_ + 1);
+    items[index] = std::move(trait);
+    ++size_;
+}
+
+void TraitList::take(std::size_t first, std::size_t last, std::vector<TraitPtr>& out) {
+    TraitPtr* items = data();
+    out.insert(out.end(), std::make_move_iterator(items + first),
+               std::make_move_iterator(items + last));
+    std::move(items + last, items + size_, items + first);
+    size_ -= static_cast<std::uint32_t>(last - first);
+}
+
+void TraitList::clear() noexcept {
+    TraitPtr* items = data();
+    for (std::size_t i = size_; i > 0; --i) {
+        items[i - 1].reset();
+    }
+    size_ = 0;
 }
 
 }  // namespace Detail
@@ -454,9 +495,10 @@ std::uint32_t TraitsHolderImpl::Remove(const UnitName& name) {
         std::equal_range(traits_.begin(), traits_.end(), name.c_str(), TraitNameLess{});
     const auto count = static_cast<std::uint32_t>(range.second - range.first);
     if (count != 0) {
-        std::vector<TraitPtr> removed(std::make_move_iterator(range.first),
-                                      std::make_move_iterator(range.second));
-        traits_.erase(range.first, range.second);
+        // Destroyed once the list is whole again.
+        std::vector<TraitPtr> removed;
+        traits_.take(static_cast<std::size_t>(range.first - traits_.begin()),
+                     static_cast<std::size_t>(range.second - traits_.begin()), removed);
     }
     return count;
 }
@@ -489,7 +531,7 @@ void TraitsHolderImpl::Add(TraitPtr trait) {
             high = middle;
         }
     }
-    traits_.insert(traits_.begin() + static_cast<std::ptrdiff_t>(low), std::move(trait));
+    traits_.insert(low, std::move(trait));
 }
 
 // ---- PropertyHolder, TraitHolder ----

@@ -11,6 +11,8 @@
 #include <tessel_link/por/construction.h>
 #include <tessel_link/por/util.h>
 
+#include "por/node_arena.h"
+
 namespace Por {
 
 namespace Detail {
@@ -166,9 +168,51 @@ private:
     std::vector<PropertyPtr> properties_;
 };
 
+namespace Detail {
+
+// The traits of one unit, in order. Most units that have traits have one or two, so the first
+// two stand in the list itself and only a longer list takes memory of its own.
+class TraitList {
+public:
+    TraitList() = default;
+    ~TraitList() { clear(); }
+    TraitList(const TraitList&) = delete;
+    TraitList& operator=(const TraitList&) = delete;
+
+    std::size_t size() const noexcept { return size_; }
+    bool empty() const noexcept { return size_ == 0; }
+    TraitPtr* begin() noexcept { return data(); }
+    TraitPtr* end() noexcept { return data() + size_; }
+    const TraitPtr* begin() const noexcept { return data(); }
+    const TraitPtr* end() const noexcept { return data() + size_; }
+    TraitPtr& operator[](std::size_t i) noexcept { return data()[i]; }
+    const TraitPtr& operator[](std::size_t i) const noexcept { return data()[i]; }
+    const TraitPtr& back() const noexcept { return data()[size_ - 1]; }
+
+    void reserve(std::size_t count);
+    void insert(std::size_t index, TraitPtr trait);
+    // Moves the traits [first, last) out, in order, and closes the gap.
+    void take(std::size_t first, std::size_t last, std::vector<TraitPtr>& out);
+    void clear() noexcept;
+
+private:
+    static constexpr std::size_t kInline = 2;
+
+    TraitPtr* data() noexcept { return heap_ ? heap_.get() : inline_; }
+    const TraitPtr* data() const noexcept { return heap_ ? heap_.get() : inline_; }
+
+    TraitPtr inline_[kInline];
+    std::unique_ptr<TraitPtr[]> heap_;
+    std::uint32_t size_ = 0;
+    std::uint32_t capacity_ = kInline;
+};
+
+}  // namespace Detail
+
 // The traits of one unit, sorted by name and then by unit order; no two equal.
 class TraitsHolderImpl final : public Construction::Traits {
 public:
+    TL_POR_ARENA_ALLOCATED
     TraitsHolderImpl() = default;
     ~TraitsHolderImpl() override;
 
@@ -180,7 +224,7 @@ public:
     void Reserve(std::size_t count) { traits_.reserve(count); }
 
 private:
-    std::vector<TraitPtr> traits_;
+    Detail::TraitList traits_;
 };
 
 // The traits of every in-memory unit that has none: one shared, empty set.
@@ -222,6 +266,7 @@ private:
 
 class PropertyHolder final : public Construction::Property {
 public:
+    TL_POR_ARENA_ALLOCATED
     // A null unit raises "POR: Null units are forbidden.".
     PropertyHolder(const UnitName& name, UnitPtr unit);
 
@@ -238,6 +283,7 @@ private:
 
 class TraitHolder final : public View::Trait {
 public:
+    TL_POR_ARENA_ALLOCATED
     // A null unit raises "POR: Null units are forbidden.".
     TraitHolder(const UnitName& name, UnitPtr unit);
 
@@ -253,6 +299,7 @@ private:
 template <class Holder>
 class Object final : public Construction::Unit {
 public:
+    TL_POR_ARENA_ALLOCATED
     template <class... Args>
     explicit Object(Args&&... args) : value_(std::forward<Args>(args)...) {}
 

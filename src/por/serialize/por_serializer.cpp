@@ -20,11 +20,30 @@ PorAwareDeserializer::PorAwareDeserializer() {
 PorAwareDeserializer::~PorAwareDeserializer() = default;
 
 PORSerializer::PORSerializer(Construction::UnitFactory& factory, UnitPtr& destination)
-    : factory_(factory),
-      destination_(destination),
-      root_(std::make_shared<Detail::BridgeNode>(nullptr, MetaInfo(), factory)) {}
+    : factory_(factory), destination_(destination), pool_(Detail::NodePool::Borrow()) {
+    root_ = pool_->Open(Detail::NodeKind::Bridge, nullptr, MetaInfo(), factory);
+    stack_.swap(pool_->stackRoom);
+}
 
-PORSerializer::~PORSerializer() = default;
+PORSerializer::~PORSerializer() {
+    // The nodes of elements left open by a failure drop what they hold on the way back.
+    while (!stack_.empty()) {
+        Pop();
+    }
+    pool_->Return(std::move(root_));
+    stack_.swap(pool_->stackRoom);
+    Detail::NodePool::GiveBack(std::move(pool_));
+}
+
+void PORSerializer::Push(std::unique_ptr<Detail::SimpleNode> node) {
+    stack_.push_back(std::move(node));
+}
+
+void PORSerializer::Pop() {
+    std::unique_ptr<Detail::SimpleNode> node = std::move(stack_.back());
+    stack_.pop_back();
+    pool_->Return(std::move(node));
+}
 
 template <class Operation>
 void PORSerializer::Guarded(Operation&& operation) {
@@ -45,20 +64,14 @@ Detail::SimpleNode& PORSerializer::Parent() {
 
 void PORSerializer::Materialize(bool composite) {
     Detail::SimpleNode& parent = Parent();
-    if (composite) {
-        stack_.push_back(
-            std::make_shared<Detail::CompositeNode>(&parent, std::move(pending_), factory_));
-    } else {
-        stack_.push_back(
-            std::make_shared<Detail::BridgeNode>(&parent, std::move(pending_), factory_));
-    }
-    pending_ = MetaInfo();
     hasPending_ = false;
+    Push(pool_->Open(composite ? Detail::NodeKind::Composite : Detail::NodeKind::Bridge, &parent,
+                     std::move(pending_), factory_));
 }
 
 void PORSerializer::BeginNode(const MetaInfo& meta) {
-    const Detail::NodeCreator creator = Detail::FindNodeCreator(meta.Name);
-    if (creator == nullptr) {
+    const Detail::NodeKind kind = Detail::FindNodeKind(meta.Name);
+    if (kind == Detail::NodeKind::Composite) {
         if (hasPending_) {
             Materialize(true);
         }
@@ -69,7 +82,7 @@ void PORSerializer::BeginNode(const MetaInfo& meta) {
     if (hasPending_) {
         Materialize(false);
     }
-    stack_.push_back(creator(&Parent(), meta, factory_));
+    Push(pool_->Open(kind, &Parent(), MetaInfo(meta), factory_));
 }
 
 void PORSerializer::EndNode() {
@@ -81,7 +94,7 @@ void PORSerializer::EndNode() {
         return;  // an end without a begin
     }
     stack_.back()->Finalize();
-    stack_.pop_back();
+    Pop();
     if (!stack_.empty()) {
         return;
     }

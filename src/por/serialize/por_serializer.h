@@ -5,7 +5,6 @@
 // their content with traits that tell what they were.
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -44,6 +43,7 @@ public:
 
 namespace Detail {
 class SimpleNode;
+class NodePool;
 }
 
 // Builds one tree. When a node is opened it is not known yet whether it is a record (named
@@ -104,10 +104,14 @@ private:
     template <class Operation>
     void Guarded(Operation&& operation);
 
+    void Push(std::unique_ptr<Detail::SimpleNode> node);
+    void Pop();
+
     Construction::UnitFactory& factory_;
     UnitPtr& destination_;
-    std::shared_ptr<Detail::SimpleNode> root_;
-    std::deque<std::shared_ptr<Detail::SimpleNode>> stack_;
+    std::unique_ptr<Detail::NodePool> pool_;
+    std::unique_ptr<Detail::SimpleNode> root_;
+    std::vector<std::unique_ptr<Detail::SimpleNode>> stack_;
     MetaInfo pending_;
     bool hasPending_ = false;
     std::uint64_t context_ = 0;

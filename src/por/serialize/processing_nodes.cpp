@@ -1,6 +1,8 @@
 #include "por/serialize/processing_nodes.h"
 
-#include <map>
+#include <cstring>
+
+#include <tessel_link/por/in_memory_factory.h>
 
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/unicode.h>
@@ -8,6 +10,7 @@
 #include <tessel_link/por/trait_names.h>
 #include <tessel_link/por/util.h>
 
+#include "por/holders.h"
 #include "por/por_errors.h"
 
 namespace Por::Serialization::Detail {
@@ -41,16 +44,24 @@ UnitName MemberName(const std::string& name) {
         std::string text;
         UnitName name;
     };
-    // Sized so that the members of the records in one tree rarely share a slot, and hashed
-    // over every byte: names such as "Id" and "Index" must not keep evicting each other.
+    // Sized so that the members of the records in one tree rarely share a slot. The slot is
+    // picked from the length and three of the bytes, which tells apart the names of one
+    // record well enough ("Id", "Index", "ItemsAdded", "ItemsRemoved") at a fraction of
+    // the cost of hashing every byte.
     static constexpr std::size_t kSlots = 1024;
     thread_local Known known[kSlots];
-    std::uint32_t h = 2166136261u;
-    for (const char c : name) {
-        h = (h ^ static_cast<unsigned char>(c)) * 16777619u;
+    const std::size_t size = name.size();
+    std::size_t h = size;
+    if (size != 0) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(name.data());
+        h = h * 131 + bytes[0];
+        h = h * 131 + bytes[size - 1];
+        h = h * 131 + bytes[size / 2];
+        h = h * 131 + bytes[(size - 1) / 3];
     }
-    Known& slot = known[(h ^ (h >> 15)) % kSlots];
-    if (slot.text != name || slot.name.Empty() != name.empty()) {
+    Known& slot = known[(h ^ (h >> 10)) % kSlots];
+    if (slot.text.size() != size || std::memcmp(slot.text.data(), name.data(), size) != 0 ||
+        slot.name.Empty() != name.empty()) {
         slot.name = UnitName(name);
         slot.text = name;
     }
@@ -92,10 +103,29 @@ void ApplyTraitList(Construction::Unit& unit, const ::Serialization::MetaInfoTra
     }
 }
 
-template <class Node>
-std::shared_ptr<SimpleNode> Create(SimpleNode* parent, const MetaInfo& descriptor,
-                                   Construction::UnitFactory& factory) {
-    return std::make_shared<Node>(parent, descriptor, factory);
+// A composite of the children, which are moved out, in order: a later child replaces an
+// earlier one of the same name.
+UnitPtr MakeComposite(std::vector<NamedUnit>& children, Construction::UnitFactory& factory,
+                      bool inMemory) {
+    if (inMemory) {
+        auto composite = std::make_unique<Object<CompositeValueHolder>>();
+        CompositeValueHolder& holder = composite->Value();
+        holder.Reserve(children.size());
+        for (NamedUnit& child : children) {
+            holder.Set(std::make_unique<PropertyHolder>(child.name, std::move(child.unit)));
+        }
+        return composite;
+    }
+    UnitPtr composite = factory.CreateComposite();
+    Construction::CompositeValue& holder = Util::AsComposite(*composite);
+    for (NamedUnit& child : children) {
+        holder.Set(factory.CreateProperty(child.name, std::move(child.unit)));
+    }
+    return composite;
+}
+
+bool IsInMemory(const Construction::UnitFactory& factory) {
+    return dynamic_cast<const Construction::InMemoryUnitFactory*>(&factory) != nullptr;
 }
 
 }  // namespace
@@ -109,22 +139,59 @@ void ApplyDescriptorTraits(Construction::Unit& unit, const MetaInfo& descriptor,
     ApplyTraitList(unit, descriptor.MemberTraits, factory);
 }
 
-NodeCreator FindNodeCreator(const std::string& name) {
-    static const std::map<std::string, NodeCreator, std::less<>> creators = {
-        {"vector", &Create<ContainerNode>},
-        {"map", &Create<ContainerNode>},
-        {"multimap", &Create<ContainerNode>},
-        {"set", &Create<ContainerNode>},
-        {"list", &Create<ContainerNode>},
-        {"raw_ptr", &Create<RawPtrNode>},
-        {"shared_ptr", &Create<SmartPtrNode>},
-        {"auto_ptr", &Create<SmartPtrNode>},
-        {"optional_type", &Create<OptionalTypeNode>},
-        {"optional", &Create<OptionalTypeNode>},
-        {"checked_type", &Create<OptionalTypeNode>},
-    };
-    const auto found = creators.find(name);
-    return found != creators.end() ? found->second : nullptr;
+NodeKind FindNodeKind(std::string_view name) {
+    switch (name.size()) {
+        case 3:
+            return name == "map" || name == "set" ? NodeKind::Container : NodeKind::Composite;
+        case 3 + 1:
+            return name == "list" ? NodeKind::Container : NodeKind::Composite;
+        case 3 + 3:
+            return name == "vector" ? NodeKind::Container : NodeKind::Composite;
+        case 7:
+            return name == "raw_ptr" ? NodeKind::RawPtr : NodeKind::Composite;
+        case 8:
+            if (name == "multimap") {
+                return NodeKind::Container;
+            }
+            if (name == "auto_ptr" || name == "optional") {
+                return name[0] == 'a' ? NodeKind::SmartPtr : NodeKind::OptionalType;
+            }
+            return NodeKind::Composite;
+        case 10:
+            return name == "shared_ptr" ? NodeKind::SmartPtr : NodeKind::Composite;
+        case 12:
+            return name == "checked_type" ? NodeKind::OptionalType : NodeKind::Composite;
+        case 13:
+            return name == "optional_type" ? NodeKind::OptionalType : NodeKind::Composite;
+        default:
+            return NodeKind::Composite;
+    }
+}
+
+SimpleNode::SimpleNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory,
+                       const char* className, NodeKind kind)
+    : parent_(parent),
+      descriptor_(std::move(descriptor)),
+      factory_(&factory),
+      inMemory_(IsInMemory(factory)),
+      className_(className),
+      kind_(kind) {}
+
+void SimpleNode::Reopen(SimpleNode* parent, MetaInfo&& descriptor,
+                        Construction::UnitFactory& factory) {
+    Clear();
+    parent_ = parent;
+    descriptor_ = std::move(descriptor);
+    if (factory_ != &factory) {
+        factory_ = &factory;
+        inMemory_ = IsInMemory(factory);
+    }
+}
+
+void SimpleNode::Reopen(SimpleNode* parent, const MetaInfo& descriptor,
+                        Construction::UnitFactory& factory) {
+    MetaInfo copy(descriptor);
+    Reopen(parent, std::move(copy), factory);
 }
 
 void SimpleNode::Finalize() {
@@ -136,7 +203,7 @@ void SimpleNode::Finalize() {
             TL_ORIGIN("Por::Serialization::SimpleNode::Finalize"), kErrorSerializing,
             Por::Detail::kRowSerializingNoValue, {Wide(descriptor_.Name)});
     }
-    ApplyDescriptorTraits(*unit_, descriptor_, factory_);
+    ApplyDescriptorTraits(*unit_, descriptor_, *factory_);
     parent_->Process(descriptor_.Name, std::move(unit_));
 }
 
@@ -145,48 +212,33 @@ void BridgeNode::Process(const std::string&, UnitPtr unit) {
 }
 
 void CompositeNode::Process(const std::string& name, UnitPtr unit) {
-    if (!composite_ && heldCount_ < 2) {
-        held_[heldCount_].first = name;
-        held_[heldCount_].second = std::move(unit);
-        ++heldCount_;
-        return;
-    }
-    if (!composite_) {
-        StartComposite();
-    }
-    Util::AsComposite(*composite_).Set(factory_.CreateProperty(MemberName(name), std::move(unit)));
-}
-
-void CompositeNode::StartComposite() {
-    composite_ = factory_.CreateComposite();
-    Construction::CompositeValue& composite = Util::AsComposite(*composite_);
-    for (std::size_t i = 0; i < heldCount_; ++i) {
-        composite.Set(factory_.CreateProperty(MemberName(held_[i].first), std::move(held_[i].second)));
-    }
-    heldCount_ = 0;
+    children_.push_back(NamedUnit{MemberName(name), std::move(unit)});
 }
 
 void CompositeNode::Finalize() {
-    if (!composite_ && heldCount_ == 2) {
-        auto* classId = &held_[0];
-        auto* object = &held_[1];
-        if (classId->first != kClassId) {
+    if (children_.size() == 2) {
+        NamedUnit* classId = &children_[0];
+        NamedUnit* object = &children_[1];
+        if (classId->name.Text() != kClassId) {
             std::swap(classId, object);
         }
-        if (classId->first == kClassId && object->first == kObject &&
-            Util::IsComposite(*object->second)) {
-            unit_ = std::move(object->second);
-            Util::AddTrait(*unit_, kIsPolymorph, std::move(classId->second), factory_);
-            heldCount_ = 0;
+        if (classId->name.Text() == kClassId && object->name.Text() == kObject &&
+            Util::IsComposite(*object->unit)) {
+            unit_ = std::move(object->unit);
+            Util::AddTrait(*unit_, kIsPolymorph, std::move(classId->unit), *factory_);
+            children_.clear();
             SimpleNode::Finalize();
             return;
         }
     }
-    if (!composite_) {
-        StartComposite();
-    }
-    unit_ = std::move(composite_);
+    unit_ = MakeComposite(children_, *factory_, inMemory_);
+    children_.clear();
     SimpleNode::Finalize();
+}
+
+void CompositeNode::Clear() {
+    children_.clear();
+    SimpleNode::Clear();
 }
 
 void ContainerNode::Process(const std::string&, UnitPtr unit) {
@@ -194,14 +246,44 @@ void ContainerNode::Process(const std::string&, UnitPtr unit) {
 }
 
 void ContainerNode::Finalize() {
-    unit_ = factory_.CreateArray();
-    Util::AddTrait(*unit_, kIsContainer, NameUnit(descriptor_.Name, factory_), factory_);
+    if (inMemory_) {
+        auto array = std::make_unique<Object<ArrayValueHolder>>();
+        array->Value().Reserve(children_.size());
+        unit_ = std::move(array);
+    } else {
+        unit_ = factory_->CreateArray();
+    }
+    Util::AddTrait(*unit_, kIsContainer, NameUnit(descriptor_.Name, *factory_), *factory_);
     Construction::ArrayValue& array = Util::AsArray(*unit_);
     for (UnitPtr& child : children_) {
         array.PushBack(std::move(child));
     }
     children_.clear();
     SimpleNode::Finalize();
+}
+
+void ContainerNode::Clear() {
+    children_.clear();
+    SimpleNode::Clear();
+}
+
+void RawPtrNode::Clear() {
+    mark_.reset();
+    value_.reset();
+    SimpleNode::Clear();
+}
+
+void SmartPtrNode::Clear() {
+    classId_.reset();
+    values_.clear();
+    SimpleNode::Clear();
+}
+
+void OptionalTypeNode::Clear() {
+    stateName_.clear();
+    state_.reset();
+    value_.reset();
+    SimpleNode::Clear();
 }
 
 void RawPtrNode::Process(const std::string& name, UnitPtr unit) {
@@ -216,9 +298,9 @@ void RawPtrNode::Process(const std::string& name, UnitPtr unit) {
 }
 
 void RawPtrNode::Finalize() {
-    unit_ = value_ ? std::move(value_) : factory_.CreateNil();
-    Util::AddTrait(*unit_, kIsReference, factory_.CreateString(u"raw_ptr"), factory_);
-    Util::AddTrait(*unit_, kPtrMarkTrait, std::move(mark_), factory_);
+    unit_ = value_ ? std::move(value_) : factory_->CreateNil();
+    Util::AddTrait(*unit_, kIsReference, factory_->CreateString(u"raw_ptr"), *factory_);
+    Util::AddTrait(*unit_, kPtrMarkTrait, std::move(mark_), *factory_);
     SimpleNode::Finalize();
 }
 
@@ -232,23 +314,23 @@ void SmartPtrNode::Process(const std::string& name, UnitPtr unit) {
 
 void SmartPtrNode::Finalize() {
     if (values_.empty()) {
-        unit_ = factory_.CreateNil();
+        unit_ = factory_->CreateNil();
     } else if (values_.size() == 1 &&
                (values_[0].first.empty() || (classId_ && values_[0].first == kObject))) {
         // A unit written whole, or the object of a class-ID form.
         unit_ = std::move(values_[0].second);
     } else {
         // The members of the record pointed to.
-        unit_ = factory_.CreateComposite();
+        unit_ = factory_->CreateComposite();
         Construction::CompositeValue& composite = Util::AsComposite(*unit_);
         for (auto& [name, unit] : values_) {
-            composite.Set(factory_.CreateProperty(MemberName(name), std::move(unit)));
+            composite.Set(factory_->CreateProperty(MemberName(name), std::move(unit)));
         }
     }
     values_.clear();
-    Util::AddTrait(*unit_, kIsReference, NameUnit(descriptor_.Name, factory_), factory_);
+    Util::AddTrait(*unit_, kIsReference, NameUnit(descriptor_.Name, *factory_), *factory_);
     if (classId_) {
-        Util::AddTrait(*unit_, kIsPolymorph, std::move(classId_), factory_);
+        Util::AddTrait(*unit_, kIsPolymorph, std::move(classId_), *factory_);
     }
     SimpleNode::Finalize();
 }
@@ -259,9 +341,9 @@ void OptionalTypeNode::Process(const std::string& name, UnitPtr unit) {
         state_ = std::move(unit);
     } else if (name == kValue) {
         if (Util::HasTrait(*unit, kIsOptional)) {
-            UnitPtr wrapper = factory_.CreateComposite();
-            Util::AddProperty(*wrapper, kValueProperty, std::move(unit), factory_);
-            Util::AddTrait(*wrapper, kIsRecursive, factory_.CreateNil(), factory_);
+            UnitPtr wrapper = factory_->CreateComposite();
+            Util::AddProperty(*wrapper, kValueProperty, std::move(unit), *factory_);
+            Util::AddTrait(*wrapper, kIsRecursive, factory_->CreateNil(), *factory_);
             value_ = std::move(wrapper);
         } else {
             value_ = std::move(unit);
@@ -273,12 +355,76 @@ void OptionalTypeNode::Process(const std::string& name, UnitPtr unit) {
 }
 
 void OptionalTypeNode::Finalize() {
-    unit_ = value_ ? std::move(value_) : factory_.CreateNil();
-    Util::AddTrait(*unit_, kIsOptional, NameUnit(descriptor_.Name, factory_), factory_);
+    unit_ = value_ ? std::move(value_) : factory_->CreateNil();
+    Util::AddTrait(*unit_, kIsOptional, NameUnit(descriptor_.Name, *factory_), *factory_);
     if (state_) {
-        Util::AddTrait(*unit_, UnitName(stateName_), std::move(state_), factory_);
+        Util::AddTrait(*unit_, UnitName(stateName_), std::move(state_), *factory_);
     }
     SimpleNode::Finalize();
+}
+
+// ---- NodePool ----
+
+namespace {
+
+template <class Node>
+std::unique_ptr<SimpleNode> MakeNode(SimpleNode* parent, MetaInfo&& descriptor,
+                                     Construction::UnitFactory& factory) {
+    return std::make_unique<Node>(parent, std::move(descriptor), factory);
+}
+
+thread_local std::unique_ptr<NodePool> t_pool;
+
+}  // namespace
+
+std::unique_ptr<SimpleNode> NodePool::Open(NodeKind kind, SimpleNode* parent,
+                                           MetaInfo&& descriptor,
+                                           Construction::UnitFactory& factory) {
+    auto& spare = spare_[static_cast<std::size_t>(kind)];
+    if (!spare.empty()) {
+        std::unique_ptr<SimpleNode> node = std::move(spare.back());
+        spare.pop_back();
+        node->Reopen(parent, std::move(descriptor), factory);
+        return node;
+    }
+    switch (kind) {
+        case NodeKind::Bridge:
+            return MakeNode<BridgeNode>(parent, std::move(descriptor), factory);
+        case NodeKind::Composite:
+            return MakeNode<CompositeNode>(parent, std::move(descriptor), factory);
+        case NodeKind::Container:
+            return MakeNode<ContainerNode>(parent, std::move(descriptor), factory);
+        case NodeKind::RawPtr:
+            return MakeNode<RawPtrNode>(parent, std::move(descriptor), factory);
+        case NodeKind::SmartPtr:
+            return MakeNode<SmartPtrNode>(parent, std::move(descriptor), factory);
+        case NodeKind::OptionalType:
+            break;
+    }
+    return MakeNode<OptionalTypeNode>(parent, std::move(descriptor), factory);
+}
+
+void NodePool::Return(std::unique_ptr<SimpleNode> node) {
+    // A few spares of each kind cover the depth of ordinary records.
+    constexpr std::size_t kMostSpares = 16;
+    auto& spare = spare_[static_cast<std::size_t>(node->Kind())];
+    node->Clear();
+    if (spare.size() < kMostSpares) {
+        spare.push_back(std::move(node));
+    }
+}
+
+std::unique_ptr<NodePool> NodePool::Borrow() {
+    if (t_pool) {
+        return std::move(t_pool);
+    }
+    return std::make_unique<NodePool>();
+}
+
+void NodePool::GiveBack(std::unique_ptr<NodePool> pool) {
+    if (!t_pool) {
+        t_pool = std::move(pool);
+    }
 }
 
 }  // namespace Por::Serialization::Detail

@@ -3,8 +3,10 @@
 // The nodes of a PORSerializer: one per open element, each collecting what its children
 // write and turning it into one unit when the element ends.
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,6 +20,17 @@ using ::Serialization::MetaInfo;
 // Adds the descriptor's version ("Version", when not 0) and its type and member traits.
 void ApplyDescriptorTraits(Construction::Unit& unit, const MetaInfo& descriptor,
                            Construction::UnitFactory& factory);
+
+// What a node is; the index of its spare list in a NodePool.
+enum class NodeKind : std::uint8_t {
+    Bridge,
+    Composite,
+    Container,
+    RawPtr,
+    SmartPtr,
+    OptionalType,
+};
+inline constexpr std::size_t kNodeKinds = 6;
 
 class ProcessingNode {
 public:
@@ -33,11 +46,7 @@ public:
 class SimpleNode : public ProcessingNode {
 public:
     SimpleNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory,
-               const char* className)
-        : parent_(parent),
-          descriptor_(std::move(descriptor)),
-          factory_(factory),
-          className_(className) {}
+               const char* className, NodeKind kind);
 
     void TakeUnit(UnitPtr& unit) override { unit = std::move(unit_); }
     const std::string& GetName() const override { return descriptor_.Name; }
@@ -47,12 +56,23 @@ public:
 
     const MetaInfo& Descriptor() const { return descriptor_; }
     const char* ClassName() const { return className_; }
+    NodeKind Kind() const { return kind_; }
+
+    // Serves again, for another element: what the node held is dropped, the room it took
+    // is kept.
+    void Reopen(SimpleNode* parent, MetaInfo&& descriptor, Construction::UnitFactory& factory);
+    void Reopen(SimpleNode* parent, const MetaInfo& descriptor, Construction::UnitFactory& factory);
+    // Drops what the node holds.
+    virtual void Clear() { unit_.reset(); }
 
 protected:
     SimpleNode* parent_;
     MetaInfo descriptor_;
-    Construction::UnitFactory& factory_;
+    Construction::UnitFactory* factory_;
+    // The factory makes the in-memory units, so nodes may build them directly.
+    bool inMemory_;
     const char* className_;
+    NodeKind kind_;
     UnitPtr unit_;
 };
 
@@ -60,8 +80,14 @@ protected:
 class BridgeNode final : public SimpleNode {
 public:
     BridgeNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory)
-        : SimpleNode(parent, std::move(descriptor), factory, "BridgeNode") {}
+        : SimpleNode(parent, std::move(descriptor), factory, "BridgeNode", NodeKind::Bridge) {}
     void Process(const std::string& name, UnitPtr unit) override;
+};
+
+// A child of a record: its name and unit.
+struct NamedUnit {
+    UnitName name;
+    UnitPtr unit;
 };
 
 // A record: its children become properties, a later one replacing an earlier one of the
@@ -70,29 +96,27 @@ public:
 class CompositeNode final : public SimpleNode {
 public:
     CompositeNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory)
-        : SimpleNode(parent, std::move(descriptor), factory, "CompositeNode") {}
+        : SimpleNode(parent, std::move(descriptor), factory, "CompositeNode",
+                     NodeKind::Composite) {}
     void Process(const std::string& name, UnitPtr unit) override;
     void Finalize() override;
+    void Clear() override;
 
 private:
-    // Moves the held children into a new composite.
-    void StartComposite();
-
-    // Only a record of exactly two children can be the polymorphic pair, so the first two
-    // wait here and every later child goes straight into the composite: a record of many
-    // members never gathers them in a list of its own first.
-    std::pair<std::string, UnitPtr> held_[2];
-    std::size_t heldCount_ = 0;
-    UnitPtr composite_;
+    // The children wait here until the end, when their count is known and the composite is
+    // made with room for all of them at once.
+    std::vector<NamedUnit> children_;
 };
 
 // A container: an array of its children with the trait "IsContainer" naming the form.
 class ContainerNode final : public SimpleNode {
 public:
     ContainerNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory)
-        : SimpleNode(parent, std::move(descriptor), factory, "ContainerNode") {}
+        : SimpleNode(parent, std::move(descriptor), factory, "ContainerNode",
+                     NodeKind::Container) {}
     void Process(const std::string& name, UnitPtr unit) override;
     void Finalize() override;
+    void Clear() override;
 
 private:
     std::vector<UnitPtr> children_;
@@ -103,9 +127,10 @@ private:
 class RawPtrNode final : public SimpleNode {
 public:
     RawPtrNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory)
-        : SimpleNode(parent, std::move(descriptor), factory, "RawPtrNode") {}
+        : SimpleNode(parent, std::move(descriptor), factory, "RawPtrNode", NodeKind::RawPtr) {}
     void Process(const std::string& name, UnitPtr unit) override;
     void Finalize() override;
+    void Clear() override;
 
 private:
     UnitPtr mark_;
@@ -118,9 +143,10 @@ private:
 class SmartPtrNode final : public SimpleNode {
 public:
     SmartPtrNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory)
-        : SimpleNode(parent, std::move(descriptor), factory, "SmartPtrNode") {}
+        : SimpleNode(parent, std::move(descriptor), factory, "SmartPtrNode", NodeKind::SmartPtr) {}
     void Process(const std::string& name, UnitPtr unit) override;
     void Finalize() override;
+    void Clear() override;
 
 private:
     UnitPtr classId_;
@@ -133,9 +159,11 @@ private:
 class OptionalTypeNode final : public SimpleNode {
 public:
     OptionalTypeNode(SimpleNode* parent, MetaInfo descriptor, Construction::UnitFactory& factory)
-        : SimpleNode(parent, std::move(descriptor), factory, "OptionalTypeNode") {}
+        : SimpleNode(parent, std::move(descriptor), factory, "OptionalTypeNode",
+                     NodeKind::OptionalType) {}
     void Process(const std::string& name, UnitPtr unit) override;
     void Finalize() override;
+    void Clear() override;
 
 private:
     std::string stateName_;
@@ -143,10 +171,29 @@ private:
     UnitPtr value_;
 };
 
-using NodeCreator = std::shared_ptr<SimpleNode> (*)(SimpleNode* parent, const MetaInfo& descriptor,
-                                                    Construction::UnitFactory& factory);
+// The kind of node that a wrapper element's name opens; Composite for a record or member,
+// which opens no node of its own until the next event decides.
+NodeKind FindNodeKind(std::string_view name);
 
-// The creator for a wrapper element's name, or null for a record or member.
-NodeCreator FindNodeCreator(const std::string& name);
+// The nodes of finished elements, kept for the next ones: a serializer opens and closes a
+// node for every record and container it writes, and the spare nodes keep both the node and
+// the room of its lists. Each thread keeps one pool between serializers.
+class NodePool {
+public:
+    std::unique_ptr<SimpleNode> Open(NodeKind kind, SimpleNode* parent, MetaInfo&& descriptor,
+                                     Construction::UnitFactory& factory);
+    // Takes a node back; what it holds is dropped.
+    void Return(std::unique_ptr<SimpleNode> node);
+
+    // The pool of the calling thread, or a new one while that is in use.
+    static std::unique_ptr<NodePool> Borrow();
+    static void GiveBack(std::unique_ptr<NodePool> pool);
+
+    // The room of a serializer's stack of open nodes, empty between serializers.
+    std::vector<std::unique_ptr<SimpleNode>> stackRoom;
+
+private:
+    std::vector<std::unique_ptr<SimpleNode>> spare_[kNodeKinds];
+};
 
 }  // namespace Por::Serialization::Detail
