@@ -280,7 +280,8 @@ public:
     }
 
     // The payload of a scalar or complex tag, sent to the walker.
-    void Value(unsigned char tag, UnitWalker& walker) {
+    template <class Walker>
+    void Value(unsigned char tag, Walker& walker) {
         switch (tag) {
             case NilType:
                 walker.OnNil();
@@ -369,24 +370,25 @@ private:
     KnownName names_[kKnownNames];
 };
 
-}  // namespace
-
-void BlobWalkingRoute::Follow(UnitWalker& walker) {
-    pos_ = 0;
+// The walk over the bytes, for any walker: the library's own tree builder is called
+// directly, without a virtual call per event.
+template <class Walker>
+void FollowRoute(const unsigned char* data, std::size_t size, std::size_t& pos, Walker& walker) {
+    pos = 0;
     walker.BeginUnit();
-    if (size_ == 0) {
+    if (size == 0) {
         return;
     }
-    RouteReader in(data_, size_, pos_);
+    RouteReader in(data, size, pos);
     if (in.Byte() != kUnit) {
-        in.Corrupted(pos_);
+        in.Corrupted(pos);
     }
     walker.BeginUnit();
     // The phase of every open unit, the root first.
     std::vector<Phase> open{Phase::Value};
     auto enter = [&] {
         if (open.size() > kMaxTreeDepth) {
-            in.Corrupted(pos_);
+            in.Corrupted(pos);
         }
         open.push_back(Phase::Value);
     };
@@ -394,12 +396,12 @@ void BlobWalkingRoute::Follow(UnitWalker& walker) {
     auto nested = [&](bool property) {
         UnitName name = in.Name();
         if (in.Byte() != kUnit) {
-            in.Corrupted(pos_);
+            in.Corrupted(pos);
         }
         if (property) {
-            walker.BeginProperty(name);
+            walker.BeginProperty(std::move(name));
         } else {
-            walker.BeginTrait(name);
+            walker.BeginTrait(std::move(name));
         }
         enter();
     };
@@ -419,7 +421,7 @@ void BlobWalkingRoute::Follow(UnitWalker& walker) {
                     in.Value(tag, walker);
                     phase = Phase::Traits;
                 } else {
-                    in.Corrupted(pos_);
+                    in.Corrupted(pos);
                 }
                 continue;
             case Phase::Elements:
@@ -446,28 +448,70 @@ void BlobWalkingRoute::Follow(UnitWalker& walker) {
             walker.EndUnit();
             open.pop_back();
         } else {
-            in.Corrupted(pos_);
+            in.Corrupted(pos);
         }
     }
     if (!in.AtEnd()) {
-        in.Corrupted(pos_ + 1);
+        in.Corrupted(pos + 1);
     }
 }
+
+}  // namespace
+
+void BlobWalkingRoute::Follow(UnitWalker& walker) {
+    FollowRoute(data_, size_, pos_, walker);
+}
+
+namespace {
+
+// Builds the tree of a blob: the events of UnitBuildingWalker, called without virtual calls,
+// and string values handed over rather than copied.
+class TreeWalker {
+public:
+    explicit TreeWalker(UnitAccumulator& builder) : builder_(builder) {}
+
+    void BeginUnit() {}
+    void EndUnit() { builder_.End(); }
+    void BeginProperty(const UnitName& name) { builder_.BeginProperty(name); }
+    void BeginTrait(const UnitName& name) { builder_.BeginTrait(name); }
+    void OnNil() { builder_.AddNil(); }
+    void OnError(const Common::Error& value) { builder_.AddError(value); }
+    void OnString(WideString&& value) { builder_.AddString(std::move(value)); }
+    void OnGuid(const Common::Guid& value) { builder_.AddGuid(value); }
+    void OnBlob(const ByteVector& value) { builder_.AddBlob(value); }
+    void OnDouble(double value) { builder_.AddDouble(value); }
+    void OnSqword(std::int64_t value) { builder_.AddSqword(value); }
+    void OnQword(std::uint64_t value) { builder_.AddQword(value); }
+    void OnSdword(std::int32_t value) { builder_.AddSdword(value); }
+    void OnDword(std::uint32_t value) { builder_.AddDword(value); }
+    void OnSword(std::int16_t value) { builder_.AddSword(value); }
+    void OnWord(std::uint16_t value) { builder_.AddWord(value); }
+    void OnSbyte(std::int8_t value) { builder_.AddSbyte(value); }
+    void OnByte(std::uint8_t value) { builder_.AddByte(value); }
+    void OnBoolean(bool value) { builder_.AddBoolean(value); }
+    void BeginArray() { builder_.BeginArray(); }
+    void BeginComposite() { builder_.BeginComposite(); }
+
+private:
+    UnitAccumulator& builder_;
+};
+
+}  // namespace
 
 UnitPtr ReadBlob(const unsigned char* data, std::size_t size, Construction::UnitFactory& factory) {
     if (size == 0) {
         return nullptr;
     }
     UnitAccumulator accumulator(factory);
-    UnitBuildingWalker walker(accumulator);
-    BlobWalkingRoute route(data, size);
+    TreeWalker walker(accumulator);
+    std::size_t position = 0;
     try {
-        route.Follow(walker);
+        FollowRoute(data, size, position, walker);
     } catch (const Common::Error& error) {
         if (error.Code() == kErrorCorruptedBlob) {
             throw;
         }
-        Common::Error corrupted = MakeCorruptedBlobError(data, size, route.Position());
+        Common::Error corrupted = MakeCorruptedBlobError(data, size, position);
         corrupted.AddCause(error);
         throw corrupted;
     }

@@ -336,6 +336,9 @@ std::vector<PropertyPtr>::const_iterator CompositeValueHolder::LowerBound(
 }
 
 Construction::Property* CompositeValueHolder::Lookup(const UnitName& name) const {
+    if (properties_.empty() || NameLess(properties_.back(), name.c_str())) {
+        return nullptr;  // builders ask for each new name before adding it behind the others
+    }
     const auto it = LowerBound(name);
     if (it == properties_.end() || (*it)->GetName() != name) {
         return nullptr;
@@ -538,6 +541,11 @@ void TraitsHolderImpl::Add(TraitPtr trait) {
 
 PropertyHolder::PropertyHolder(const UnitName& name, UnitPtr unit)
     : unit_(std::move(unit)), name_(name) {
+    Util::Detail::CheckNotNull(unit_.get(), "Por::PropertyHolder::PropertyHolder");
+}
+
+PropertyHolder::PropertyHolder(UnitName&& name, UnitPtr unit)
+    : unit_(std::move(unit)), name_(std::move(name)) {
     Util::Detail::CheckNotNull(unit_.get(), "Por::PropertyHolder::PropertyHolder");
 }
 

@@ -156,6 +156,9 @@ public:
     void Set(PropertyPtr property) override;
 
     void Reserve(std::size_t count) { properties_.reserve(count); }
+    // For builders that hand the properties over in name order, no two of one name, and
+    // never null.
+    void AppendInOrder(PropertyPtr property) { properties_.push_back(std::move(property)); }
     void Remove(const UnitName& name) override;
 
 private:
@@ -269,6 +272,7 @@ public:
     TL_POR_ARENA_ALLOCATED
     // A null unit raises "POR: Null units are forbidden.".
     PropertyHolder(const UnitName& name, UnitPtr unit);
+    PropertyHolder(UnitName&& name, UnitPtr unit);
 
     const UnitName& GetName() const override { return name_; }
     const View::Unit& GetUnit() const override { return *unit_; }

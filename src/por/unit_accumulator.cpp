@@ -1,9 +1,11 @@
 #include <tessel_link/por/unit_accumulator.h>
 
 #include <tessel_link/por/assign.h>
+#include <tessel_link/por/in_memory_factory.h>
 #include <tessel_link/por/compare.h>
 #include <tessel_link/por/util.h>
 
+#include "por/holders.h"
 #include "por/por_errors.h"
 
 namespace Por::Util {
@@ -22,7 +24,9 @@ void CarryTraits(const View::Unit& from, Construction::Unit& to,
 
 }  // namespace
 
-UnitAccumulator::UnitAccumulator(Construction::UnitFactory& factory) : factory_(factory) {
+UnitAccumulator::UnitAccumulator(Construction::UnitFactory& factory)
+    : factory_(factory),
+      inMemory_(dynamic_cast<Construction::InMemoryUnitFactory*>(&factory) != nullptr) {
     frames_.push_back(Frame{UnitName(), FrameKind::Root, nullptr, nullptr, 0});
 }
 
@@ -100,6 +104,13 @@ void UnitAccumulator::AddGuid(const Common::Guid& value) {
 void UnitAccumulator::AddString(const WideString& value) {
     AddValue(factory_.CreateString(value));
 }
+void UnitAccumulator::AddString(WideString&& value) {
+    if (inMemory_) {
+        AddValue(std::make_unique<Object<ComplexValueHolder<WideString>>>(std::move(value)));
+    } else {
+        AddValue(factory_.CreateString(value));
+    }
+}
 void UnitAccumulator::AddError(const Common::Error& value) {
     AddValue(factory_.CreateError(value));
 }
@@ -159,7 +170,12 @@ void UnitAccumulator::End() {
     switch (closed.kind) {
         case FrameKind::NewProperty:
             Por::Util::Detail::CheckNotNull(closed.unit, "Por::Util::UnitAccumulator::End");
-            AddProperty(*parent, closed.name, std::move(closed.owned), factory_);
+            if (inMemory_) {
+                AsComposite(*parent).Set(
+                    std::make_unique<PropertyHolder>(std::move(closed.name), std::move(closed.owned)));
+            } else {
+                AddProperty(*parent, closed.name, std::move(closed.owned), factory_);
+            }
             break;
         case FrameKind::Trait:
             AddTrait(*parent, closed.name, std::move(closed.owned), factory_);

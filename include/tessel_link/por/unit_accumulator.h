@@ -81,6 +81,7 @@ public:
     void AddBlob(const ByteVector& value) override;
     void AddGuid(const Common::Guid& value) override;
     void AddString(const WideString& value) override;
+    void AddString(WideString&& value);  // the same, taking the text over
     void AddError(const Common::Error& value) override;
     void BeginArray() override;
     void BeginComposite() override;
@@ -109,6 +110,7 @@ private:
     Frame& Top() { return frames_.back(); }
 
     Construction::UnitFactory& factory_;
+    bool inMemory_;  // the factory makes the in-memory units, which may be made directly
     std::vector<Frame> frames_;
     UnitPtr finished_;
 };

@@ -1,5 +1,6 @@
 #include "por/serialize/processing_nodes.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include <tessel_link/por/in_memory_factory.h>
@@ -103,16 +104,88 @@ void ApplyTraitList(Construction::Unit& unit, const ::Serialization::MetaInfoTra
     }
 }
 
+// The name order of the members of the records written last, so that the next record of a
+// type puts its members in order without comparing their names. Records of one type come
+// with the same names in the same order, and names from MemberName share their text, so a
+// record is recognised by the text pointers of its names. The kept names hold their text,
+// which therefore cannot be freed and its address reused for another name.
+class MemberOrders {
+public:
+    // The positions of `children` in name order; null when two children share a name (a
+    // later one then replaces an earlier one, which the composite itself sorts out).
+    const std::vector<std::uint32_t>* Find(const std::vector<NamedUnit>& children) {
+        std::uintptr_t h = children.size();
+        for (const NamedUnit& child : children) {
+            h = h * 31 + (reinterpret_cast<std::uintptr_t>(child.name.c_str()) >> 3);
+        }
+        Entry& entry = entries_[(h ^ (h >> 17)) % kEntries];
+        if (!Matches(entry, children)) {
+            Learn(entry, children);
+        }
+        return entry.unique ? &entry.order : nullptr;
+    }
+
+private:
+    struct Entry {
+        std::vector<UnitName> names;
+        std::vector<std::uint32_t> order;
+        bool unique = false;
+    };
+    static constexpr std::size_t kEntries = 64;
+
+    static bool Matches(const Entry& entry, const std::vector<NamedUnit>& children) {
+        if (entry.names.size() != children.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < children.size(); ++i) {
+            if (entry.names[i].c_str() != children[i].name.c_str()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    static void Learn(Entry& entry, const std::vector<NamedUnit>& children) {
+        entry.names.clear();
+        entry.order.clear();
+        for (std::size_t i = 0; i < children.size(); ++i) {
+            entry.names.push_back(children[i].name);
+            entry.order.push_back(static_cast<std::uint32_t>(i));
+        }
+        std::stable_sort(entry.order.begin(), entry.order.end(),
+                         [&](std::uint32_t a, std::uint32_t b) {
+                             return UnitName::Compare(children[a].name.c_str(),
+                                                      children[b].name.c_str()) < 0;
+                         });
+        entry.unique = true;
+        for (std::size_t i = 1; i < entry.order.size(); ++i) {
+            if (children[entry.order[i - 1]].name == children[entry.order[i]].name) {
+                entry.unique = false;
+            }
+        }
+    }
+
+    Entry entries_[kEntries];
+};
+
 // A composite of the children, which are moved out, in order: a later child replaces an
 // earlier one of the same name.
 UnitPtr MakeComposite(std::vector<NamedUnit>& children, Construction::UnitFactory& factory,
                       bool inMemory) {
     if (inMemory) {
+        thread_local MemberOrders orders;
         auto composite = std::make_unique<Object<CompositeValueHolder>>();
         CompositeValueHolder& holder = composite->Value();
         holder.Reserve(children.size());
+        if (const std::vector<std::uint32_t>* order = orders.Find(children)) {
+            for (const std::uint32_t i : *order) {
+                holder.AppendInOrder(std::make_unique<PropertyHolder>(
+                    std::move(children[i].name), std::move(children[i].unit)));
+            }
+            return composite;
+        }
         for (NamedUnit& child : children) {
-            holder.Set(std::make_unique<PropertyHolder>(child.name, std::move(child.unit)));
+            holder.Set(std::make_unique<PropertyHolder>(std::move(child.name), std::move(child.unit)));
         }
         return composite;
     }
