@@ -259,7 +259,8 @@ public:
     // A name: a string value. A tree repeats a few names in every record, so the names
     // already made are kept by their bytes in the blob and shared again: a repeated name
     // costs a comparison, not a conversion and an allocation.
-    UnitName Name() {
+    // The name stays valid until the next call.
+    const UnitName& Name() {
         if (Byte() != StringType) {
             Corrupted(pos_);
         }
@@ -275,8 +276,8 @@ public:
         }
         pos_ = start;
         UnitName name(Units());
-        known = KnownName{at, bytes, name};
-        return name;
+        known = KnownName{at, bytes, std::move(name)};
+        return known.name;
     }
 
     // The payload of a scalar or complex tag, sent to the walker.
@@ -394,14 +395,14 @@ void FollowRoute(const unsigned char* data, std::size_t size, std::size_t& pos, 
     };
     // "P" and "T" are followed by the name and the "U" that opens the nested unit.
     auto nested = [&](bool property) {
-        UnitName name = in.Name();
+        const UnitName& name = in.Name();
         if (in.Byte() != kUnit) {
             in.Corrupted(pos);
         }
         if (property) {
-            walker.BeginProperty(std::move(name));
+            walker.BeginProperty(name);
         } else {
-            walker.BeginTrait(std::move(name));
+            walker.BeginTrait(name);
         }
         enter();
     };

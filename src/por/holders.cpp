@@ -554,4 +554,9 @@ TraitHolder::TraitHolder(const UnitName& name, UnitPtr unit)
     Util::Detail::CheckNotNull(unit_.get(), "Por::TraitHolder::TraitHolder");
 }
 
+TraitHolder::TraitHolder(UnitName&& name, UnitPtr unit)
+    : unit_(std::move(unit)), name_(std::move(name)) {
+    Util::Detail::CheckNotNull(unit_.get(), "Por::TraitHolder::TraitHolder");
+}
+
 }  // namespace Por

@@ -159,6 +159,8 @@ public:
     // For builders that hand the properties over in name order, no two of one name, and
     // never null.
     void AppendInOrder(PropertyPtr property) { properties_.push_back(std::move(property)); }
+    // The property of that name, or null.
+    Construction::Property* FindProperty(const UnitName& name) const { return Lookup(name); }
     void Remove(const UnitName& name) override;
 
 private:
@@ -290,6 +292,7 @@ public:
     TL_POR_ARENA_ALLOCATED
     // A null unit raises "POR: Null units are forbidden.".
     TraitHolder(const UnitName& name, UnitPtr unit);
+    TraitHolder(UnitName&& name, UnitPtr unit);
 
     const UnitName& GetName() const override { return name_; }
     const View::Unit& GetUnit() const override { return *unit_; }

@@ -104,9 +104,11 @@ private:
         UnitPtr owned;                       // set when the frame's unit is its own
         Construction::Unit* unit = nullptr;  // owned.get(), or a unit of the tree
         std::uint64_t counter = 0;
+        std::uint8_t type = UnknownType;  // the type index of `unit`, once known
     };
 
-    void AddValue(UnitPtr value);
+    void AddValue(UnitPtr value, unsigned type);
+    unsigned TypeOf(Frame& frame);
     Frame& Top() { return frames_.back(); }
 
     Construction::UnitFactory& factory_;
