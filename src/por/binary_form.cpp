@@ -352,17 +352,16 @@ private:
         std::uint32_t bytes = 0;
         UnitName name;
     };
-    static constexpr std::size_t kKnownNames = 32;
+    static constexpr std::size_t kKnownNames = 64;
 
+    // Over every byte: the names of one tree differ in a letter or two ("Version" and
+    // "Enabled" have the same length and the same first, third and second-last units).
     static std::size_t Slot(const unsigned char* at, std::uint32_t bytes) {
-        std::size_t h = bytes;
-        if (bytes >= 2) {
-            h = h * 31 + at[0] + 7 * at[bytes - 2];
+        std::uint32_t h = 2166136261u;
+        for (std::uint32_t i = 0; i < bytes; i += 2) {
+            h = (h ^ at[i]) * 16777619u;
         }
-        if (bytes >= 4) {
-            h = h * 31 + at[2];
-        }
-        return h % kKnownNames;
+        return (h ^ (h >> 16)) % kKnownNames;
     }
 
     const unsigned char* data_;
