@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_map>
 
 #include <tessel_link/por/in_memory_factory.h>
 
@@ -37,43 +38,59 @@ const std::string kIsInit = "is_init";
 const std::string kValue = "value";
 
 // The name of a member as a unit name. Trees of one record type repeat the same member names
-// record after record, so each thread keeps the names it made last, one per slot of a small
-// table, and hands out shared copies: a repeated name costs a comparison instead of an
-// allocation and a hash.
+// record after record, so each thread keeps the names it has made and hands out shared
+// copies: a repeated name costs a lookup instead of an allocation, and the names of all
+// records of a type share their text, which MemberOrders relies on. Map keys also become
+// names, so the table is emptied when it grows large.
+UnitName KnownMemberName(const std::string& name) {
+    static constexpr std::size_t kMostNames = 4096;
+    thread_local std::unordered_map<std::string, UnitName> known;
+    const auto found = known.find(name);
+    if (found != known.end()) {
+        return found->second;
+    }
+    if (known.size() >= kMostNames) {
+        known.clear();
+    }
+    return known.emplace(name, UnitName(name)).first->second;
+}
+
+// The same, trying first the name that came after the previous one last time: the members
+// of a record come in the same sequence every time, so most names cost one comparison.
 UnitName MemberName(const std::string& name) {
-    struct Known {
-        std::string text;
+    struct Guess {
+        const char* after = nullptr;  // the text of the name before it
+        std::size_t size = 0;
         UnitName name;
     };
-    // Sized so that the members of the records in one tree rarely share a slot. The slot is
-    // picked from the length and three of the bytes, which tells apart the names of one
-    // record well enough ("Id", "Index", "ItemsAdded", "ItemsRemoved") at a fraction of
-    // the cost of hashing every byte.
-    static constexpr std::size_t kSlots = 1024;
-    thread_local Known known[kSlots];
-    const std::size_t size = name.size();
-    std::size_t h = size;
-    if (size != 0) {
-        const auto* bytes = reinterpret_cast<const unsigned char*>(name.data());
-        h = h * 131 + bytes[0];
-        h = h * 131 + bytes[size - 1];
-        h = h * 131 + bytes[size / 2];
-        h = h * 131 + bytes[(size - 1) / 3];
+    static constexpr std::size_t kGuesses = 256;
+    thread_local Guess guesses[kGuesses];
+    thread_local const char* previous = nullptr;
+    const auto key = reinterpret_cast<std::uintptr_t>(previous);
+    Guess& guess = guesses[((key >> 4) ^ (key >> 12)) % kGuesses];
+    // The text is compared even when the pointers match: the previous name may be gone and
+    // its memory taken by another.
+    if (guess.after == previous && guess.size == name.size() && !guess.name.Empty() &&
+        std::memcmp(guess.name.c_str(), name.data(), name.size()) == 0) {
+        previous = guess.name.c_str();
+        return guess.name;
     }
-    Known& slot = known[(h ^ (h >> 10)) % kSlots];
-    if (slot.text.size() != size || std::memcmp(slot.text.data(), name.data(), size) != 0 ||
-        slot.name.Empty() != name.empty()) {
-        slot.name = UnitName(name);
-        slot.text = name;
-    }
-    return slot.name;
+    UnitName made = KnownMemberName(name);
+    guess.after = previous;
+    guess.size = name.size();
+    guess.name = made;
+    previous = made.c_str();
+    return made;
 }
 
 std::u16string Wide(const std::string& text) {
     return Common::Utf8ToUtf16Lenient(text);
 }
 
-UnitPtr NameUnit(const std::string& name, Construction::UnitFactory& factory) {
+UnitPtr NameUnit(const std::string& name, Construction::UnitFactory& factory, bool inMemory) {
+    if (inMemory) {
+        return std::make_unique<Object<ComplexValueHolder<WideString>>>(Wide(name));
+    }
     return factory.CreateString(Wide(name));
 }
 
@@ -118,11 +135,19 @@ public:
         for (const NamedUnit& child : children) {
             h = h * 31 + (reinterpret_cast<std::uintptr_t>(child.name.c_str()) >> 3);
         }
-        Entry& entry = entries_[(h ^ (h >> 17)) % kEntries];
-        if (!Matches(entry, children)) {
-            Learn(entry, children);
+        // Two entries per bucket, so that two record types of one bucket do not take turns
+        // driving each other out.
+        const std::size_t bucket = (h ^ (h >> 17)) % (kEntries / 2);
+        Entry* entry = &entries_[2 * bucket];
+        if (!Matches(*entry, children)) {
+            ++entry;
+            if (!Matches(*entry, children)) {
+                entry = &entries_[2 * bucket + (older_[bucket] ? 1 : 0)];
+                Learn(*entry, children);
+            }
         }
-        return entry.unique ? &entry.order : nullptr;
+        older_[bucket] = entry == &entries_[2 * bucket];
+        return entry->unique ? &entry->order : nullptr;
     }
 
 private:
@@ -131,7 +156,7 @@ private:
         std::vector<std::uint32_t> order;
         bool unique = false;
     };
-    static constexpr std::size_t kEntries = 64;
+    static constexpr std::size_t kEntries = 128;
 
     static bool Matches(const Entry& entry, const std::vector<NamedUnit>& children) {
         if (entry.names.size() != children.size()) {
@@ -166,6 +191,7 @@ private:
     }
 
     Entry entries_[kEntries];
+    bool older_[kEntries / 2] = {};  // which entry of a bucket was used less recently
 };
 
 // A composite of the children, which are moved out, in order: a later child replaces an
@@ -205,6 +231,9 @@ bool IsInMemory(const Construction::UnitFactory& factory) {
 
 void ApplyDescriptorTraits(Construction::Unit& unit, const MetaInfo& descriptor,
                            Construction::UnitFactory& factory) {
+    if (descriptor.Version == 0 && !descriptor.TypeTraits && !descriptor.MemberTraits) {
+        return;  // most members state nothing
+    }
     if (descriptor.Version != 0) {
         Util::AddTrait(unit, kVersion, factory.CreateQword(descriptor.Version), factory);
     }
@@ -326,10 +355,18 @@ void ContainerNode::Finalize() {
     } else {
         unit_ = factory_->CreateArray();
     }
-    Util::AddTrait(*unit_, kIsContainer, NameUnit(descriptor_.Name, *factory_), *factory_);
-    Construction::ArrayValue& array = Util::AsArray(*unit_);
-    for (UnitPtr& child : children_) {
-        array.PushBack(std::move(child));
+    if (inMemory_) {
+        auto& array = static_cast<Object<ArrayValueHolder>&>(*unit_);
+        array.Traits().Add(std::make_unique<TraitHolder>(kIsContainer, NameUnit(descriptor_.Name, *factory_, true)));
+        for (UnitPtr& child : children_) {
+            array.Value().PushBack(std::move(child));
+        }
+    } else {
+        Util::AddTrait(*unit_, kIsContainer, NameUnit(descriptor_.Name, *factory_, false), *factory_);
+        Construction::ArrayValue& array = Util::AsArray(*unit_);
+        for (UnitPtr& child : children_) {
+            array.PushBack(std::move(child));
+        }
     }
     children_.clear();
     SimpleNode::Finalize();
@@ -401,7 +438,7 @@ void SmartPtrNode::Finalize() {
         }
     }
     values_.clear();
-    Util::AddTrait(*unit_, kIsReference, NameUnit(descriptor_.Name, *factory_), *factory_);
+    Util::AddTrait(*unit_, kIsReference, NameUnit(descriptor_.Name, *factory_, inMemory_), *factory_);
     if (classId_) {
         Util::AddTrait(*unit_, kIsPolymorph, std::move(classId_), *factory_);
     }
@@ -429,7 +466,7 @@ void OptionalTypeNode::Process(const std::string& name, UnitPtr unit) {
 
 void OptionalTypeNode::Finalize() {
     unit_ = value_ ? std::move(value_) : factory_->CreateNil();
-    Util::AddTrait(*unit_, kIsOptional, NameUnit(descriptor_.Name, *factory_), *factory_);
+    Util::AddTrait(*unit_, kIsOptional, NameUnit(descriptor_.Name, *factory_, inMemory_), *factory_);
     if (state_) {
         Util::AddTrait(*unit_, UnitName(stateName_), std::move(state_), *factory_);
     }
