@@ -181,7 +181,16 @@ Attempt ExchangeFrames(Connection& connection, std::span<const unsigned char> he
 class SocketChannel::Pool {
 public:
     Pool(Address address, ChannelOptions options)
-        : address_(std::move(address)), options_(options) {}
+        : address_(std::move(address)), options_(options), slots_(options.MaxIdleConnections) {}
+
+    ~Pool() {
+        for (Slot& slot : slots_) {
+            delete slot.Idle.load(std::memory_order_acquire);
+        }
+    }
+
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
 
     const Address& GetAddress() const { return address_; }
     std::chrono::milliseconds Timeout() const { return options_.CallTimeout; }
@@ -250,22 +259,38 @@ public:
     }
 
 private:
+    // Idle connections lie in slots of their own. Each thread starts looking at a slot of its
+    // own, so that threads calling at once do not meet on a lock, and a thread mostly takes
+    // back the connection it used last.
+    static std::size_t ThreadSlot() {
+        static std::atomic<std::size_t> next{0};
+        thread_local const std::size_t mine = next.fetch_add(1, std::memory_order_relaxed);
+        return mine;
+    }
+
     std::unique_ptr<Connection> Take() {
-        {
-            const std::lock_guard<std::mutex> lock(lock_);
-            if (!idle_.empty()) {
-                std::unique_ptr<Connection> connection = std::move(idle_.back());
-                idle_.pop_back();
-                return connection;
+        const std::size_t count = slots_.size();
+        const std::size_t first = ThreadSlot();
+        for (std::size_t i = 0; i < count; ++i) {
+            Connection* idle = slots_[(first + i) % count].Idle.exchange(nullptr, std::memory_order_acquire);
+            if (idle != nullptr) {
+                return std::unique_ptr<Connection>(idle);
             }
         }
         return std::make_unique<Connection>(options_.MaxFrameLength);
     }
 
+    // Keeps the connection for a later call, or closes it when every slot is taken.
     void Give(std::unique_ptr<Connection> connection) {
-        const std::lock_guard<std::mutex> lock(lock_);
-        if (idle_.size() < options_.MaxIdleConnections) {
-            idle_.push_back(std::move(connection));
+        const std::size_t count = slots_.size();
+        const std::size_t first = ThreadSlot();
+        for (std::size_t i = 0; i < count; ++i) {
+            Connection* expected = nullptr;
+            if (slots_[(first + i) % count].Idle.compare_exchange_strong(
+                    expected, connection.get(), std::memory_order_release, std::memory_order_relaxed)) {
+                (void)connection.release();
+                return;
+            }
         }
     }
 
@@ -375,8 +400,11 @@ private:
 
     const Address address_;
     const ChannelOptions options_;
-    std::mutex lock_;
-    std::vector<std::unique_ptr<Connection>> idle_;
+    // A slot to a cache line, so that threads on their own slots do not share one.
+    struct alignas(64) Slot {
+        std::atomic<Connection*> Idle{nullptr};
+    };
+    std::vector<Slot> slots_;
     std::atomic<std::uint64_t> opened_{0};
 };
 
