@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -11,9 +12,10 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
+
 #include <asio/buffer.hpp>
 #include <asio/connect.hpp>
-#include <asio/detail/socket_ops.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/write.hpp>
 
@@ -75,19 +77,21 @@ bool Await(Detail::Socket& socket, bool forWrite, const Deadline* deadline, bool
                 timedOut = true;
                 return false;
             }
-            // Rounded up, so that the wait never ends just before the deadline.
-            wait = static_cast<int>(
-                std::chrono::ceil<std::chrono::milliseconds>(left).count());
+            // Rounded up, so that the wait never ends just before the deadline; a long one
+            // is taken in pieces.
+            const auto millis = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+            wait = static_cast<int>(std::min<decltype(millis)>(millis, 1 << 30));
         }
-        asio::error_code waitError;
-        const int ready = forWrite
-                              ? asio::detail::socket_ops::poll_write(socket.native_handle(), 0, wait, waitError)
-                              : asio::detail::socket_ops::poll_read(socket.native_handle(), 0, wait, waitError);
+        // Asio's own waits on a socket have no time-out; poll on its descriptor does.
+        pollfd watched{};
+        watched.fd = socket.native_handle();
+        watched.events = forWrite ? POLLOUT : POLLIN;
+        const int ready = ::poll(&watched, 1, wait);
         if (ready > 0) {
             return true;
         }
-        if (ready < 0 && waitError != asio::error::interrupted) {
-            error = waitError;
+        if (ready < 0 && errno != EINTR) {
+            error = std::error_code(errno, std::system_category());
             return false;
         }
     }
