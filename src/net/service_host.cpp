@@ -18,6 +18,7 @@
 #include <asio/basic_socket_acceptor.hpp>
 #include <asio/buffer.hpp>
 #include <asio/executor_work_guard.hpp>
+#include <asio/post.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/write.hpp>
@@ -507,6 +508,10 @@ private:
             }
         }
         loop.Free.fetch_sub(1, std::memory_order_relaxed);
+        // The last handler run here may have queued its next step (the rest of a long
+        // reply) without waking the loop's own thread, which may sleep in the wait with
+        // nothing to wake it: an empty handler posted from outside the loop wakes it.
+        asio::post(loop.Context, [] {});
     }
 
     HostOptions options_;
