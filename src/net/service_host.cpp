@@ -99,6 +99,7 @@ public:
         const unsigned loops = LoopCount(options_.Threads);
         for (unsigned i = 0; i < loops; ++i) {
             loops_.push_back(std::make_unique<Loop>());
+            loops_.back()->Activity = &activity_;
         }
         acceptor_ = std::make_unique<Acceptor>(loops_.front()->Context);
     }
@@ -179,6 +180,10 @@ public:
             stopping_ = true;
         }
         spareWake_.notify_all();
+        // A watcher asleep until the next call wakes as if one had begun; the count is not
+        // read again after this.
+        activity_.Calls.fetch_add(1);
+        activity_.Calls.notify_all();
         for (const auto& loop : loops_) {
             loop->Work.reset();
             loop->Context.stop();
@@ -219,6 +224,13 @@ public:
 private:
     using Acceptor = asio::basic_socket_acceptor<Detail::Protocol>;
 
+    // Calls in progress on every loop, and whether the watching spare sleeps until the next
+    // one begins: an idle host wakes no thread at all.
+    struct CallActivity {
+        std::atomic<int> Calls{0};
+        std::atomic<bool> WatcherAsleep{false};
+    };
+
     // An event loop and what the spares watch of it.
     struct Loop {
         asio::io_context Context;
@@ -227,6 +239,7 @@ private:
         std::atomic<int> Free{1};  // threads running the loop outside a call; its own first
         std::atomic<std::uint64_t> Begun{0};  // calls begun on the loop
         std::uint64_t Seen = 0;  // Begun at the watcher's last look, under spareLock_
+        CallActivity* Activity = nullptr;  // the host's, shared by every loop
     };
 
     // Counts a call in its loop while it is served.
@@ -235,8 +248,18 @@ private:
         explicit Serving(Loop& loop) : loop_(loop) {
             loop_.Begun.fetch_add(1, std::memory_order_relaxed);
             loop_.Free.fetch_sub(1, std::memory_order_relaxed);
+            // Sequentially consistent with the watcher's side of the same pair: either this
+            // call sees the watcher asleep and wakes it, or the watcher sees this call.
+            CallActivity& activity = *loop_.Activity;
+            if (activity.Calls.fetch_add(1) == 0 && activity.WatcherAsleep.load()) {
+                activity.WatcherAsleep.store(false);
+                activity.Calls.notify_one();
+            }
         }
-        ~Serving() { loop_.Free.fetch_add(1, std::memory_order_relaxed); }
+        ~Serving() {
+            loop_.Activity->Calls.fetch_sub(1, std::memory_order_relaxed);
+            loop_.Free.fetch_add(1, std::memory_order_relaxed);
+        }
         Serving(const Serving&) = delete;
         Serving& operator=(const Serving&) = delete;
 
@@ -469,6 +492,10 @@ private:
             watching_ = true;
             Loop* held = nullptr;
             while (!stopping_ && held == nullptr) {
+                if (activity_.Calls.load(std::memory_order_relaxed) == 0) {
+                    SleepUntilACall(lock);
+                    continue;
+                }
                 spareWake_.wait_for(lock, kWatchPeriod);
                 held = HeldLoop();
             }
@@ -481,6 +508,18 @@ private:
             Help(*held);
             lock.lock();
         }
+    }
+
+    // No call is in progress: nothing can be held up until one begins. Takes and gives back
+    // `lock`, so that Stop can get through.
+    void SleepUntilACall(std::unique_lock<std::mutex>& lock) {
+        lock.unlock();
+        activity_.WatcherAsleep.store(true);
+        if (activity_.Calls.load() == 0) {
+            activity_.Calls.wait(0);
+        }
+        activity_.WatcherAsleep.store(false);
+        lock.lock();
     }
 
     // A loop whose threads are all inside calls that began before the last look: no call
@@ -515,6 +554,7 @@ private:
     }
 
     HostOptions options_;
+    CallActivity activity_;  // before the loops, which point to it
     std::vector<std::unique_ptr<Loop>> loops_;
     std::unique_ptr<Acceptor> acceptor_;  // on the first loop; goes before the loops
     std::size_t nextLoop_ = 0;  // the loop of the next connection, touched by Accept only
