@@ -38,13 +38,15 @@ int FailWithChain(const Common::Error& error) {
         message += code;
         const std::u16string text = r.Text();
         if (!text.empty()) {
-            message += " " + Common::Utf16ToUtf8(text);
+            message += ' ';
+            message += Common::Utf16ToUtf8(text);
         }
         if (const char* function = r.GetAnsi("function")) {
             message += std::string(" [") + function + "]";
         }
         if (const char16_t* path = r.GetWide("path")) {
-            message += " " + PlainName(path);
+            message += ' ';
+            message += PlainName(path);
         }
         if (r.Code() == Common::Error::kErrnoCode) {
             message += " errno " + std::to_string(r.GetNumber("Errno"));
