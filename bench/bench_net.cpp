@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include <time.h>
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
@@ -28,12 +29,11 @@ using namespace bench_support;
 
 enum Transport { kLoopback, kUnix, kTcp };
 
-// The host's threads: TL_BENCH_HOST_THREADS, else 2, one per core of the machine the
-// figures below were taken on.
+// The host's threads: TL_BENCH_HOST_THREADS, else the host's default.
 unsigned HostThreads() {
     const char* given = std::getenv("TL_BENCH_HOST_THREADS");
     const int threads = given != nullptr ? std::atoi(given) : 0;
-    return threads > 0 ? static_cast<unsigned>(threads) : 2;
+    return threads > 0 ? static_cast<unsigned>(threads) : Net::HostOptions{}.Threads;
 }
 
 // The channels, made once for the whole run; the hosts live as long as the process.
@@ -68,8 +68,37 @@ Binding::RequestChannel& Channel(Transport transport) {
     return *channels[transport];
 }
 
+// Processor time of the whole process (callers and host together), in microseconds.
+double ProcessMicros() {
+    timespec now{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
+}
+
+// Reports `cpu_us`: the processor time of client and host per call, of all threads together.
+// Thread 0 takes the process's clock around its loop, which begins and ends with the others'.
+class CallCost {
+public:
+    explicit CallCost(benchmark::State& state)
+        : state_(state), start_(state.thread_index() == 0 ? ProcessMicros() : 0) {}
+    ~CallCost() {
+        if (state_.thread_index() != 0 || state_.iterations() == 0) {
+            return;
+        }
+        const double calls = static_cast<double>(state_.iterations()) * state_.threads();
+        state_.counters["cpu_us"] = (ProcessMicros() - start_) / calls;
+    }
+    CallCost(const CallCost&) = delete;
+    CallCost& operator=(const CallCost&) = delete;
+
+private:
+    benchmark::State& state_;
+    double start_;
+};
+
 void BM_Ping(benchmark::State& state, Transport transport) {
     Binding::RequestChannel& channel = Channel(transport);
+    const CallCost cost(state);
     for (auto _ : state) {
         if (Ping(channel).Failed()) {
             state.SkipWithError("the call failed");
@@ -82,6 +111,7 @@ void BM_Ping(benchmark::State& state, Transport transport) {
 void BM_ListSlices(benchmark::State& state, Transport transport) {
     Binding::RequestChannel& channel = Channel(transport);
     Slices slices;
+    const CallCost cost(state);
     for (auto _ : state) {
         slices.clear();
         if (ListSlices(channel, slices).Failed()) {

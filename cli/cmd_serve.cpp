@@ -86,7 +86,7 @@ CliRun Setup(CLI::App& app) {
     auto threads = std::make_shared<unsigned>(4);
     auto tick = std::make_shared<unsigned>(1000);
     app.add_option("--listen", *listen, "tcp://HOST:PORT or unix:/PATH")->capture_default_str();
-    app.add_option("--threads", *threads, "threads that serve calls")->check(CLI::Range(1, 256))->capture_default_str();
+    app.add_option("--threads", *threads, "threads that serve calls: an event loop per core, up to half of them, and spares for calls that block")->check(CLI::Range(1, 256))->capture_default_str();
     app.add_option("--tick", *tick, "milliseconds between two tick events; 0: none")
         ->check(CLI::Range(0u, 3600000u))
         ->type_name("MS")

@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include "command.h"
+#include "json_out.h"
 
 namespace tessel_cli {
 namespace {
@@ -39,33 +40,25 @@ void AppendQuoted(std::string& out, std::basic_string_view<Char> text) {
     out += '"';
 }
 
-void AppendJson(std::string& out, const Xml::XmlTag& tag) {
-    out += "{\"name\": ";
-    AppendQuoted(out, tag.Name());
-    out += ", \"attributes\": {";
-    bool first = true;
+JsonOut TagJson(const Xml::XmlTag& tag) {
+    JsonOut attributes = JsonOut::object();
     for (const Xml::XmlAttribute attribute : tag.Attributes()) {
-        out += first ? "" : ", ";
-        first = false;
-        AppendQuoted(out, attribute.Name);
-        out += ": ";
-        AppendQuoted(out, attribute.Value);
+        attributes[std::string(attribute.Name)] = JsonName(attribute.Value);
     }
-    out += "}, \"text\": [";
-    first = true;
+    JsonOut texts = JsonOut::array();
     for (const std::u16string_view text : tag.Text()) {
-        out += first ? "" : ", ";
-        first = false;
-        AppendQuoted(out, text);
+        texts.push_back(JsonName(text));
     }
-    out += "], \"children\": [";
-    first = true;
+    JsonOut children = JsonOut::array();
     for (const Xml::XmlTag* child : tag.Children()) {
-        out += first ? "" : ", ";
-        first = false;
-        AppendJson(out, *child);
+        children.push_back(TagJson(*child));
     }
-    out += "]}";
+    JsonOut json;
+    json["name"] = std::string(tag.Name());
+    json["attributes"] = std::move(attributes);
+    json["text"] = std::move(texts);
+    json["children"] = std::move(children);
+    return json;
 }
 
 // One line per element, indented by depth: the name with its attributes, then the
@@ -124,8 +117,7 @@ int XmlDump(const std::string& name, bool json) {
     std::string out;
     if (document.Root() != nullptr) {
         if (json) {
-            AppendJson(out, *document.Root());
-            out += '\n';
+            out = JsonLine(TagJson(*document.Root()), JsonText::ascii) + '\n';
         } else {
             AppendTree(out, *document.Root(), 0);
         }
@@ -149,9 +141,9 @@ const CliCommandRegistration kXmlDump(
      "between its children. With --json the tree is printed as\n"
      "  {\"name\": \"...\", \"attributes\": {\"name\": \"value\", ...}, \"text\": [\"...\", ...],\n"
      "   \"children\": [ ... ]}\n"
-     "with every character outside printable ASCII written as \\uXXXX escapes of its UTF-16\n"
-     "units. A document that fails to read prints \"line L column C\" on standard error and\n"
-     "exits with status 1.",
+     "in ASCII: every other character as \\uXXXX escapes of its UTF-16 units (a lone\n"
+     "surrogate too), control characters as JSON escapes. A document that fails to read\n"
+     "prints \"line L column C\" on standard error and exits with status 1.",
      Setup});
 
 }  // namespace

@@ -14,13 +14,13 @@ bool SurrogateAt(const std::string& text, std::size_t i) {
            byte(i + 2) >= 0x80 && byte(i + 2) <= 0xbf;
 }
 
-void AppendString(std::string& out, const std::string& text) {
+void AppendString(std::string& out, const std::string& text, bool ascii) {
     out.push_back('"');
     std::size_t start = 0;
     const auto flush = [&](std::size_t end) {
         if (end > start) {
             const std::string run = JsonOut(text.substr(start, end - start))
-                                        .dump(-1, ' ', false, JsonOut::error_handler_t::replace);
+                                        .dump(-1, ' ', ascii, JsonOut::error_handler_t::replace);
             out.append(run, 1, run.size() - 2);
         }
     };
@@ -41,16 +41,16 @@ void AppendString(std::string& out, const std::string& text) {
     out.push_back('"');
 }
 
-void Append(std::string& out, const JsonOut& value) {
+void Append(std::string& out, const JsonOut& value, bool ascii = false) {
     if (value.is_object()) {
         out.push_back('{');
         bool first = true;
         for (const auto& [key, member] : value.items()) {
             out += first ? "" : ", ";
             first = false;
-            AppendString(out, key);
+            AppendString(out, key, ascii);
             out += ": ";
-            Append(out, member);
+            Append(out, member, ascii);
         }
         out.push_back('}');
     } else if (value.is_array()) {
@@ -59,11 +59,11 @@ void Append(std::string& out, const JsonOut& value) {
         for (const JsonOut& element : value) {
             out += first ? "" : ", ";
             first = false;
-            Append(out, element);
+            Append(out, element, ascii);
         }
         out.push_back(']');
     } else if (value.is_string()) {
-        AppendString(out, value.get_ref<const std::string&>());
+        AppendString(out, value.get_ref<const std::string&>(), ascii);
     } else {
         out += value.dump();
     }
@@ -71,9 +71,9 @@ void Append(std::string& out, const JsonOut& value) {
 
 }  // namespace
 
-std::string JsonLine(const JsonOut& value) {
+std::string JsonLine(const JsonOut& value, JsonText text) {
     std::string out;
-    Append(out, value);
+    Append(out, value, text == JsonText::ascii);
     return out;
 }
 

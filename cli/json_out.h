@@ -17,7 +17,10 @@ using JsonOut = nlohmann::ordered_json;
 // become U+FFFD, so that the output is always JSON, with one exception: a surrogate code
 // point in its three-byte form (which stands for a byte of a name that is not UTF-8, see
 // JsonName) is written as its escape \uXXXX.
-std::string JsonLine(const JsonOut& value);
+// With JsonText::ascii every character outside ASCII is written as \uXXXX escapes of its
+// UTF-16 units instead, for readers that take ASCII alone.
+enum class JsonText { utf8, ascii };
+std::string JsonLine(const JsonOut& value, JsonText text = JsonText::utf8);
 
 // An array with one element per line: "[\n  A,\n  B\n]\n", or "[]\n" when it is empty.
 std::string JsonLines(const JsonOut& array);

@@ -201,9 +201,14 @@ std::u16string WidenLatin1(std::string_view text) {
 namespace Detail {
 
 void WidenBytesEscapingNonUtf8(std::string_view bytes, std::u16string& out) {
-    out.clear();
-    out.reserve(bytes.size());
+    // Most names are ASCII: widened unit by unit until the first byte that is not.
+    out.resize(bytes.size());
     std::size_t i = 0;
+    while (i < bytes.size() && static_cast<unsigned char>(bytes[i]) < 0x80) {
+        out[i] = static_cast<char16_t>(bytes[i]);
+        ++i;
+    }
+    out.resize(i);
     while (i < bytes.size()) {
         const std::size_t at = i;
         const char32_t cp = DecodeUtf8(bytes, i);

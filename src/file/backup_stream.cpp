@@ -270,8 +270,14 @@ std::int64_t FileTimeToMilliseconds(std::uint64_t fileTime) {
 }
 
 std::uint64_t MillisecondsToFileTime(std::int64_t milliseconds) {
-    if (milliseconds == 0) {
+    // A times chunk may carry any value: one before 1601 is no time, one past the year
+    // 30828 is held at the end.
+    constexpr std::int64_t kLast = std::int64_t(UINT64_MAX / 10000) - kEpochDifferenceMs;
+    if (milliseconds == 0 || milliseconds < -kEpochDifferenceMs) {
         return 0;
+    }
+    if (milliseconds > kLast) {
+        return UINT64_MAX;
     }
     return static_cast<std::uint64_t>(milliseconds + kEpochDifferenceMs) * 10000;
 }

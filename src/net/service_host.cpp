@@ -1,6 +1,10 @@
 #include <tessel_link/net/service_host.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <set>
@@ -14,6 +18,7 @@
 #include <asio/basic_socket_acceptor.hpp>
 #include <asio/buffer.hpp>
 #include <asio/executor_work_guard.hpp>
+#include <asio/post.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/write.hpp>
@@ -28,13 +33,75 @@ namespace Net {
 
 using Detail::NetError;
 
+namespace {
+
+// How often a spare thread looks for an event loop that a long call holds up. A call that
+// blocks delays the other connections of its loop by one to two periods at most.
+constexpr std::chrono::milliseconds kWatchPeriod{5};
+
+// Event loops for a pool of `threads` threads: one per core, yet no more than half the pool,
+// so that the other half are spares for calls that block.
+unsigned LoopCount(unsigned threads) {
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    return std::max(1u, std::min(cores, threads / 2));
+}
+
+// A reply frame ready to go: the header, and the packet or the serialized error, written
+// together by one gather write.
+struct ReplyFrame {
+    std::array<unsigned char, kFrameHeaderSize> Head{};
+    Serialization::Blob Packet;
+    std::vector<unsigned char> Failure;
+
+    std::span<const unsigned char> Payload() const {
+        if (!Failure.empty()) {
+            return Failure;
+        }
+        return {Packet.Data(), static_cast<std::size_t>(Packet.Size())};
+    }
+};
+
+ReplyFrame MakeReply(FrameHeader header, Serialization::Blob packet) {
+    ReplyFrame reply;
+    header.PayloadLength = static_cast<std::uint32_t>(packet.Size());
+    reply.Head = EncodeHeader(header);
+    reply.Packet = std::move(packet);
+    return reply;
+}
+
+ReplyFrame FailureFrame(const FrameHeader& request, const Common::Error& error) {
+    FrameHeader header = request;
+    header.Version = kFrameVersion;
+    header.Flags = kFlagReply | kFlagFailure;
+    ReplyFrame reply;
+    reply.Failure = error.Serialize();
+    header.PayloadLength = static_cast<std::uint32_t>(reply.Failure.size());
+    reply.Head = EncodeHeader(header);
+    return reply;
+}
+
+}  // namespace
+
+// The host runs one event loop per core, each with one thread of its own and a share of
+// the connections. A loop's thread serves a call where it read its frame and writes the
+// reply at once, so that a call costs no hand-over between threads and the loop takes
+// every connection that became ready in one wait. The other threads of the pool are spares:
+// one of them looks every watch period for a loop whose threads have all been inside the
+// same calls since its last look, and joins that loop until one of its threads is free
+// again, so that a call that blocks in its service (an event fetch) holds up its own
+// connection only.
 class ServiceHost::Impl {
 public:
-    explicit Impl(HostOptions options)
-        : options_(options), work_(asio::make_work_guard(context_)), acceptor_(context_) {
+    explicit Impl(HostOptions options) : options_(options) {
         if (options_.Threads == 0) {
             options_.Threads = 1;
         }
+        const unsigned loops = LoopCount(options_.Threads);
+        for (unsigned i = 0; i < loops; ++i) {
+            loops_.push_back(std::make_unique<Loop>());
+            loops_.back()->Activity = &activity_;
+        }
+        acceptor_ = std::make_unique<Acceptor>(loops_.front()->Context);
     }
 
     void Register(std::unique_ptr<Binding::ServiceDispatcher> dispatcher) {
@@ -67,25 +134,26 @@ public:
             }
         }
         const Detail::Endpoint& endpoint = endpoints.front();
-        acceptor_.open(endpoint.protocol(), error);
+        Acceptor& acceptor = *acceptor_;
+        acceptor.open(endpoint.protocol(), error);
         if (!error && address.Type == Address::Kind::Tcp) {
-            acceptor_.set_option(asio::socket_base::reuse_address(true), error);
+            acceptor.set_option(asio::socket_base::reuse_address(true), error);
         }
         if (!error) {
-            acceptor_.bind(endpoint, error);
+            acceptor.bind(endpoint, error);
         }
         if (!error) {
-            acceptor_.listen(asio::socket_base::max_listen_connections, error);
+            acceptor.listen(asio::socket_base::max_listen_connections, error);
         }
         if (error) {
             std::error_code ignored;
-            acceptor_.close(ignored);
+            acceptor.close(ignored);
             return NetError(TL_ORIGIN("Net::ServiceHost::Start"), kErrorListenFailed,
                             Detail::kRowConnectFailed, error);
         }
         bound_ = address;
         if (address.Type == Address::Kind::Tcp) {
-            const Detail::Endpoint local = acceptor_.local_endpoint(error);
+            const Detail::Endpoint local = acceptor.local_endpoint(error);
             if (!error && local.size() >= sizeof(sockaddr_in)) {
                 const auto* in = reinterpret_cast<const sockaddr_in*>(local.data());
                 bound_.Port = ntohs(in->sin_port);
@@ -93,8 +161,11 @@ public:
         }
         started_ = true;
         Accept();
-        for (unsigned i = 0; i < options_.Threads; ++i) {
-            threads_.emplace_back([this] { context_.run(); });
+        for (const auto& loop : loops_) {
+            threads_.emplace_back([loop = loop.get()] { loop->Context.run(); });
+        }
+        for (std::size_t i = loops_.size(); i < options_.Threads; ++i) {
+            threads_.emplace_back([this] { Spare(); });
         }
         return Common::ErrorSuccess;
     }
@@ -104,16 +175,27 @@ public:
             return;
         }
         stopped_ = true;
-        work_.reset();
-        context_.stop();
+        {
+            const std::lock_guard<std::mutex> lock(spareLock_);
+            stopping_ = true;
+        }
+        spareWake_.notify_all();
+        // A watcher asleep until the next call wakes as if one had begun; the count is not
+        // read again after this.
+        activity_.Calls.fetch_add(1);
+        activity_.Calls.notify_all();
+        for (const auto& loop : loops_) {
+            loop->Work.reset();
+            loop->Context.stop();
+        }
         for (std::thread& thread : threads_) {
             thread.join();
         }
         threads_.clear();
-        // No thread runs the loop any more: the sockets close here, and their handlers go
-        // with the loop.
+        // No thread runs the loops any more: the sockets close here, and their handlers go
+        // with the loops.
         std::error_code ignored;
-        acceptor_.close(ignored);
+        acceptor_->close(ignored);
         {
             const std::lock_guard<std::mutex> lock(sessionsLock_);
             for (const auto& session : sessions_) {
@@ -140,12 +222,58 @@ public:
     ~Impl() { Stop(); }
 
 private:
+    using Acceptor = asio::basic_socket_acceptor<Detail::Protocol>;
+
+    // Calls in progress on every loop, and whether the watching spare sleeps until the next
+    // one begins: an idle host wakes no thread at all.
+    struct CallActivity {
+        std::atomic<int> Calls{0};
+        std::atomic<bool> WatcherAsleep{false};
+    };
+
+    // An event loop and what the spares watch of it.
+    struct Loop {
+        asio::io_context Context;
+        asio::executor_work_guard<asio::io_context::executor_type> Work{
+            asio::make_work_guard(Context)};
+        std::atomic<int> Free{1};  // threads running the loop outside a call; its own first
+        std::atomic<std::uint64_t> Begun{0};  // calls begun on the loop
+        std::uint64_t Seen = 0;  // Begun at the watcher's last look, under spareLock_
+        CallActivity* Activity = nullptr;  // the host's, shared by every loop
+    };
+
+    // Counts a call in its loop while it is served.
+    class Serving {
+    public:
+        explicit Serving(Loop& loop) : loop_(loop) {
+            loop_.Begun.fetch_add(1, std::memory_order_relaxed);
+            loop_.Free.fetch_sub(1, std::memory_order_relaxed);
+            // Sequentially consistent with the watcher's side of the same pair: either this
+            // call sees the watcher asleep and wakes it, or the watcher sees this call.
+            CallActivity& activity = *loop_.Activity;
+            if (activity.Calls.fetch_add(1) == 0 && activity.WatcherAsleep.load()) {
+                activity.WatcherAsleep.store(false);
+                activity.Calls.notify_one();
+            }
+        }
+        ~Serving() {
+            loop_.Activity->Calls.fetch_sub(1, std::memory_order_relaxed);
+            loop_.Free.fetch_add(1, std::memory_order_relaxed);
+        }
+        Serving(const Serving&) = delete;
+        Serving& operator=(const Serving&) = delete;
+
+    private:
+        Loop& loop_;
+    };
+
     // One accepted connection: reads frames, serves them one after the other, writes the
     // replies. One step of it is under way at a time, so it needs no lock of its own.
     class Session : public std::enable_shared_from_this<Session> {
     public:
-        Session(Impl& host, Detail::Socket socket)
-            : host_(host), socket_(std::move(socket)), reader_(host.options_.MaxFrameLength) {}
+        Session(Impl& host, Loop& loop, Detail::Socket socket)
+            : host_(host), loop_(loop), socket_(std::move(socket)),
+              reader_(host.options_.MaxFrameLength) {}
 
         void Begin() {
             // Replies are written at once where the socket takes them (see Send).
@@ -179,20 +307,25 @@ private:
         // a reply waits for the socket or the connection ends.
         void Process() {
             for (;;) {
-                Frame request;
-                switch (reader_.Next(request)) {
+                switch (reader_.Next(request_)) {
                     case FrameStatus::NeedMore:
                         Read();
                         return;
-                    case FrameStatus::Complete:
-                        if (request.Header.IsReply() || request.Header.IsFailure()) {
-                            Refuse(request.Header, "a request frame with the flags of a reply");
+                    case FrameStatus::Complete: {
+                        if (request_.Header.IsReply() || request_.Header.IsFailure()) {
+                            Refuse(request_.Header, "a request frame with the flags of a reply");
                             return;
                         }
-                        if (!Send(host_.Serve(request), true)) {
+                        ReplyFrame reply;
+                        {
+                            const Serving serving(loop_);
+                            reply = host_.Serve(request_);
+                        }
+                        if (!Send(std::move(reply), true)) {
                             return;
                         }
                         continue;
+                    }
                     case FrameStatus::BadMagic:
                         host_.dropped_.fetch_add(1, std::memory_order_relaxed);
                         End();
@@ -218,15 +351,25 @@ private:
                  false);
         }
 
-        // Writes a frame; true when it went whole at once and the session goes on with the
-        // next frame on this thread. Most replies fit the socket's buffer: written here, they
-        // spare a completion handed through the loop, which often wakes another of the host's
-        // threads. The rest of a longer one is written in the background, and its completion
-        // goes on with the next frame.
-        bool Send(std::vector<unsigned char> frame, bool goOn) {
+        // The part of the reply not yet written, from `written` bytes on.
+        std::array<asio::const_buffer, 2> Unwritten(std::size_t written) const {
+            const std::span<const unsigned char> payload = out_.Payload();
+            const std::size_t head = std::min(written, out_.Head.size());
+            const std::size_t body = written - head;
+            return {asio::buffer(out_.Head.data() + head, out_.Head.size() - head),
+                    asio::buffer(payload.data() + body, payload.size() - body)};
+        }
+
+        // Writes a frame, header and payload in one gather write; true when it went whole at
+        // once and the session goes on with the next frame on this thread. Most replies fit
+        // the socket's buffer: written here, they spare a completion handed through the loop.
+        // The rest of a longer one is written in the background, and its completion goes on
+        // with the next frame.
+        bool Send(ReplyFrame frame, bool goOn) {
             out_ = std::move(frame);
+            const std::size_t total = out_.Head.size() + out_.Payload().size();
             std::error_code error;
-            std::size_t written = socket_.write_some(asio::buffer(out_), error);
+            std::size_t written = socket_.write_some(Unwritten(0), error);
             if (error == asio::error::would_block || error == asio::error::try_again) {
                 error.clear();
                 written = 0;
@@ -235,13 +378,13 @@ private:
                 End();
                 return false;
             }
-            if (written == out_.size()) {
+            if (written == total) {
                 if (!goOn) {
                     End();
                 }
                 return goOn;
             }
-            asio::async_write(socket_, asio::buffer(out_.data() + written, out_.size() - written),
+            asio::async_write(socket_, Unwritten(written),
                               [self = shared_from_this(), goOn](const std::error_code& failure,
                                                                 std::size_t) {
                                   if (failure || !goOn) {
@@ -260,20 +403,14 @@ private:
         }
 
         Impl& host_;
+        Loop& loop_;
         Detail::Socket socket_;
         FrameReader reader_;
-        std::vector<unsigned char> out_;
+        Frame request_;  // kept, so that its payload's storage serves the next call too
+        ReplyFrame out_;
     };
 
-    static std::vector<unsigned char> FailureFrame(const FrameHeader& request, const Common::Error& error) {
-        FrameHeader header = request;
-        header.Version = kFrameVersion;
-        header.Flags = kFlagReply | kFlagFailure;
-        const std::vector<unsigned char> payload = error.Serialize();
-        return EncodeFrame(header, payload);
-    }
-
-    std::vector<unsigned char> Serve(const Frame& request) {
+    ReplyFrame Serve(const Frame& request) {
         const Binding::ServiceDispatcher* dispatcher = nullptr;
         {
             const std::shared_lock<std::shared_mutex> lock(tableLock_);
@@ -295,11 +432,11 @@ private:
                                                       request.Header.Category);
             dispatcher->Serve(request.Header.MethodNumber, request.Header.InterfaceVersion, reader,
                               writer);
-            const Serialization::Blob packet = writer.Finish();
             FrameHeader header = request.Header;
             header.Flags = kFlagReply;
+            ReplyFrame reply = MakeReply(header, writer.Finish());
             calls_.fetch_add(1, std::memory_order_relaxed);
-            return EncodeFrame(header, {packet.Data(), static_cast<std::size_t>(packet.Size())});
+            return reply;
         } catch (const Common::Error& error) {
             failures_.fetch_add(1, std::memory_order_relaxed);
             return FailureFrame(request.Header, error);
@@ -312,15 +449,19 @@ private:
         }
     }
 
+    // Accepts on the first loop and gives each connection to the next loop in turn.
     void Accept() {
-        acceptor_.async_accept([this](const std::error_code& error, Detail::Socket socket) {
-            if (error == asio::error::operation_aborted || !acceptor_.is_open()) {
+        Loop& loop = *loops_[nextLoop_];
+        nextLoop_ = (nextLoop_ + 1) % loops_.size();
+        acceptor_->async_accept(loop.Context, [this, &loop](const std::error_code& error,
+                                                            Detail::Socket socket) {
+            if (error == asio::error::operation_aborted || !acceptor_->is_open()) {
                 return;
             }
             if (!error) {
                 std::error_code ignored;
                 socket.set_option(asio::ip::tcp::no_delay(true), ignored);
-                auto session = std::make_shared<Session>(*this, std::move(socket));
+                auto session = std::make_shared<Session>(*this, loop, std::move(socket));
                 {
                     const std::lock_guard<std::mutex> lock(sessionsLock_);
                     sessions_.insert(session);
@@ -339,14 +480,93 @@ private:
         sessions_.erase(session);
     }
 
+    // A spare thread: it watches the loops while no other spare does, and joins a loop that
+    // a long call holds up.
+    void Spare() {
+        std::unique_lock<std::mutex> lock(spareLock_);
+        while (!stopping_) {
+            if (watching_) {
+                spareWake_.wait(lock);
+                continue;
+            }
+            watching_ = true;
+            Loop* held = nullptr;
+            while (!stopping_ && held == nullptr) {
+                if (activity_.Calls.load(std::memory_order_relaxed) == 0) {
+                    SleepUntilACall(lock);
+                    continue;
+                }
+                spareWake_.wait_for(lock, kWatchPeriod);
+                held = HeldLoop();
+            }
+            watching_ = false;
+            if (held == nullptr) {
+                break;
+            }
+            spareWake_.notify_one();  // another spare takes the watch over
+            lock.unlock();
+            Help(*held);
+            lock.lock();
+        }
+    }
+
+    // No call is in progress: nothing can be held up until one begins. Takes and gives back
+    // `lock`, so that Stop can get through.
+    void SleepUntilACall(std::unique_lock<std::mutex>& lock) {
+        lock.unlock();
+        activity_.WatcherAsleep.store(true);
+        if (activity_.Calls.load() == 0) {
+            activity_.Calls.wait(0);
+        }
+        activity_.WatcherAsleep.store(false);
+        lock.lock();
+    }
+
+    // A loop whose threads are all inside calls that began before the last look: no call
+    // has begun on it since, so its other connections wait. Under spareLock_.
+    Loop* HeldLoop() {
+        Loop* held = nullptr;
+        for (const auto& loop : loops_) {
+            const std::uint64_t begun = loop->Begun.load(std::memory_order_relaxed);
+            if (held == nullptr && begun == loop->Seen &&
+                loop->Free.load(std::memory_order_relaxed) <= 0) {
+                held = loop.get();
+            }
+            loop->Seen = begun;
+        }
+        return held;
+    }
+
+    // Runs the loop beside its held threads until another of them is free again.
+    static void Help(Loop& loop) {
+        loop.Free.fetch_add(1, std::memory_order_relaxed);
+        while (!loop.Context.stopped()) {
+            loop.Context.run_one_for(kWatchPeriod);
+            if (loop.Free.load(std::memory_order_relaxed) >= 2) {
+                break;
+            }
+        }
+        loop.Free.fetch_sub(1, std::memory_order_relaxed);
+        // The last handler run here may have queued its next step (the rest of a long
+        // reply) without waking the loop's own thread, which may sleep in the wait with
+        // nothing to wake it: an empty handler posted from outside the loop wakes it.
+        asio::post(loop.Context, [] {});
+    }
+
     HostOptions options_;
-    asio::io_context context_;
-    asio::executor_work_guard<asio::io_context::executor_type> work_;
-    asio::basic_socket_acceptor<Detail::Protocol> acceptor_;
+    CallActivity activity_;  // before the loops, which point to it
+    std::vector<std::unique_ptr<Loop>> loops_;
+    std::unique_ptr<Acceptor> acceptor_;  // on the first loop; goes before the loops
+    std::size_t nextLoop_ = 0;  // the loop of the next connection, touched by Accept only
     std::vector<std::thread> threads_;
     Address bound_;
     bool started_ = false;
     bool stopped_ = false;
+
+    std::mutex spareLock_;
+    std::condition_variable spareWake_;
+    bool stopping_ = false;
+    bool watching_ = false;
 
     std::shared_mutex tableLock_;
     std::map<std::uint32_t, const Binding::ServiceDispatcher*> table_;

@@ -28,6 +28,7 @@
 #include <tessel_link/file/system_dir.h>
 
 #include "platform/backup_source.h"
+#include "platform/file_time.h"
 #include "platform/posix_errors.h"
 
 namespace Platform {
@@ -35,7 +36,6 @@ namespace Platform {
 namespace {
 
 // 100 ns units from 1601-01-01 to 1970-01-01.
-constexpr std::uint64_t kUnixEpochInFileTime = 116444736000000000ull;
 // Bodies kept in memory while they are written (names of streams, attributes, security, link
 // targets) are never larger than this; a larger one is a damaged stream.
 constexpr std::uint64_t kLargestKeptBody = 16u << 20;
@@ -50,19 +50,7 @@ std::uint64_t FileTime(const statx_timestamp& t) {
     if (t.tv_sec == 0 && t.tv_nsec == 0) {
         return 0;
     }
-    const std::int64_t units = std::int64_t(t.tv_sec) * 10000000 + t.tv_nsec / 100;
-    return static_cast<std::uint64_t>(units + std::int64_t(kUnixEpochInFileTime));
-}
-
-timespec UnixTime(std::uint64_t fileTime) {
-    const std::int64_t units = std::int64_t(fileTime) - std::int64_t(kUnixEpochInFileTime);
-    std::int64_t seconds = units / 10000000;
-    std::int64_t rest = units % 10000000;
-    if (rest < 0) {
-        rest += 10000000;
-        --seconds;
-    }
-    return timespec{static_cast<time_t>(seconds), static_cast<long>(rest * 100)};
+    return FileTimeFromUnix(t.tv_sec, t.tv_nsec);
 }
 
 void PutU16(unsigned char* p, std::uint16_t v) {
@@ -1098,7 +1086,7 @@ public:
         if (write == 0) {
             return {};
         }
-        const timespec times[2] = {timespec{0, UTIME_OMIT}, UnixTime(write)};
+        const timespec times[2] = {timespec{0, UTIME_OMIT}, UnixTimeFromFileTime(write)};
         const int set = node.Fd >= 0 && !node.Link
                             ? ::futimens(node.Fd, times)
                             : ::utimensat(AT_FDCWD, node.Path.c_str(), times, AT_SYMLINK_NOFOLLOW);

@@ -19,6 +19,7 @@
 #include <tessel_link/common/unicode.h>
 
 #include "platform/file_io.h"
+#include "platform/file_time.h"
 #include "platform/posix_errors.h"
 
 namespace Platform {
@@ -26,10 +27,6 @@ namespace Platform {
 namespace {
 
 constexpr long kBtrfsMagic = 0x9123683e;
-// 100 ns units from 1601-01-01 to 1970-01-01.
-constexpr std::uint64_t kUnixEpochInFileTime = 116444736000000000ull;
-
-
 
 // A transfer that the kernel could not get memory for is the "no system resources" answer
 // that the retry rules halve the piece on.
@@ -291,15 +288,7 @@ public:
                 stamps[i].tv_nsec = UTIME_OMIT;
                 continue;
             }
-            const std::int64_t since = static_cast<std::int64_t>(given[i] - kUnixEpochInFileTime);
-            std::int64_t seconds = since / 10000000;
-            std::int64_t rest = since % 10000000;
-            if (rest < 0) {
-                rest += 10000000;
-                --seconds;
-            }
-            stamps[i].tv_sec = static_cast<time_t>(seconds);
-            stamps[i].tv_nsec = static_cast<long>(rest * 100);
+            stamps[i] = UnixTimeFromFileTime(given[i]);
         }
         return ::futimens(Descriptor(handle), stamps) == 0 ? SystemError{} : LastError();
     }

@@ -170,6 +170,9 @@ TEST(BackupTimes, ConversionBothWays) {
     EXPECT_EQ(File::MillisecondsToFileTime(k2020Ms), k2020);
     EXPECT_EQ(File::MillisecondsToFileTime(0), 0u);
     EXPECT_EQ(File::MillisecondsToFileTime(-1), 116444736000000000ull - 10000);
+    // A damaged times chunk: any value converts without overflow.
+    EXPECT_EQ(File::MillisecondsToFileTime(INT64_MIN), 0u);
+    EXPECT_EQ(File::MillisecondsToFileTime(INT64_MAX), UINT64_MAX);
 }
 
 TEST(BackupFile, ChunkOrderOfAPlainFile) {

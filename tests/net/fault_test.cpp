@@ -251,4 +251,54 @@ TEST_F(Faults, StartedCallsReportToTheirHandlerAndStopAbandonsABlockedOne) {
     ASSERT_EQ(client.Manager->GetData("later", 4, result).Code(), 0u);
 }
 
+// Connections share the host's event loops: a call that blocks in its service must not hold
+// up the calls of other connections on the same loop while spare threads are left. Three
+// threads make one loop with two spares on any machine.
+TEST_F(Faults, CallsThatBlockInTheServiceHoldUpOnlyTheirOwnConnections) {
+    auto service = std::make_shared<EchoService>();
+    Net::ServiceHost host(Net::HostOptions{3, Net::kDefaultMaxFrameLength});
+    host.Register(std::make_unique<TestManagement::TestManager_Dispatcher>(service));
+    ASSERT_TRUE(host.Start(address).Succeeded());
+
+    // Two blocked calls, each on a connection of its own channel.
+    std::vector<std::unique_ptr<Net::SocketChannel>> channels;
+    std::vector<std::unique_ptr<Binding::RequestJob>> jobs(2);
+    std::vector<std::string> results(2, "untouched");
+    CountingHandler handlers[2];
+    for (int i = 0; i < 2; ++i) {
+        channels.push_back(std::make_unique<Net::SocketChannel>(address));
+        ASSERT_TRUE(channels.back()->Send(GetDataRequest("block", results[i]), jobs[i]).Succeeded());
+        ASSERT_TRUE(jobs[i]->Start(&handlers[i]).Succeeded());
+        for (int wait = 0; wait < 500 && service->Blocked.load() <= i; ++wait) {
+            std::this_thread::sleep_for(10ms);
+        }
+        ASSERT_EQ(service->Blocked.load(), i + 1);
+    }
+
+    // Calls on a third connection go on, each well within the time a blocked one takes.
+    Net::ChannelOptions options;
+    options.CallTimeout = 5s;
+    Client client(address, options);
+    for (int i = 0; i < 20; ++i) {
+        std::string result;
+        const auto start = Clock::now();
+        ASSERT_EQ(client.Manager->GetData("quick", static_cast<std::uint32_t>(i), result).Code(), 0u);
+        EXPECT_EQ(result, "quick:" + std::to_string(i));
+        EXPECT_LT(Clock::now() - start, 1s);
+    }
+    EXPECT_EQ(handlers[0].Finished.load() + handlers[1].Finished.load(), 0);
+
+    // Released, the blocked calls end with their replies.
+    service->Released = true;
+    for (int i = 0; i < 2; ++i) {
+        for (int wait = 0; wait < 500 && handlers[i].Finished.load() == 0; ++wait) {
+            std::this_thread::sleep_for(10ms);
+        }
+        EXPECT_EQ(handlers[i].Finished.load(), 1);
+        EXPECT_EQ(handlers[i].Code.load(), 0u);
+        EXPECT_EQ(results[i], "block:1");
+    }
+    EXPECT_EQ(host.Counters().Calls, 22u);
+}
+
 }  // namespace

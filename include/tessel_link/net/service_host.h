@@ -10,10 +10,15 @@
 //   ...
 //   host.Stop();
 //
-// Calls are served on a pool of `Threads` threads, several at once; a call that blocks in
-// its service holds one of them. A frame of a format the host does not speak, with unknown
-// flags or longer than MaxFrameLength is answered with a failure frame and its connection
-// closed; bytes that are no frame at all close the connection without an answer. A request
+// Calls are served on a pool of `Threads` threads, several at once. Up to one thread per core,
+// and no more than half the pool, each runs an event loop with a share of the connections and
+// serves their calls where it reads them, without handing them to another thread. The rest are
+// spares: when every thread of a loop has been inside a call for a few milliseconds, a spare
+// joins that loop until one of them is free again, so that a call that blocks in its service
+// holds up its own connection only, as long as spares are left (`Threads` minus the loops).
+//
+// A frame of a format the host does not speak, with unknown flags or longer than
+// MaxFrameLength is answered with a failure frame and its connection closed; bytes that are no frame at all close the connection without an answer. A request
 // packet that cannot be read, a component without a dispatcher or a method the component
 // does not have is answered with a failure frame, and the connection goes on. None of these
 // touch the other connections.
@@ -31,7 +36,7 @@ namespace Net {
 
 // How a host serves: its pool of threads and the longest frame it takes.
 struct HostOptions {
-    unsigned Threads = 4;  // calls served at once
+    unsigned Threads = 4;  // the pool: event loops and spares for calls that block
     std::uint32_t MaxFrameLength = kDefaultMaxFrameLength;  // longer frames are refused
 };
 
