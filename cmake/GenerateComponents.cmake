@@ -7,8 +7,9 @@ set(TL_COMPONENTS_GENERATOR ${PROJECT_SOURCE_DIR}/tools/xidlc/xidl_components.py
 file(GLOB TL_COMPONENT_FILES CONFIGURE_DEPENDS ${TL_COMPONENTS_DIR}/*.xidl)
 file(GLOB TL_COMPONENT_RECORD_FILES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/xidl/*.xidl)
 file(GLOB TL_COMPONENT_GENERATOR_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/xidlc/*.py)
+# The generator decides which files come out, so a change of it reconfigures too.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
-    ${PROJECT_SOURCE_DIR}/xidl/modules.txt ${TL_COMPONENT_FILES})
+    ${PROJECT_SOURCE_DIR}/xidl/modules.txt ${TL_COMPONENT_FILES} ${TL_COMPONENT_GENERATOR_SOURCES})
 
 set(tl_components_args
     --order ${PROJECT_SOURCE_DIR}/xidl/modules.txt --components ${TL_COMPONENTS_DIR})

@@ -26,7 +26,9 @@ endif()
 # places share one cache (a fresh clone's build is then mostly cache hits).
 find_program(TL_CCACHE ccache)
 if(TL_CCACHE)
-    set(TL_CCACHE_LAUNCHER env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=true ${TL_CCACHE})
+    # The generated units use a precompiled header, which ccache caches only when told to.
+    set(TL_CCACHE_LAUNCHER env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=true
+        CCACHE_SLOPPINESS=pch_defines,time_macros ${TL_CCACHE})
     set(CMAKE_CXX_COMPILER_LAUNCHER ${TL_CCACHE_LAUNCHER})
     set(CMAKE_C_COMPILER_LAUNCHER ${TL_CCACHE_LAUNCHER})
 endif()

@@ -34,23 +34,45 @@ TableDispatcher::TableDispatcher(std::uint32_t componentId, std::string interfac
     }
     rows_.resize(highest);
     for (const ServiceMethod& method : methods) {
-        if (method.Number == 0) {
-            continue;
-        }
-        Row& row = rows_[method.Number - 1];
-        row.Method.Number = method.Number;
-        row.Method.IntroducedVersion = method.IntroducedVersion;
-        row.Method.Name = method.Name;
-        const std::string suffix = "_" + interfaceName_ + "_" + method.Name;
-        row.Method.RequestElement = Serialization::MetaInfo("request" + suffix);
-        row.Method.ReplyElement = Serialization::MetaInfo("reply" + suffix);
-        for (const ServiceParameter& parameter : method.Parameters) {
-            row.Method.ArgumentMeta.emplace_back(parameter.Name);
-            row.Method.ArgumentKinds.push_back(parameter.Kind);
-        }
-        row.ServeRow = method.Serve;
-        row.Invoke = method.Invoke;
+        AddRow({method.Number, method.Name, method.IntroducedVersion, method.Parameters.data(),
+                method.Parameters.size(), method.Serve, method.Invoke});
     }
+}
+
+TableDispatcher::TableDispatcher(std::uint32_t componentId, std::string interfaceName,
+                                 std::uint64_t interfaceVersion, void* implementation,
+                                 std::span<const ServiceMethodRow> methods)
+    : componentId_(componentId),
+      interfaceName_(std::move(interfaceName)),
+      interfaceVersion_(interfaceVersion),
+      implementation_(implementation) {
+    std::uint32_t highest = 0;
+    for (const ServiceMethodRow& method : methods) {
+        highest = std::max(highest, method.Number);
+    }
+    rows_.resize(highest);
+    for (const ServiceMethodRow& method : methods) {
+        AddRow(method);
+    }
+}
+
+void TableDispatcher::AddRow(const ServiceMethodRow& method) {
+    if (method.Number == 0) {
+        return;
+    }
+    Row& row = rows_[method.Number - 1];
+    row.Method.Number = method.Number;
+    row.Method.IntroducedVersion = method.IntroducedVersion;
+    row.Method.Name = method.Name;
+    const std::string suffix = "_" + interfaceName_ + "_" + method.Name;
+    row.Method.RequestElement = Serialization::MetaInfo("request" + suffix);
+    row.Method.ReplyElement = Serialization::MetaInfo("reply" + suffix);
+    for (std::size_t i = 0; i < method.ParameterCount; ++i) {
+        row.Method.ArgumentMeta.emplace_back(method.Parameters[i].Name);
+        row.Method.ArgumentKinds.push_back(method.Parameters[i].Kind);
+    }
+    row.ServeRow = method.Serve;
+    row.Invoke = method.Invoke;
 }
 
 TableDispatcher::~TableDispatcher() = default;

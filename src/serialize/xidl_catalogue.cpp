@@ -14,6 +14,11 @@ extern const TypeInfo* const kCheckedInTypes[];
 extern const std::size_t kCheckedInTypeCount;
 }  // namespace Generated
 
+std::shared_ptr<void> AdoptRecord(void* record, void (*destroy)(void*)) {
+    // should the control block not be made, the record is destroyed before the throw
+    return std::shared_ptr<void>(record, destroy);
+}
+
 std::span<const TypeInfo* const> AllTypes() {
     return {Generated::kAllTypes, Generated::kAllTypeCount};
 }

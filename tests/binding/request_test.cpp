@@ -231,6 +231,62 @@ TEST(RequestRead, MapOutArgumentRoundTrips) {
     EXPECT_EQ(resume, (std::map<std::string, std::u16string>{{"a", u"1"}, {"b", u"2"}}));
 }
 
+// An over-aligned argument that counts its live copies and fails the copy it is told to.
+struct alignas(32) Tracked {
+    static inline int live = 0;
+    static inline int copiesBeforeFailure = -1;
+    std::int32_t id = 0;
+
+    explicit Tracked(std::int32_t i = 0) : id(i) { ++live; }
+    Tracked(const Tracked& other) : id(other.id) {
+        if (copiesBeforeFailure == 0) {
+            throw Common::Error(TL_ORIGIN("Probe"), 0x9c0006);
+        }
+        --copiesBeforeFailure;
+        ++live;
+    }
+    Tracked& operator=(const Tracked&) = default;
+    ~Tracked() { --live; }
+};
+Serialization::Serializer& operator<<(Serialization::Serializer& s, const Tracked& value) {
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(&value) % alignof(Tracked), 0u);
+    s.Write(Serialization::MetaInfo("id"), value.id);
+    return s;
+}
+Serialization::Deserializer& operator>>(Serialization::Deserializer& d, Tracked& value) {
+    d.Read(Serialization::MetaInfo("id"), value.id);
+    return d;
+}
+
+TEST(RequestBuild, ArgumentCopiesLiveWithTheRequestAndAFailedCopyLeavesNone) {
+    using Sig = void(const Tracked&, const std::string&, Tracked&, const Tracked&);
+    Tracked a(1), c(3), d(4);
+    const std::string b = "b";
+    const auto make = [&] {
+        return CreateRequest<Sig>(Method("Track"), {a, "a", ArgumentKind{0}}, {b, "b", ArgumentKind{0}},
+                                  {c, "c", ArgumentKind{0}}, {d, "d", ArgumentKind{0}});
+    };
+    {
+        const auto request = make();
+        EXPECT_EQ(Tracked::live, 6);
+        a.id = 10;  // the request holds its own copies
+        const Node written = Written(*request);
+        EXPECT_EQ(written.ChildNames(), (std::vector<std::string>{"a", "b", "c", "d"}));
+        const std::int32_t* first = written.Child("a")->ValueOf<std::int32_t>("id");
+        const std::int32_t* last = written.Child("d")->ValueOf<std::int32_t>("id");
+        ASSERT_TRUE(first != nullptr && last != nullptr);
+        EXPECT_EQ(*first, 1);
+        EXPECT_EQ(*last, 4);
+    }
+    EXPECT_EQ(Tracked::live, 3);
+    for (int failing : {0, 1, 2}) {
+        Tracked::copiesBeforeFailure = failing;
+        EXPECT_THROW(make(), Common::Error) << failing;
+        EXPECT_EQ(Tracked::live, 3) << failing;
+    }
+    Tracked::copiesBeforeFailure = -1;
+}
+
 TEST(RequestIdentity, DescriptorPropertiesAndCaster) {
     std::string result;
     const auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);

@@ -31,7 +31,7 @@ BANNER = "// Generated from the component definitions by tools/xidlc; edit the d
 # How many units each kind of generated code is spread over: enough for two cores to share
 # the work, few enough that the header of all records is not parsed over and over.
 PROXY_UNITS = 4
-SIGNATURE_UNITS = 4  # request and service side alike
+SIGNATURE_UNITS = 4  # the tables of argument types
 
 
 # --- resolving --------------------------------------------------------------------------------
@@ -208,13 +208,28 @@ class Components:
         self.ordered = [resolver.ordered[n] for n in sorted(resolver.ordered)]
         self.components.sort(key=lambda c: c.id)
         self.signatures = []
+        self.signature_params = []  # the parameters of the first method of each signature
         index = {}
         for c in self.components:
             for m in c.methods:
                 if m.signature not in index:
                     index[m.signature] = len(self.signatures)
                     self.signatures.append(m.signature)
+                    self.signature_params.append(m.params)
                 m.signature_index = index[m.signature]
+        # the value types of all parameters, each with one table of argument functions
+        self.argument_types = []
+        self.argument_type_index = {}
+        for c in self.components:
+            for m in c.methods:
+                for p in m.params:
+                    if p.cpp.text not in self.argument_type_index:
+                        self.argument_type_index[p.cpp.text] = len(self.argument_types)
+                        self.argument_types.append(p.cpp)
+
+    def argument_type(self, param):
+        """The name of the table of argument functions of the parameter's value type."""
+        return "::Binding::Generated::kArgumentType_%d" % self.argument_type_index[param.cpp.text]
 
     def uses_units(self):
         return any(p.cpp.unit for c in self.components for m in c.methods for p in m.params)
@@ -467,28 +482,14 @@ def snake(name):
     return re.sub(r"(?<!^)(?=[A-Z])", "_", name).lower()
 
 
-def signature_function(index):
-    return "::Binding::Generated::CreateRequest_%d" % index
-
-
-def argument_type(declared):
-    return "const ::Binding::Detail::Argument<%s>&" % declared
-
-
-# The codec of unit arguments must be declared before the codec templates that reach it.
-UNIT_CODEC = ["#include <tessel_link/impl/serialize/unit_member.h>", ""]
-
-
 def signatures_header(comps):
     lines = ["#pragma once", "", BANNER, "",
-             "// One creation function per method signature: every method whose parameters have the",
-             "// same types makes its request through the same RequestImpl instantiation, which",
-             "// only the signature units compile.", "",
-             "#include <memory>", ""] + UNIT_CODEC + [
-             "#include <tessel_link/impl/binding/method_descriptor.h>", "#include <tessel_link/binding/request.h>",
-             "#include <tessel_link/impl/binding/request_impl.h>", "#include <tessel_link/impl/binding/table_dispatcher.h>",
-             "#include <tessel_link/por/view.h>",
-             "#include <tessel_link/xidl/records.h>", "#include <tessel_link/components/orderings.h>", "",
+             "// The tables of argument functions, one per value type of a parameter, and one serving",
+             "// function per method signature. Only the units of argument types compile the codecs",
+             "// of the types; proxies and dispatchers name the tables.", "",
+             "#include <tessel_link/common/error.h>",
+             "#include <tessel_link/impl/binding/argument_type.h>",
+             "#include <tessel_link/impl/binding/table_dispatcher.h>", "",
              "namespace Binding::Generated {", "",
              "// The method of an overloaded name that has the parameters P, as a pointer to a member",
              "// of the class that declares it.",
@@ -499,9 +500,10 @@ def signatures_header(comps):
              "        return method;",
              "    }",
              "};", ""]
-    for i, sig in enumerate(comps.signatures):
-        args = "".join(", %s" % argument_type(p) for p in sig)
-        lines.append("std::unique_ptr<Request> CreateRequest_%d(const MethodDescriptor& method%s);" % (i, args))
+    for i, t in enumerate(comps.argument_types):
+        lines.append("extern const Detail::ArgumentType kArgumentType_%d;  // %s" % (i, t.text))
+    lines.append("")
+    for i, _ in enumerate(comps.signatures):
         lines.append("void Serve_%d(%s);" % (i, SERVE_PARAMS))
     lines += ["", "}  // namespace Binding::Generated", ""]
     return "\n".join(lines)
@@ -511,33 +513,44 @@ SERVE_PARAMS = ("const PreparedMethod& method, Detail::InvokeFunction invoke, vo
                 "::Serialization::Deserializer& request, ::Serialization::Serializer& reply")
 
 
-def service_unit(comps, indices):
-    lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
-             "#include <tessel_link/impl/binding/service_method.h>", "", "namespace Binding::Generated {", ""]
-    for i in indices:
-        lines += ["void Serve_%d(%s) {" % (i, SERVE_PARAMS),
-                  "    Detail::ServeMethod<void(%s)>::Serve(method, invoke, implementation, request, reply);"
-                  % ", ".join(comps.signatures[i]), "}", ""]
+def service_unit(comps):
+    lines = [BANNER, "", '#include "xidl/components/signatures.h"', "", "namespace Binding::Generated {", ""]
+    for i, params in enumerate(comps.signature_params):
+        lines.append("void Serve_%d(%s) {" % (i, SERVE_PARAMS))
+        if not params:
+            lines.append("    Detail::ServeArguments(method, invoke, implementation, request, reply, nullptr, 0);")
+        else:
+            rows = ", ".join("{&kArgumentType_%d, %s}" % (comps.argument_type_index[p.cpp.text],
+                                                          "true" if p.reference else "false") for p in params)
+            lines += ["    static constexpr Detail::ServedParameter kParameters[] = {%s};" % rows,
+                      "    Detail::ServeArguments(method, invoke, implementation, request, reply, kParameters, %d);"
+                      % len(params)]
+        lines += ["}", ""]
     lines += ["}  // namespace Binding::Generated", ""]
     return "\n".join(lines)
 
 
-def signature_unit(comps, indices):
-    lines = [BANNER, "", '#include "xidl/components/signatures.h"', "", "namespace Binding::Generated {", ""]
+def argument_types_unit(comps, indices):
+    """The tables of a group of argument types: the only place where their codecs, copies and
+    destructors are compiled for requests and served calls."""
+    types = [comps.argument_types[i] for i in indices]
+    lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
+             "#include <tessel_link/impl/binding/request_impl.h>"]
+    lines += ["#include <%s>" % h for h in records_headers(comps, [t.text for t in types])]
+    lines.append("#include <tessel_link/components/orderings.h>")
+    if any(t.unit for t in types):
+        lines.append("#include <tessel_link/por/view.h>")
+    lines += ["", "namespace Binding::Generated {", ""]
     for i in indices:
-        sig = comps.signatures[i]
-        params = "".join(", %s a%d" % (argument_type(p), n) for n, p in enumerate(sig))
-        args = "".join(", a%d" % n for n in range(len(sig)))
-        lines += ["std::unique_ptr<Request> CreateRequest_%d(const MethodDescriptor& method%s) {" % (i, params),
-                  "    return Detail::RequestImpl<void(%s)>::Create(method%s);" % (", ".join(sig), args),
-                  "}", ""]
-    lines += ["}  // namespace Binding::Generated", ""]
+        lines.append("extern const Detail::ArgumentType kArgumentType_%d = Detail::MakeArgumentType<%s>();"
+                     % (i, comps.argument_types[i].text))
+    lines += ["", "}  // namespace Binding::Generated", ""]
     return "\n".join(lines)
 
 
 def proxy_unit(comps, files):
     lines = [BANNER, "", '#include "xidl/components/signatures.h"', "",
-             "#include <tessel_link/impl/binding/call.h>", "#include <tessel_link/impl/binding/service_method.h>", "",
+             "#include <tessel_link/impl/binding/argument_type.h>", "#include <tessel_link/impl/binding/call.h>", "",
              '#include "facade/component_catalogue.h"', '#include "facade/component_info_impl.h"',
              '#include "facade/component_info_registry.h"']
     lines += ['#include "%s"' % proxy_header_path(f) for f in files]
@@ -559,13 +572,16 @@ def proxy_unit(comps, files):
                 lines.append("std::unique_ptr<::Binding::Request> MakeRequest_%s(%s) {" % (m.ident, param_list(m.params)))
                 describe = "::Core::Describe<%d>(%d, %s, %d)" % (c.id, m.number, c_string(m.name), m.since)
                 if not m.params:
-                    lines.append("    return %s(%s);" % (signature_function(m.signature_index), describe))
+                    lines.append("    return ::Binding::Detail::MakeRequest(%s, nullptr, 0);" % describe)
                 else:
-                    lines.append("    return %s(" % signature_function(m.signature_index))
-                    lines.append("        %s," % describe)
+                    # the caller's variable is read back from the reply for a non-constant reference only
+                    lines.append("    const ::Binding::Detail::ErasedArgument arguments_[] = {")
                     for n, q in enumerate(m.params):
-                        end = "," if n + 1 < len(m.params) else ");"
-                        lines.append("        {%s, %s, ::Binding::ArgumentKind{%d}}%s" % (q.name, c_string(q.name), q.kind, end))
+                        end = "," if n + 1 < len(m.params) else "};"
+                        target = "&" + q.name if q.reference else "nullptr"
+                        lines.append("        {&%s, &%s, %s, %s, ::Binding::ArgumentKind{%d}}%s" % (
+                            comps.argument_type(q), q.name, target, c_string(q.name), q.kind, end))
+                    lines.append("    return ::Binding::Detail::MakeRequest(%s, arguments_, %d);" % (describe, len(m.params)))
                 lines += ["}", ""]
             lines += dispatcher_constructor(c)
             # the request of a call with default-constructed arguments, for tools
@@ -596,17 +612,26 @@ def member_pointer(c, m):
 
 
 def dispatcher_constructor(c):
+    """The dispatcher's table as constant data, and its constructor."""
     x, d = c.short_name, c.short_name + "_Dispatcher"
-    lines = ["%s::%s(std::shared_ptr<%s> implementation)" % (d, d, x),
-             "    : ComponentDispatcher(%d, %s, %d, std::move(implementation), {" % (c.id, c_string(x), c.version)]
-    for n, m in enumerate(c.methods):
-        params = ", ".join("{%s, ::Binding::ArgumentKind{%d}}" % (c_string(q.name), q.kind) for q in m.params)
-        end = "," if n + 1 < len(c.methods) else ""
-        lines.append("          ::Binding::ServiceMethod{%d, %s, %d, {%s}, &::Binding::Generated::Serve_%d," % (
-            m.number, c_string(m.name), m.since, params, m.signature_index))
-        lines.append("                                   &::Binding::Detail::InvokeMember<%s, %s>}%s" % (
-            x, member_pointer(c, m), end))
-    lines += ["      }) {}", ""]
+    lines = ["namespace {", ""]
+    for m in c.methods:
+        if m.params:
+            params = ", ".join("{%s, ::Binding::ArgumentKind{%d}}" % (c_string(q.name), q.kind) for q in m.params)
+            lines.append("constexpr ::Binding::ServiceParameter kParameters_%s_%s[] = {%s};" % (x, m.name, params))
+    if c.methods:
+        lines.append("constexpr ::Binding::ServiceMethodRow kMethods_%s[] = {" % x)
+        for m in c.methods:
+            params = ("kParameters_%s_%s, %d" % (x, m.name, len(m.params))) if m.params else "nullptr, 0"
+            lines.append("    {%d, %s, %d, %s, &::Binding::Generated::Serve_%d," % (
+                m.number, c_string(m.name), m.since, params, m.signature_index))
+            lines.append("     &::Binding::Detail::InvokeMember<%s, %s>}," % (x, member_pointer(c, m)))
+        lines.append("};")
+    table = "kMethods_%s" % x if c.methods else "std::span<const ::Binding::ServiceMethodRow>()"
+    lines += ["", "}  // namespace", "",
+              "%s::%s(std::shared_ptr<%s> implementation)" % (d, d, x),
+              "    : ComponentDispatcher(%d, %s, %d, std::move(implementation), %s) {}" % (
+                  c.id, c_string(x), c.version, table), ""]
     return lines
 
 
@@ -659,10 +684,10 @@ def generated_files(comps):
     files["tessel_link/components/components.h"] = lambda: umbrella_header(comps)
     files["tessel_link/components/orderings.h"] = lambda: orderings_header(comps)
     files["xidl/components/signatures.h"] = lambda: signatures_header(comps)
-    groups = split(list(range(len(comps.signatures))), SIGNATURE_UNITS, lambda i: 1 + len(comps.signatures[i]))
+    groups = split(list(range(len(comps.argument_types))), SIGNATURE_UNITS, lambda i: 1)
     for n, group in enumerate(groups):
-        files["xidl/components/signatures_%d.cpp" % n] = lambda g=group: signature_unit(comps, g)
-        files["xidl/components/services_%d.cpp" % n] = lambda g=group: service_unit(comps, g)
+        files["xidl/components/signatures_%d.cpp" % n] = lambda g=group: argument_types_unit(comps, g)
+    files["xidl/components/services_0.cpp"] = lambda: service_unit(comps)
     groups = split([f for f in comps.files], PROXY_UNITS, lambda f: sum(len(c.methods) for c in f.resolved))
     for n, group in enumerate(groups):
         files["xidl/components/proxies_%d.cpp" % n] = lambda g=group: proxy_unit(comps, g)

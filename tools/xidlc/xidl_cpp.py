@@ -249,7 +249,9 @@ def traits_array(name, traits):
 
 def module_unit(model, module):
     w = NamespaceWriter()
-    w.add(BANNER.rstrip(), "", "#include <tessel_link/xidl/records.h>", "",
+    # Only the module's own records (and the modules they name): a change of another
+    # definition file leaves the unit alone.
+    w.add(BANNER.rstrip(), "", "#include <%s>" % module_header_path(module), "",
           "#include <typeinfo>", "",
           "#include <tessel_link/impl/serialize/record_meta.h>",
           "#include <tessel_link/xidl/catalogue.h>", "",
@@ -300,8 +302,11 @@ def module_unit(model, module):
             w.add("constexpr ::Serialization::Xidl::EnumValueInfo kValues_%s[] = {%s};" % (
                 ident(t.full_name), ", ".join("{%s, %d}" % (c_string(n), v) for n, v in t.values)))
         if isinstance(t, Record) and not t.abstract:
-            w.add("std::shared_ptr<void> Create_%s() {" % ident(t.full_name),
-                  "    return std::make_shared<%s>();" % t.cpp_name, "}",
+            # one control block type serves every record: each costs its deleter only
+            w.add("void Delete_%s(void* value) {" % ident(t.full_name),
+                  "    delete static_cast<%s*>(value);" % t.cpp_name, "}",
+                  "std::shared_ptr<void> Create_%s() {" % ident(t.full_name),
+                  "    return ::Serialization::Xidl::AdoptRecord(new %s(), &Delete_%s);" % (t.cpp_name, ident(t.full_name)), "}",
                   "void Write_%s(::Serialization::Serializer& s, const ::Serialization::MetaInfo& meta, const void* value) {" % ident(t.full_name),
                   "    ::Serialization::WriteMember(s, meta, *static_cast<const %s*>(value));" % t.cpp_name, "}",
                   "void Read_%s(::Serialization::Deserializer& d, const ::Serialization::MetaInfo& meta, void* value) {" % ident(t.full_name),
@@ -410,8 +415,11 @@ def module_unit(model, module):
 
 def polytypes_unit(model, module):
     w = NamespaceWriter()
-    w.add(BANNER.rstrip(), "", "#include <tessel_link/xidl/records.h>", "",
-          "#include <tessel_link/impl/serialize/polytype.h>", "")
+    # the module's records and those of every kind of its hierarchies
+    orders = {module.order} | {k.module.order for t in module.hierarchies() for k in t.kinds}
+    w.add(BANNER.rstrip(), "")
+    w.add(*["#include <%s>" % module_header_path(model.modules[o]) for o in sorted(orders)])
+    w.add("", "#include <tessel_link/impl/serialize/polytype.h>", "")
     for t in module.hierarchies():
         w.enter(t.namespace)
         n = t.short_name

@@ -89,6 +89,10 @@ struct TypeInfo {
     bool (*Equal)(const void* a, const void* b);  // compares two values of the record
 };
 
+// The shared ownership of a record made with new, which `destroy` deletes. One control
+// block type serves every record, so that the creator of each costs one small function.
+TL_API std::shared_ptr<void> AdoptRecord(void* record, void (*destroy)(void*));
+
 // Every declared type, in the order of the definitions.
 TL_API std::span<const TypeInfo* const> AllTypes();
 // The types that are checked in with hosts, in their order of registration.

@@ -5,11 +5,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
 
+#include <tessel_link/impl/binding/argument_type.h>
 #include <tessel_link/impl/binding/method_descriptor.h>
 #include <tessel_link/impl/binding/request_base.h>
 #include <tessel_link/common/error.h>
@@ -38,55 +40,62 @@ struct Argument {
     ArgumentKind Kind;
 };
 
-// A request's slot for one parameter: a copy of the argument taken when the request is
-// built (also for a non-constant reference), and the caller's variable, which only
-// ReadArguments stores into. A parameter passed by value has no caller's variable that
-// outlives the request maker, so its Target is null.
-template <class P>
-struct ArgumentSlot {
-    using Traits = ParameterTraits<P>;
-
-    explicit ArgumentSlot(const Argument<P>& argument)
-        : Value(argument.Ref),
-          Target(std::is_reference_v<P> ? &argument.Ref : nullptr),
-          Name(argument.Name),
-          Kind(argument.Kind) {}
-
-    typename Traits::Value Value;
-    typename Traits::Target Target;
-    std::string Name;
-    ArgumentKind Kind;
+// The table of functions of the argument type T, made once per type.
+template <class T>
+struct ArgumentCodec {
+    static void Construct(void* at) { ::new (at) T(); }
+    static void Copy(void* at, const void* from) { ::new (at) T(*static_cast<const T*>(from)); }
+    static void Destroy(void* at) { static_cast<T*>(at)->~T(); }
+    static void Write(Serialization::Serializer& serializer, const Serialization::MetaInfo& meta,
+                      const void* value) {
+        Serialization::WriteMember(serializer, meta, *static_cast<const T*>(value));
+    }
+    static void Read(Serialization::Deserializer& deserializer, const Serialization::MetaInfo& meta,
+                     void* value) {
+        Serialization::ReadMember(deserializer, meta, *static_cast<T*>(value));
+    }
 };
 
-template <class T>
-void WriteArgument(Serialization::Serializer& serializer, const T& value, const std::string& name,
-                   ArgumentKind kind) {
-    if (!IsWritten(kind)) {
-        return;
-    }
-    const Serialization::MetaInfo meta(name);
-    if (!IsObscured(kind)) {
-        Serialization::WriteMember(serializer, meta, value);
-    } else if constexpr (std::is_same_v<T, std::u16string>) {
-        Serialization::WriteMember(serializer, meta, Serialization::Obscure(value));
+// The whole table, or (kReadable false) the part that an argument which is only sent
+// needs: a type that can be written but not read or made may still be sent.
+template <class T, bool kReadable = true>
+constexpr ArgumentType MakeArgumentType() {
+    if constexpr (kReadable) {
+        return {sizeof(T),
+                alignof(T),
+                &ArgumentCodec<T>::Construct,
+                &ArgumentCodec<T>::Copy,
+                &ArgumentCodec<T>::Destroy,
+                &ArgumentCodec<T>::Write,
+                &ArgumentCodec<T>::Read,
+                std::is_same_v<T, std::u16string>};
     } else {
-        ReportNotObscurable();
+        return {sizeof(T),
+                alignof(T),
+                nullptr,
+                &ArgumentCodec<T>::Copy,
+                &ArgumentCodec<T>::Destroy,
+                &ArgumentCodec<T>::Write,
+                nullptr,
+                std::is_same_v<T, std::u16string>};
     }
 }
 
-// A reply that lacks an out argument, or holds one that cannot be read, leaves the caller's
-// variable as it was (or partly filled) and the call still succeeds: this is what keeps
-// older and newer versions of an interface talking to each other.
-template <class T>
-void ReadArgument(Serialization::Deserializer& deserializer, T& target, const std::string& name,
-                  ArgumentKind kind) {
-    if (!IsReadBack(kind)) {
-        return;
+template <class T, bool kReadable = true>
+inline constexpr ArgumentType kArgumentType = MakeArgumentType<T, kReadable>();
+
+// What a parameter P hands to MakeRequest: the caller's argument is copied into the request
+// (also for a non-constant reference); only a non-constant reference has a variable that the
+// reply stores into.
+template <class P>
+ErasedArgument Erase(const Argument<P>& argument) {
+    using Traits = ParameterTraits<P>;
+    void* target = nullptr;
+    if constexpr (Traits::kReadBack) {
+        target = &argument.Ref;
     }
-    try {
-        Serialization::ReadMember(deserializer, Serialization::MetaInfo(name), target);
-    } catch (const Common::Error&) {
-    }
+    return {&kArgumentType<typename Traits::Value, Traits::kReadBack>, &argument.Ref, target,
+            argument.Name, argument.Kind};
 }
 
 template <class Signature>
@@ -95,45 +104,18 @@ class RequestImpl;
 // The request of every method with the signature void(P...), whichever component it
 // belongs to.
 template <class... P>
-class RequestImpl<void(P...)> final : public RequestBase {
+class RequestImpl<void(P...)> final {
 public:
-    using Slots = std::tuple<ArgumentSlot<P>...>;
-
-    explicit RequestImpl(const MethodDescriptor& method, const Argument<P>&... arguments)
-        : RequestBase(method), slots_(ArgumentSlot<P>(arguments)...) {}
-
-    // The creation function that request makers call, one per signature.
+    // The creation function of the signature.
     static std::unique_ptr<Request> Create(const MethodDescriptor& method,
                                            const Argument<P>&... arguments) {
-        return std::make_unique<RequestImpl>(method, arguments...);
-    }
-
-    void WriteArguments(Serialization::Serializer& serializer) const override {
-        std::apply(
-            [&serializer](const auto&... slot) {
-                (WriteArgument(serializer, slot.Value, slot.Name, slot.Kind), ...);
-            },
-            slots_);
-    }
-
-    void ReadArguments(Serialization::Deserializer& deserializer) override {
-        std::apply([&deserializer](auto&... slot) { (ReadSlot(deserializer, slot), ...); }, slots_);
-    }
-
-    const Slots& GetSlots() const { return slots_; }
-
-private:
-    template <class Slot>
-    static void ReadSlot(Serialization::Deserializer& deserializer, Slot& slot) {
-        if constexpr (Slot::Traits::kReadBack) {
-            ReadArgument(deserializer, *slot.Target, slot.Name, slot.Kind);
+        if constexpr (sizeof...(P) == 0) {
+            return MakeRequest(method, nullptr, 0);
         } else {
-            (void)deserializer;
-            (void)slot;
+            const ErasedArgument erased[] = {Erase<P>(arguments)...};
+            return MakeRequest(method, erased, sizeof...(P));
         }
     }
-
-    Slots slots_;
 };
 
 // Builds the request of a method with the given signature:

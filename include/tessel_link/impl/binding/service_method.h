@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include <tessel_link/impl/binding/argument_type.h>
 #include <tessel_link/impl/binding/method_descriptor.h>
 #include <tessel_link/impl/binding/request_impl.h>
 #include <tessel_link/impl/binding/table_dispatcher.h>
@@ -29,52 +30,13 @@ namespace Binding {
 
 namespace Detail {
 
-TL_API const Serialization::MetaInfo& ResultMeta();
-
-// The member function pointer of a method, taken apart.
-template <class Member>
-struct MemberTraits;
-template <class Interface, class... P>
-struct MemberTraits<Common::Error (Interface::*)(P...)> {
-    using Class = Interface;
-    using Signature = void(P...);
-    using Values = std::tuple<std::remove_cvref_t<P>...>;
-    static constexpr std::size_t kArity = sizeof...(P);
-};
-
-// `implementation` points to the Interface sub-object; the member may be declared in a base
-// of it (an interface made of several), so the cast goes to Interface first.
-template <class Interface, auto Member>
-Common::Error InvokeMember(void* implementation, void* arguments) {
-    using Traits = MemberTraits<decltype(Member)>;
-    Interface* object = static_cast<Interface*>(implementation);
-    auto& values = *static_cast<typename Traits::Values*>(arguments);
-    return std::apply([object](auto&... value) { return (object->*Member)(value...); }, values);
-}
-
-// Reads one argument of the request. An obscured wide string arrives obscured and is handed
-// to the implementation in clear; an obscured argument of another type was never written
-// (the proxy refuses it), so it is not looked for either.
-template <class T>
-void ReadRequestArgument(Serialization::Deserializer& request, const Serialization::MetaInfo& meta,
-                         ArgumentKind kind, T& value) {
-    if (!IsWritten(kind)) {
-        return;
-    }
-    if (!IsObscured(kind)) {
-        Serialization::ReadMember(request, meta, value);
-    } else if constexpr (std::is_same_v<T, std::u16string>) {
-        Serialization::ReadObscuredMember(request, meta, value);
-    }
-}
-
 template <class Signature>
 struct ServeMethod;
 
 // Serves every method of the signature void(P...).
 //
 // Arguments that are sent are read by name into values of their own type; an out argument
-// starts default-constructed. An argument that is missing from the request, or cannot be
+// starts value-initialised. An argument that is missing from the request, or cannot be
 // read, fails the call with the reader's error and the implementation is not called: a
 // service that made up a value would act on something the caller never asked for. (The
 // proxy is lenient the other way round: out values are only what the service reports.)
@@ -84,64 +46,15 @@ struct ServeMethod;
 // implementation is answered like one it returned.
 template <class... P>
 struct ServeMethod<void(P...)> {
-    using Values = std::tuple<std::remove_cvref_t<P>...>;
-
     static void Serve(const PreparedMethod& method, InvokeFunction invoke, void* implementation,
                       Serialization::Deserializer& request, Serialization::Serializer& reply) {
-        Values values{};
-        Common::Error result;
-        try {
-            ReadArguments(method, request, values, std::index_sequence_for<P...>{});
-        } catch (const Common::Error& error) {
-            result = error;
-        }
-        if (result.Succeeded()) {
-            try {
-                result = invoke(implementation, &values);
-            } catch (const Common::Error& error) {
-                result = error;
-            }
-        }
-        Serialization::WriteScope element(reply, method.ReplyElement);
-        reply.Write(ResultMeta(), result);
-        if (result.Succeeded()) {
-            WriteResults(method, reply, values, std::index_sequence_for<P...>{});
-        }
-    }
-
-private:
-    template <std::size_t... I>
-    static void ReadArguments(const PreparedMethod& method, Serialization::Deserializer& request,
-                              Values& values, std::index_sequence<I...>) {
-        Serialization::ReadScope element(request, method.RequestElement);
-        (ReadRequestArgument(request, method.ArgumentMeta[I], method.ArgumentKinds[I],
-                             std::get<I>(values)),
-         ...);
-        (void)values;
-    }
-
-    template <std::size_t... I>
-    static void WriteResults(const PreparedMethod& method, Serialization::Serializer& reply,
-                             const Values& values, std::index_sequence<I...>) {
-        (WriteResult<P>(reply, method.ArgumentMeta[I], method.ArgumentKinds[I],
-                        std::get<I>(values)),
-         ...);
-        (void)method;
-        (void)values;
-    }
-
-    template <class Parameter, class T>
-    static void WriteResult(Serialization::Serializer& reply, const Serialization::MetaInfo& meta,
-                            ArgumentKind kind, const T& value) {
-        if constexpr (ParameterTraits<Parameter>::kReadBack) {
-            if (IsReadBack(kind)) {
-                Serialization::WriteMember(reply, meta, value);
-            }
+        if constexpr (sizeof...(P) == 0) {
+            ServeArguments(method, invoke, implementation, request, reply, nullptr, 0);
         } else {
-            (void)reply;
-            (void)meta;
-            (void)kind;
-            (void)value;
+            static constexpr ServedParameter kParameters[] = {
+                {&kArgumentType<std::remove_cvref_t<P>>, ParameterTraits<P>::kReadBack}...};
+            ServeArguments(method, invoke, implementation, request, reply, kParameters,
+                           sizeof...(P));
         }
     }
 };

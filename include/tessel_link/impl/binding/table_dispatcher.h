@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,18 @@ struct ServiceMethod {
     Detail::InvokeFunction Invoke = nullptr;
 };
 
+// The same row as plain constant data, as generated dispatchers give their tables: no code
+// runs to build it.
+struct ServiceMethodRow {
+    std::uint32_t Number;
+    const char* Name;
+    std::uint64_t IntroducedVersion;
+    const ServiceParameter* Parameters;  // ParameterCount of them; null when none
+    std::size_t ParameterCount;
+    Detail::ServeFunction Serve;
+    Detail::InvokeFunction Invoke;
+};
+
 // A dispatcher driven by a table of its interface's methods. Each component's skeleton
 // derives from it and passes the table; the rows are in any order, numbered from 1 without
 // gaps.
@@ -82,9 +95,14 @@ protected:
     TableDispatcher(std::uint32_t componentId, std::string interfaceName,
                     std::uint64_t interfaceVersion, void* implementation,
                     std::initializer_list<ServiceMethod> methods);
+    TableDispatcher(std::uint32_t componentId, std::string interfaceName,
+                    std::uint64_t interfaceVersion, void* implementation,
+                    std::span<const ServiceMethodRow> methods);
     ~TableDispatcher() override;
 
 private:
+    void AddRow(const ServiceMethodRow& method);
+
     struct Row {
         PreparedMethod Method;
         Detail::ServeFunction ServeRow = nullptr;
@@ -114,6 +132,12 @@ protected:
     ComponentDispatcher(std::uint32_t componentId, std::string interfaceName,
                         std::uint64_t interfaceVersion, std::shared_ptr<Interface> implementation,
                         std::initializer_list<ServiceMethod> methods)
+        : TableDispatcher(componentId, std::move(interfaceName), interfaceVersion,
+                          implementation.get(), methods),
+          implementation_(std::move(implementation)) {}
+    ComponentDispatcher(std::uint32_t componentId, std::string interfaceName,
+                        std::uint64_t interfaceVersion, std::shared_ptr<Interface> implementation,
+                        std::span<const ServiceMethodRow> methods)
         : TableDispatcher(componentId, std::move(interfaceName), interfaceVersion,
                           implementation.get(), methods),
           implementation_(std::move(implementation)) {}

@@ -1,6 +1,6 @@
 // Generated from the interface definitions by tools/xidlc; edit the definitions instead.
 
-#include <tessel_link/xidl/records.h>
+#include <tessel_link/xidl/records/shapes.h>
 
 #include <typeinfo>
 
@@ -38,8 +38,11 @@ constexpr ::Serialization::Xidl::MemberInfo kMembers_Shapes_Point[] = {
     {"X", "i32", ::Serialization::Xidl::MemberForm::I32, false, nullptr, 0},
     {"Y", "i32", ::Serialization::Xidl::MemberForm::I32, false, nullptr, 0},
 };
+void Delete_Shapes_Point(void* value) {
+    delete static_cast<::Shapes::Point*>(value);
+}
 std::shared_ptr<void> Create_Shapes_Point() {
-    return std::make_shared<::Shapes::Point>();
+    return ::Serialization::Xidl::AdoptRecord(new ::Shapes::Point(), &Delete_Shapes_Point);
 }
 void Write_Shapes_Point(::Serialization::Serializer& s, const ::Serialization::MetaInfo& meta, const void* value) {
     ::Serialization::WriteMember(s, meta, *static_cast<const ::Shapes::Point*>(value));
@@ -56,8 +59,11 @@ constexpr ::Serialization::Xidl::MemberInfo kMembers_Shapes_Outline[] = {
     {"Style", "Shapes::Fill", ::Serialization::Xidl::MemberForm::Enum, false, nullptr, 0},
     {"Name", "wstring", ::Serialization::Xidl::MemberForm::WideString, false, nullptr, 0},
 };
+void Delete_Shapes_Outline(void* value) {
+    delete static_cast<::Shapes::Outline*>(value);
+}
 std::shared_ptr<void> Create_Shapes_Outline() {
-    return std::make_shared<::Shapes::Outline>();
+    return ::Serialization::Xidl::AdoptRecord(new ::Shapes::Outline(), &Delete_Shapes_Outline);
 }
 void Write_Shapes_Outline(::Serialization::Serializer& s, const ::Serialization::MetaInfo& meta, const void* value) {
     ::Serialization::WriteMember(s, meta, *static_cast<const ::Shapes::Outline*>(value));

@@ -2,8 +2,8 @@
 
 #include "xidl/components/signatures.h"
 
+#include <tessel_link/impl/binding/argument_type.h>
 #include <tessel_link/impl/binding/call.h>
-#include <tessel_link/impl/binding/service_method.h>
 
 #include "facade/component_catalogue.h"
 #include "facade/component_info_impl.h"
@@ -32,33 +32,41 @@ Canvas_Proxy::~Canvas_Proxy() = default;
 }
 
 std::unique_ptr<::Binding::Request> MakeRequest_Canvas_Draw(const ::Shapes::Outline& outline, std::uint32_t& number) {
-    return ::Binding::Generated::CreateRequest_0(
-        ::Core::Describe<9001>(1, "Draw", 1),
-        {outline, "outline", ::Binding::ArgumentKind{0}},
-        {number, "number", ::Binding::ArgumentKind{2}});
+    const ::Binding::Detail::ErasedArgument arguments_[] = {
+        {&::Binding::Generated::kArgumentType_0, &outline, nullptr, "outline", ::Binding::ArgumentKind{0}},
+        {&::Binding::Generated::kArgumentType_1, &number, &number, "number", ::Binding::ArgumentKind{2}}};
+    return ::Binding::Detail::MakeRequest(::Core::Describe<9001>(1, "Draw", 1), arguments_, 2);
 }
 
 std::unique_ptr<::Binding::Request> MakeRequest_Canvas_Clear() {
-    return ::Binding::Generated::CreateRequest_1(::Core::Describe<9001>(2, "Clear", 1));
+    return ::Binding::Detail::MakeRequest(::Core::Describe<9001>(2, "Clear", 1), nullptr, 0);
 }
 
 std::unique_ptr<::Binding::Request> MakeRequest_Canvas_CountFilled(::Shapes::Fill fill, const std::set<::Shapes::Point>& corners, std::uint32_t& result) {
-    return ::Binding::Generated::CreateRequest_2(
-        ::Core::Describe<9001>(3, "CountFilled", 2),
-        {fill, "fill", ::Binding::ArgumentKind{0}},
-        {corners, "corners", ::Binding::ArgumentKind{0}},
-        {result, "result", ::Binding::ArgumentKind{0}});
+    const ::Binding::Detail::ErasedArgument arguments_[] = {
+        {&::Binding::Generated::kArgumentType_2, &fill, nullptr, "fill", ::Binding::ArgumentKind{0}},
+        {&::Binding::Generated::kArgumentType_3, &corners, nullptr, "corners", ::Binding::ArgumentKind{0}},
+        {&::Binding::Generated::kArgumentType_1, &result, &result, "result", ::Binding::ArgumentKind{0}}};
+    return ::Binding::Detail::MakeRequest(::Core::Describe<9001>(3, "CountFilled", 2), arguments_, 3);
 }
 
+namespace {
+
+constexpr ::Binding::ServiceParameter kParameters_Canvas_Draw[] = {{"outline", ::Binding::ArgumentKind{0}}, {"number", ::Binding::ArgumentKind{2}}};
+constexpr ::Binding::ServiceParameter kParameters_Canvas_CountFilled[] = {{"fill", ::Binding::ArgumentKind{0}}, {"corners", ::Binding::ArgumentKind{0}}, {"result", ::Binding::ArgumentKind{0}}};
+constexpr ::Binding::ServiceMethodRow kMethods_Canvas[] = {
+    {1, "Draw", 1, kParameters_Canvas_Draw, 2, &::Binding::Generated::Serve_0,
+     &::Binding::Detail::InvokeMember<Canvas, &Canvas::Draw>},
+    {2, "Clear", 1, nullptr, 0, &::Binding::Generated::Serve_1,
+     &::Binding::Detail::InvokeMember<Canvas, &Canvas::Clear>},
+    {3, "CountFilled", 2, kParameters_Canvas_CountFilled, 3, &::Binding::Generated::Serve_2,
+     &::Binding::Detail::InvokeMember<Canvas, &Canvas::CountFilled>},
+};
+
+}  // namespace
+
 Canvas_Dispatcher::Canvas_Dispatcher(std::shared_ptr<Canvas> implementation)
-    : ComponentDispatcher(9001, "Canvas", 2, std::move(implementation), {
-          ::Binding::ServiceMethod{1, "Draw", 1, {{"outline", ::Binding::ArgumentKind{0}}, {"number", ::Binding::ArgumentKind{2}}}, &::Binding::Generated::Serve_0,
-                                   &::Binding::Detail::InvokeMember<Canvas, &Canvas::Draw>},
-          ::Binding::ServiceMethod{2, "Clear", 1, {}, &::Binding::Generated::Serve_1,
-                                   &::Binding::Detail::InvokeMember<Canvas, &Canvas::Clear>},
-          ::Binding::ServiceMethod{3, "CountFilled", 2, {{"fill", ::Binding::ArgumentKind{0}}, {"corners", ::Binding::ArgumentKind{0}}, {"result", ::Binding::ArgumentKind{0}}}, &::Binding::Generated::Serve_2,
-                                   &::Binding::Detail::InvokeMember<Canvas, &Canvas::CountFilled>}
-      }) {}
+    : ComponentDispatcher(9001, "Canvas", 2, std::move(implementation), kMethods_Canvas) {}
 
 void VisitDefaultRequest_Canvas_Draw(::Core::Catalogue::RequestVisitor visit_, void* context_) {
     ::Shapes::Outline outline{};

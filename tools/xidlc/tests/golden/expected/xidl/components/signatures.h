@@ -2,21 +2,13 @@
 
 // Generated from the component definitions by tools/xidlc; edit the definitions instead.
 
-// One creation function per method signature: every method whose parameters have the
-// same types makes its request through the same RequestImpl instantiation, which
-// only the signature units compile.
+// The tables of argument functions, one per value type of a parameter, and one serving
+// function per method signature. Only the units of argument types compile the codecs
+// of the types; proxies and dispatchers name the tables.
 
-#include <memory>
-
-#include <tessel_link/impl/serialize/unit_member.h>
-
-#include <tessel_link/impl/binding/method_descriptor.h>
-#include <tessel_link/binding/request.h>
-#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/common/error.h>
+#include <tessel_link/impl/binding/argument_type.h>
 #include <tessel_link/impl/binding/table_dispatcher.h>
-#include <tessel_link/por/view.h>
-#include <tessel_link/xidl/records.h>
-#include <tessel_link/components/orderings.h>
 
 namespace Binding::Generated {
 
@@ -30,11 +22,13 @@ struct Overload {
     }
 };
 
-std::unique_ptr<Request> CreateRequest_0(const MethodDescriptor& method, const ::Binding::Detail::Argument<const ::Shapes::Outline&>&, const ::Binding::Detail::Argument<std::uint32_t&>&);
+extern const Detail::ArgumentType kArgumentType_0;  // ::Shapes::Outline
+extern const Detail::ArgumentType kArgumentType_1;  // std::uint32_t
+extern const Detail::ArgumentType kArgumentType_2;  // ::Shapes::Fill
+extern const Detail::ArgumentType kArgumentType_3;  // std::set<::Shapes::Point>
+
 void Serve_0(const PreparedMethod& method, Detail::InvokeFunction invoke, void* implementation, ::Serialization::Deserializer& request, ::Serialization::Serializer& reply);
-std::unique_ptr<Request> CreateRequest_1(const MethodDescriptor& method);
 void Serve_1(const PreparedMethod& method, Detail::InvokeFunction invoke, void* implementation, ::Serialization::Deserializer& request, ::Serialization::Serializer& reply);
-std::unique_ptr<Request> CreateRequest_2(const MethodDescriptor& method, const ::Binding::Detail::Argument<::Shapes::Fill>&, const ::Binding::Detail::Argument<const std::set<::Shapes::Point>&>&, const ::Binding::Detail::Argument<std::uint32_t&>&);
 void Serve_2(const PreparedMethod& method, Detail::InvokeFunction invoke, void* implementation, ::Serialization::Deserializer& request, ::Serialization::Serializer& reply);
 
 }  // namespace Binding::Generated

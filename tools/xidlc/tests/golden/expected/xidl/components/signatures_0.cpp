@@ -2,10 +2,12 @@
 
 #include "xidl/components/signatures.h"
 
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/xidl/records/shapes.h>
+#include <tessel_link/components/orderings.h>
+
 namespace Binding::Generated {
 
-std::unique_ptr<Request> CreateRequest_0(const MethodDescriptor& method, const ::Binding::Detail::Argument<const ::Shapes::Outline&>& a0, const ::Binding::Detail::Argument<std::uint32_t&>& a1) {
-    return Detail::RequestImpl<void(const ::Shapes::Outline&, std::uint32_t&)>::Create(method, a0, a1);
-}
+extern const Detail::ArgumentType kArgumentType_0 = Detail::MakeArgumentType<::Shapes::Outline>();
 
 }  // namespace Binding::Generated

@@ -2,10 +2,11 @@
 
 #include "xidl/components/signatures.h"
 
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/components/orderings.h>
+
 namespace Binding::Generated {
 
-std::unique_ptr<Request> CreateRequest_1(const MethodDescriptor& method) {
-    return Detail::RequestImpl<void()>::Create(method);
-}
+extern const Detail::ArgumentType kArgumentType_1 = Detail::MakeArgumentType<std::uint32_t>();
 
 }  // namespace Binding::Generated

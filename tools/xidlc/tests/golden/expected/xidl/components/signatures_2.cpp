@@ -2,10 +2,12 @@
 
 #include "xidl/components/signatures.h"
 
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/xidl/records/shapes.h>
+#include <tessel_link/components/orderings.h>
+
 namespace Binding::Generated {
 
-std::unique_ptr<Request> CreateRequest_2(const MethodDescriptor& method, const ::Binding::Detail::Argument<::Shapes::Fill>& a0, const ::Binding::Detail::Argument<const std::set<::Shapes::Point>&>& a1, const ::Binding::Detail::Argument<std::uint32_t&>& a2) {
-    return Detail::RequestImpl<void(::Shapes::Fill, const std::set<::Shapes::Point>&, std::uint32_t&)>::Create(method, a0, a1, a2);
-}
+extern const Detail::ArgumentType kArgumentType_2 = Detail::MakeArgumentType<::Shapes::Fill>();
 
 }  // namespace Binding::Generated

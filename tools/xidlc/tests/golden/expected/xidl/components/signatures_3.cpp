@@ -1,0 +1,13 @@
+// Generated from the component definitions by tools/xidlc; edit the definitions instead.
+
+#include "xidl/components/signatures.h"
+
+#include <tessel_link/impl/binding/request_impl.h>
+#include <tessel_link/xidl/records/shapes.h>
+#include <tessel_link/components/orderings.h>
+
+namespace Binding::Generated {
+
+extern const Detail::ArgumentType kArgumentType_3 = Detail::MakeArgumentType<std::set<::Shapes::Point>>();
+
+}  // namespace Binding::Generated
