@@ -492,12 +492,14 @@ private:
             watching_ = true;
             Loop* held = nullptr;
             while (!stopping_ && held == nullptr) {
-                if (activity_.Calls.load(std::memory_order_relaxed) == 0) {
-                    SleepUntilACall(lock);
-                    continue;
-                }
                 spareWake_.wait_for(lock, kWatchPeriod);
-                held = HeldLoop();
+                bool quiet = false;
+                held = HeldLoop(quiet);
+                // Sleeping only after a whole period without a new call keeps a host that
+                // serves one caller back to back from waking the watcher at every call.
+                if (quiet && activity_.Calls.load(std::memory_order_relaxed) == 0) {
+                    SleepUntilACall(lock);
+                }
             }
             watching_ = false;
             if (held == nullptr) {
@@ -523,11 +525,14 @@ private:
     }
 
     // A loop whose threads are all inside calls that began before the last look: no call
-    // has begun on it since, so its other connections wait. Under spareLock_.
-    Loop* HeldLoop() {
+    // has begun on it since, so its other connections wait. `quiet` tells whether no call
+    // has begun on any loop. Under spareLock_.
+    Loop* HeldLoop(bool& quiet) {
         Loop* held = nullptr;
+        quiet = true;
         for (const auto& loop : loops_) {
             const std::uint64_t begun = loop->Begun.load(std::memory_order_relaxed);
+            quiet = quiet && begun == loop->Seen;
             if (held == nullptr && begun == loop->Seen &&
                 loop->Free.load(std::memory_order_relaxed) <= 0) {
                 held = loop.get();
