@@ -17,6 +17,8 @@
 #include <tessel_link/impl/binding/table_dispatcher.h>
 #include <tessel_link/xidl/records.h>
 
+#include "sample_slices.h"
+
 namespace bench_support {
 
 using Slices = std::vector<ArchiveManagement::SliceInfo>;
@@ -27,18 +29,7 @@ inline const Slices& Records() {
     static const Slices slices = [] {
         Slices list;
         for (std::size_t i = 0; i < kRecords; ++i) {
-            const std::u16string n = Common::Utf8ToUtf16Lenient(std::to_string(i));
-            ArchiveManagement::SliceInfo s;
-            s.SliceUri = u"bsp://storage-01/vault/Archive-" + n + u"?slice=" + n;
-            s.Kind = static_cast<std::uint32_t>(i % 3);
-            s.CreationTime = 1700000000000ll + static_cast<std::int64_t>(i) * 3600;
-            s.Description = u"Nightly backup " + n;
-            s.Size = 1000003ull * i;
-            s.MetaInformation = {{u"Host", u"server-" + n}};
-            s.MediaIDs = {u"tape-" + n};
-            Common::Create(s.LocationID);
-            Common::Create(s.ArchiveID);
-            list.push_back(std::move(s));
+            list.push_back(ListedSlice(i));
         }
         return list;
     }();

@@ -1,7 +1,9 @@
 #include <tessel_link/impl/binding/table_dispatcher.h>
 
 #include <algorithm>
+#include <span>
 #include <string>
+#include <vector>
 
 #include <tessel_link/common/messages.h>
 #include <tessel_link/impl/serialize/scope_guards.h>
@@ -21,23 +23,27 @@ const Serialization::MetaInfo& ResultMeta() {
 
 ServiceDispatcher::~ServiceDispatcher() = default;
 
+namespace {
+
+// The rows of methods given one by one; they point into `methods`, which outlives them.
+std::vector<ServiceMethodRow> RowsOf(std::initializer_list<ServiceMethod> methods) {
+    std::vector<ServiceMethodRow> rows;
+    rows.reserve(methods.size());
+    for (const ServiceMethod& method : methods) {
+        rows.push_back({method.Number, method.Name, method.IntroducedVersion,
+                        method.Parameters.data(), method.Parameters.size(), method.Serve,
+                        method.Invoke});
+    }
+    return rows;
+}
+
+}  // namespace
+
 TableDispatcher::TableDispatcher(std::uint32_t componentId, std::string interfaceName,
                                  std::uint64_t interfaceVersion, void* implementation,
                                  std::initializer_list<ServiceMethod> methods)
-    : componentId_(componentId),
-      interfaceName_(std::move(interfaceName)),
-      interfaceVersion_(interfaceVersion),
-      implementation_(implementation) {
-    std::uint32_t highest = 0;
-    for (const ServiceMethod& method : methods) {
-        highest = std::max(highest, method.Number);
-    }
-    rows_.resize(highest);
-    for (const ServiceMethod& method : methods) {
-        AddRow({method.Number, method.Name, method.IntroducedVersion, method.Parameters.data(),
-                method.Parameters.size(), method.Serve, method.Invoke});
-    }
-}
+    : TableDispatcher(componentId, std::move(interfaceName), interfaceVersion, implementation,
+                      std::span<const ServiceMethodRow>(RowsOf(methods))) {}
 
 TableDispatcher::TableDispatcher(std::uint32_t componentId, std::string interfaceName,
                                  std::uint64_t interfaceVersion, void* implementation,
