@@ -190,6 +190,10 @@ void Detail::Utf8ToUtf16LenientInto(std::string_view text, std::u16string& out) 
     out.resize(static_cast<std::size_t>(DecodeInto(text, out.data(), true) - out.data()));
 }
 
+char16_t* Detail::Utf8ToUtf16LenientTo(std::string_view text, char16_t* out) {
+    return DecodeInto(text, out, true);
+}
+
 std::u16string WidenLatin1(std::string_view text) {
     std::u16string out(text.size(), u'\0');
     for (std::size_t i = 0; i < text.size(); ++i) {
