@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include <tessel_link/common/assert.h>
+#include "common/guid_text.h"
 #include "common/random.h"
 
 namespace Common {
@@ -28,10 +29,20 @@ constexpr auto kHexDigits = [] {
 int HexDigit(char c) {
     return kHexDigits[static_cast<unsigned char>(c)];
 }
+// A wide unit counts by its low byte, as narrowing leaves it.
+int HexDigit(char16_t c) {
+    return kHexDigits[c & 0xff];
+}
+bool IsDash(char c) {
+    return c == '-';
+}
+bool IsDash(char16_t c) {
+    return (c & 0xff) == '-';
+}
 
 // The value of `count` hex digits at `text`; false where one is no hex digit.
-template <class T>
-bool HexField(const char* text, int count, T& value) {
+template <class T, class Char>
+bool HexField(const Char* text, int count, T& value) {
     std::uint32_t result = 0;
     for (int i = 0; i < count; ++i) {
         const int digit = HexDigit(text[i]);
@@ -47,9 +58,10 @@ bool HexField(const char* text, int count, T& value) {
 // The form every writer produces, 8-4-4-4-12 hex digits, read without the scanf machinery:
 // packets carry many GUIDs. It gives what the scanf format gives for the same text; any
 // other text goes to the scanf format.
-bool ParseCanonical(const char* text, Guid& g) {
+template <class Char>
+bool ParseCanonical(const Char* text, Guid& g) {
     for (int dash : {8, 13, 18, 23}) {
-        if (text[dash] != '-') {
+        if (!IsDash(text[dash])) {
             return false;
         }
     }
@@ -97,6 +109,19 @@ bool FromString(const char* text, Guid& g) {
     parsed.Data1 = data1;
     g = parsed;
     return true;
+}
+
+bool Detail::ParseCanonicalGuid(std::u16string_view text, Guid& g) {
+    // Narrowing would end the text at a unit whose low byte is NUL.
+    if (text.size() < 36) {
+        return false;
+    }
+    for (std::size_t i = 0; i < 36; ++i) {
+        if ((text[i] & 0xff) == 0) {
+            return false;
+        }
+    }
+    return ParseCanonical(text.data(), g);
 }
 
 bool Create(Guid& g, int reserved) {

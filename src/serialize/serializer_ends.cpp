@@ -10,6 +10,14 @@ namespace Serialization {
 Serializer::~Serializer() = default;
 Deserializer::~Deserializer() = default;
 
+bool Deserializer::NextIs(const MetaInfo& meta) {
+    return NextMetaInfo() == meta;
+}
+
+std::size_t Deserializer::CountNext(const MetaInfo& /*meta*/) {
+    return 0;
+}
+
 void Detail::LogFinishFailure(const Common::Error& error) {
     Common::TraceError(4, error);
 }

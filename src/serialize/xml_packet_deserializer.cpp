@@ -3,12 +3,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 #include <tessel_link/common/assert.h>
 #include <tessel_link/file/memory_file.h>
 #include <tessel_link/serialize/errors.h>
 
+#include "common/guid_text.h"
 #include "serialize/base64.h"
 
 namespace Serialization {
@@ -71,6 +73,57 @@ std::int64_t ParseSigned(std::u16string_view text) {
     return std::strtoll(Narrow(text).c_str(), nullptr, 10);
 }
 
+// Whether the element name `tag` is `wanted`. Names of members are short: compared in at most
+// two word loads each, without a library call, since every member read compares one.
+inline bool SameName(std::string_view tag, std::string_view wanted) noexcept {
+    const std::size_t size = tag.size();
+    if (size != wanted.size()) {
+        return false;
+    }
+    const char* a = tag.data();
+    const char* b = wanted.data();
+    if (size >= 8 && size <= 16) {
+        std::uint64_t x0, x1, y0, y1;
+        std::memcpy(&x0, a, 8);
+        std::memcpy(&y0, b, 8);
+        std::memcpy(&x1, a + size - 8, 8);
+        std::memcpy(&y1, b + size - 8, 8);
+        return ((x0 ^ y0) | (x1 ^ y1)) == 0;
+    }
+    if (size >= 4 && size < 8) {
+        std::uint32_t x0, x1, y0, y1;
+        std::memcpy(&x0, a, 4);
+        std::memcpy(&y0, b, 4);
+        std::memcpy(&x1, a + size - 4, 4);
+        std::memcpy(&y1, b + size - 4, 4);
+        return ((x0 ^ y0) | (x1 ^ y1)) == 0;
+    }
+    if (size < 4) {
+        for (std::size_t i = 0; i < size; ++i) {
+            if (a[i] != b[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+    return std::memcmp(a, b, size) == 0;
+}
+
+// The tree of a large packet is far larger than the caches, and reading a record would wait
+// on memory more than it computes. The tree lies in memory in document order, a subtree from
+// its tag up to the tag of its next sibling; so the subtree of a sibling can be fetched whole
+// before it is read: from its tag up to the tag behind it, within a bound.
+inline void PrefetchSubtree(const Xml::XmlTag* next, const Xml::XmlTag* behind) noexcept {
+    constexpr std::uintptr_t kLine = 64;
+    constexpr std::uintptr_t kMostBytes = 4096;
+    const auto from = reinterpret_cast<std::uintptr_t>(next);
+    const auto to = reinterpret_cast<std::uintptr_t>(behind);
+    const std::uintptr_t bytes = to > from && to - from <= kMostBytes ? to - from : kLine;
+    for (std::uintptr_t at = 0; at < bytes; at += kLine) {
+        __builtin_prefetch(reinterpret_cast<const void*>(from + at));
+    }
+}
+
 [[noreturn]] void ThrowNoData(const Common::ErrorOrigin& origin) {
     throw SerializerError(origin, kErrorNoData);
 }
@@ -103,6 +156,8 @@ XMLPacketDeserializer::XMLPacketDeserializer(const void* data, std::size_t size,
             return;
         }
         currentTag_ = rootTag_;
+        tagStack_.reserve(16);
+        versionStack_.reserve(16);
         Enter(rootTag_);
         versionStack_.push_back(subjectVersion);
     } catch (...) {
@@ -136,12 +191,12 @@ const Xml::XmlTag* XMLPacketDeserializer::Child(const MetaInfo& meta) {
     }
     // The cursor moves on whether or not the child fits: an unknown element is stepped over.
     const Xml::XmlTag* child = *cursor.Next++;
-    if (child->Name() == meta.Name) {
+    if (SameName(child->Name(), meta.Name)) {
         return child;
     }
     if (meta.Ordered == 0) {
         for (auto it = cursor.First; it != cursor.End; ++it) {
-            if ((*it)->Name() == meta.Name) {
+            if (SameName((*it)->Name(), meta.Name)) {
                 return *it;
             }
         }
@@ -155,6 +210,12 @@ void XMLPacketDeserializer::BeginReadMetaInfo(const MetaInfo& meta) {
         return;
     }
     currentTag_ = Child(meta);
+    // An element that is entered is mostly a record among its like: the next one is fetched
+    // while this one is read.
+    const Cursor& cursor = tagStack_.back();
+    if (cursor.End - cursor.Next >= 2) {
+        PrefetchSubtree(cursor.Next[0], cursor.Next[1]);
+    }
     UpdateMetainfoVersion();
     Enter(currentTag_);
 }
@@ -185,7 +246,7 @@ void XMLPacketDeserializer::FinishReadMetaInfo(const MetaInfo& meta) {
     }
     // The element must be the one begun: the same name, and a MetaInfo without traits, as
     // one built from the element's name alone would be.
-    if (currentTag_->Name() != meta.Name || meta.TypeTraits != nullptr || meta.MemberTraits != nullptr) {
+    if (!SameName(currentTag_->Name(), meta.Name) || meta.TypeTraits != nullptr || meta.MemberTraits != nullptr) {
         TL_ASSERT_TEXT(false, "!\"XMLPacketDeserializer: Inconsistent meta.\"");
         throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::FinishReadMetaInfo"),
                               kErrorInconsistentMetadata);
@@ -223,6 +284,36 @@ MetaInfo XMLPacketDeserializer::NextMetaInfo() {
         return MetaInfo();
     }
     return MetaInfo(std::string((*cursor.Next)->Name()));
+}
+
+bool XMLPacketDeserializer::NextIs(const MetaInfo& meta) {
+    // What NextMetaInfo() == meta gives: its MetaInfo never has traits.
+    if (meta.TypeTraits != nullptr || meta.MemberTraits != nullptr) {
+        return false;
+    }
+    if (tagStack_.empty()) {
+        return meta.Name.empty();
+    }
+    const Cursor& cursor = tagStack_.back();
+    if (cursor.Next == cursor.End || *cursor.Next == nullptr) {
+        return meta.Name.empty();
+    }
+    return SameName((*cursor.Next)->Name(), meta.Name);
+}
+
+std::size_t XMLPacketDeserializer::CountNext(const MetaInfo& meta) {
+    if (!NextIs(meta) || meta.Name.empty()) {
+        return 0;
+    }
+    // Names are interned in the tree: equal names are one object, so the rest of the run is
+    // told by address.
+    const Cursor& cursor = tagStack_.back();
+    const char* const name = (*cursor.Next)->Name().data();
+    auto it = cursor.Next;
+    while (it != cursor.End && *it != nullptr && (*it)->Name().data() == name) {
+        ++it;
+    }
+    return static_cast<std::size_t>(it - cursor.Next);
 }
 
 std::uint64_t XMLPacketDeserializer::GetSubjectVersion() {
@@ -317,6 +408,9 @@ Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, Common::Error& v
 Deserializer& XMLPacketDeserializer::Read(const MetaInfo& meta, Common::Guid& value) {
     // A text that is no GUID leaves the value as it was, without an error.
     return ReadValue(meta, [&](std::u16string_view text) {
+        if (Common::Detail::ParseCanonicalGuid(text, value)) {
+            return;
+        }
         // A GUID's text is short: narrowed on the stack, without an allocation per GUID.
         char narrow[64];
         if (text.size() >= sizeof narrow) {

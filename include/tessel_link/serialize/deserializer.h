@@ -2,6 +2,7 @@
 
 // The reading end of value transport, which every packet reader implements.
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -41,6 +42,13 @@ public:
     // A look at the next unread child of the open element (name only, Ordered clear, no
     // traits), or an empty MetaInfo. Nothing is consumed.
     virtual MetaInfo NextMetaInfo() = 0;
+    // Whether NextMetaInfo() == meta. Readers answer it without building a MetaInfo, which
+    // matters in the loop over a sequence's items.
+    virtual bool NextIs(const MetaInfo& meta);
+    // How many unread children, from the next one on, answer NextIs(meta) one after the
+    // other; 0 when the reader cannot tell without reading them. Only a hint, for reserving
+    // room before a sequence is read.
+    virtual std::size_t CountNext(const MetaInfo& meta);
     // Enters the element that `meta` names.
     virtual void BeginReadMetaInfo(const MetaInfo& meta) = 0;
     virtual void FinishReadMetaInfo(const MetaInfo& meta) = 0;  // leaves it

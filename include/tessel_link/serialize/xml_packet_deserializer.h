@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -50,6 +49,9 @@ public:
     Deserializer& Read(const MetaInfo& meta, bool& value) override;
 
     MetaInfo NextMetaInfo() override;
+    bool NextIs(const MetaInfo& meta) override;
+    // The run of children at the cursor that bear the name of `meta`.
+    std::size_t CountNext(const MetaInfo& meta) override;
     void BeginReadMetaInfo(const MetaInfo& meta) override;
     // Leaving an element drops whatever of its children was not read.
     void FinishReadMetaInfo(const MetaInfo& meta) override;
@@ -76,7 +78,7 @@ private:
     Xml::XmlDocument document_;
     const Xml::XmlTag* rootTag_ = nullptr;
     const Xml::XmlTag* currentTag_ = nullptr;
-    std::deque<std::uint64_t> versionStack_;
+    std::vector<std::uint64_t> versionStack_;
     std::vector<Cursor> tagStack_;
 };
 

@@ -210,6 +210,11 @@ template <class T, class C, class A>
 struct IsSequence<std::set<T, C, A>> : std::true_type {};
 
 template <class T>
+struct IsVector : std::false_type {};
+template <class T, class A>
+struct IsVector<std::vector<T, A>> : std::true_type {};
+
+template <class T>
 struct IsSet : std::false_type {};
 template <class T, class C, class A>
 struct IsSet<std::set<T, C, A>> : std::true_type {};
@@ -274,7 +279,16 @@ void ReadSequence(Deserializer& d, C& items) {
     ReadScope vector(d, FixedMeta(kVector));
     items.clear();
     const MetaInfo& item = FixedMeta(kOrderedItem);
-    while (d.NextMetaInfo() == item) {
+    if constexpr (IsVector<C>::value) {
+        // Room for all items at once, so that records are not moved as the vector grows;
+        // bounded, so that a small packet of many empty items cannot claim much memory
+        // before its first item fails.
+        constexpr std::size_t kMostReserved =
+            (std::size_t{16} << 20) / sizeof(typename C::value_type);
+        const std::size_t ahead = d.CountNext(item);
+        items.reserve(ahead < kMostReserved ? ahead : kMostReserved);
+    }
+    while (d.NextIs(item)) {
         if constexpr (IsSet<C>::value) {
             typename C::value_type element{};
             ReadMember(d, item, element);
@@ -301,7 +315,7 @@ void ReadMap(Deserializer& d, M& map) {
     ReadScope outer(d, FixedMeta(kMap));
     map.clear();
     const MetaInfo& item = FixedMeta(kOrderedItem);
-    while (d.NextMetaInfo() == item) {
+    while (d.NextIs(item)) {
         typename M::key_type key{};
         typename M::mapped_type mapped{};
         {
@@ -309,7 +323,9 @@ void ReadMap(Deserializer& d, M& map) {
             ReadMember(d, FixedMeta(kFirst), key);
             ReadMember(d, FixedMeta(kSecond), mapped);
         }
-        map.insert(map.end(), {std::move(key), std::move(mapped)});
+        // Made in place from both parts: a key moved into a pair would be copied again, as
+        // the pair's key is const.
+        map.emplace_hint(map.end(), std::move(key), std::move(mapped));
     }
 }
 
@@ -432,9 +448,11 @@ void ReadMember(Deserializer& d, const MetaInfo& meta, T& value) {
     if constexpr (IsValueForm<T>) {
         d.Read(meta, value);
     } else if constexpr (std::is_enum_v<T>) {
+        // The inner element's MetaInfo is made once per type, not once per value.
+        static const MetaInfo typeElement(EnumCodec<T>::TypeName);
         ReadScope element(d, meta);
         std::string text;
-        d.Read(MetaInfo(EnumCodec<T>::TypeName), text);
+        d.Read(typeElement, text);
         if (!EnumCodec<T>::Parse(text, value)) {
             using Width = std::underlying_type_t<T>;
             value = static_cast<T>(
