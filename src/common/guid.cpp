@@ -29,20 +29,9 @@ constexpr auto kHexDigits = [] {
 int HexDigit(char c) {
     return kHexDigits[static_cast<unsigned char>(c)];
 }
-// A wide unit counts by its low byte, as narrowing leaves it.
-int HexDigit(char16_t c) {
-    return kHexDigits[c & 0xff];
-}
-bool IsDash(char c) {
-    return c == '-';
-}
-bool IsDash(char16_t c) {
-    return (c & 0xff) == '-';
-}
-
 // The value of `count` hex digits at `text`; false where one is no hex digit.
-template <class T, class Char>
-bool HexField(const Char* text, int count, T& value) {
+template <class T>
+bool HexField(const char* text, int count, T& value) {
     std::uint32_t result = 0;
     for (int i = 0; i < count; ++i) {
         const int digit = HexDigit(text[i]);
@@ -58,10 +47,9 @@ bool HexField(const Char* text, int count, T& value) {
 // The form every writer produces, 8-4-4-4-12 hex digits, read without the scanf machinery:
 // packets carry many GUIDs. It gives what the scanf format gives for the same text; any
 // other text goes to the scanf format.
-template <class Char>
-bool ParseCanonical(const Char* text, Guid& g) {
+bool ParseCanonical(const char* text, Guid& g) {
     for (int dash : {8, 13, 18, 23}) {
-        if (!IsDash(text[dash])) {
+        if (text[dash] != '-') {
             return false;
         }
     }
@@ -112,16 +100,36 @@ bool FromString(const char* text, Guid& g) {
 }
 
 bool Detail::ParseCanonicalGuid(std::u16string_view text, Guid& g) {
-    // Narrowing would end the text at a unit whose low byte is NUL.
+    // One pass over the 36 units by their low bytes. A unit whose low byte is NUL, which
+    // would end the narrowed text, is neither a digit nor a dash: such a text is refused here
+    // and left to FromString, as is any text shorter than the form.
     if (text.size() < 36) {
         return false;
     }
+    std::uint64_t head = 0;  // the first sixteen digits: Data1, Data2, Data3
+    std::uint64_t tail = 0;  // the last sixteen: Data4, first byte highest
     for (std::size_t i = 0; i < 36; ++i) {
-        if ((text[i] & 0xff) == 0) {
+        const unsigned c = text[i] & 0xff;
+        if (i == 8 || i == 13 || i == 18 || i == 23) {
+            if (c != '-') {
+                return false;
+            }
+            continue;
+        }
+        const int digit = kHexDigits[c];
+        if (digit < 0) {
             return false;
         }
+        std::uint64_t& field = i < 19 ? head : tail;
+        field = (field << 4) | static_cast<std::uint64_t>(digit);
     }
-    return ParseCanonical(text.data(), g);
+    g.Data1 = static_cast<std::uint32_t>(head >> 32);
+    g.Data2 = static_cast<std::uint16_t>(head >> 16);
+    g.Data3 = static_cast<std::uint16_t>(head);
+    for (int i = 0; i < 8; ++i) {
+        g.Data4[i] = static_cast<std::uint8_t>(tail >> (56 - 8 * i));
+    }
+    return true;
 }
 
 bool Create(Guid& g, int reserved) {
