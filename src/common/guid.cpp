@@ -100,28 +100,36 @@ bool FromString(const char* text, Guid& g) {
 }
 
 bool Detail::ParseCanonicalGuid(std::u16string_view text, Guid& g) {
-    // One pass over the 36 units by their low bytes. A unit whose low byte is NUL, which
-    // would end the narrowed text, is neither a digit nor a dash: such a text is refused here
-    // and left to FromString, as is any text shorter than the form.
+    // By the low bytes of the units. A unit whose low byte is NUL, which would end the
+    // narrowed text, is neither a digit nor a dash: such a text is refused here and left to
+    // FromString, as is any text shorter than the form.
     if (text.size() < 36) {
         return false;
     }
-    std::uint64_t head = 0;  // the first sixteen digits: Data1, Data2, Data3
-    std::uint64_t tail = 0;  // the last sixteen: Data4, first byte highest
-    for (std::size_t i = 0; i < 36; ++i) {
-        const unsigned c = text[i] & 0xff;
-        if (i == 8 || i == 13 || i == 18 || i == 23) {
-            if (c != '-') {
-                return false;
-            }
-            continue;
-        }
-        const int digit = kHexDigits[c];
-        if (digit < 0) {
+    for (const std::size_t dash : {8, 13, 18, 23}) {
+        if ((text[dash] & 0xff) != '-') {
             return false;
         }
-        std::uint64_t& field = i < 19 ? head : tail;
-        field = (field << 4) | static_cast<std::uint64_t>(digit);
+    }
+    static constexpr std::uint8_t kDigitAt[32] = {0,  1,  2,  3,  4,  5,  6,  7,  9,  10, 11,
+                                                  12, 14, 15, 16, 17, 19, 20, 21, 22, 24, 25,
+                                                  26, 27, 28, 29, 30, 31, 32, 33, 34, 35};
+    // Every digit is looked up without a branch; a byte that is none leaves its -1 in `bad`.
+    int bad = 0;
+    std::uint64_t head = 0;  // the first sixteen digits: Data1, Data2, Data3
+    for (int k = 0; k < 16; ++k) {
+        const int digit = kHexDigits[text[kDigitAt[k]] & 0xff];
+        bad |= digit;
+        head = (head << 4) | static_cast<std::uint64_t>(digit & 15);
+    }
+    std::uint64_t tail = 0;  // the last sixteen: Data4, first byte highest
+    for (int k = 16; k < 32; ++k) {
+        const int digit = kHexDigits[text[kDigitAt[k]] & 0xff];
+        bad |= digit;
+        tail = (tail << 4) | static_cast<std::uint64_t>(digit & 15);
+    }
+    if (bad < 0) {
+        return false;
     }
     g.Data1 = static_cast<std::uint32_t>(head >> 32);
     g.Data2 = static_cast<std::uint16_t>(head >> 16);

@@ -1,5 +1,6 @@
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -43,7 +44,24 @@ bool PlainDigits(std::u16string_view text, std::uint64_t& value) {
         return false;
     }
     std::uint64_t result = 0;
-    for (char16_t unit : text) {
+    std::size_t i = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+        // Four units at a time: each must be a digit, which no borrow between the units can
+        // hide, since a unit below '0' sets its own top bit first.
+        for (; text.size() - i >= 4; i += 4) {
+            std::uint64_t units;
+            std::memcpy(&units, text.data() + i, sizeof units);
+            if ((units & 0xff00ff00ff00ff00ull) != 0 ||
+                (((units + 0x0046004600460046ull) | (units - 0x0030003000300030ull)) &
+                 0x0080008000800080ull) != 0) {
+                return false;
+            }
+            const std::uint64_t digits = units - 0x0030003000300030ull;
+            result = result * 10000 + (digits & 0xff) * 1000 + ((digits >> 16) & 0xff) * 100 +
+                     ((digits >> 32) & 0xff) * 10 + (digits >> 48);
+        }
+    }
+    for (char16_t unit : text.substr(i)) {
         if (unit < u'0' || unit > u'9') {
             return false;
         }

@@ -3,6 +3,8 @@
 // the long way answers; and what the codecs build from them is what they built before.
 
 #include <cstdint>
+#include <cstdlib>
+#include <random>
 #include <map>
 #include <memory>
 #include <string>
@@ -217,6 +219,50 @@ TEST(CodecShortCuts, GuidsReadAsTheNarrowParserReadsThem) {
         r.d.Read(MetaInfo("g"), guid);
         EXPECT_EQ(Common::ToString(guid), Common::ToString(NarrowedGuid(text, before)))
             << Common::Utf16ToUtf8(text);
+    }
+}
+
+// The low bytes of the units up to the first NUL, as the library parsers see the text.
+std::string LowBytes(const std::u16string& text) {
+    std::string narrow;
+    for (char16_t unit : text) {
+        if ((unit & 0xff) == 0) {
+            break;
+        }
+        narrow += static_cast<char>(unit & 0xff);
+    }
+    return narrow;
+}
+
+TEST(CodecShortCuts, NumbersReadAsTheLibraryReadsTheirLowBytes) {
+    // Digits mixed with units that are no digit but whose low byte is one, or that sit just
+    // beside the digits, at every place of every length up to beyond the plain range.
+    const std::u16string alphabet = u"0123456789/: -+\u0131\u0139\u01b0x";
+    std::mt19937 random(11);
+    std::vector<std::u16string> texts;
+    for (int i = 0; i < 3000; ++i) {
+        const std::size_t length = 1 + random() % 22;
+        std::u16string text;
+        const bool plain = random() % 2 == 0;
+        for (std::size_t k = 0; k < length; ++k) {
+            text += plain && random() % 8 != 0 ? static_cast<char16_t>(u'0' + random() % 10)
+                                               : alphabet[random() % alphabet.size()];
+        }
+        texts.push_back(text);
+    }
+    std::string body;
+    for (const auto& text : texts) {
+        body += "<u>" + Common::Utf16ToUtf8(text) + "</u><s>" + Common::Utf16ToUtf8(text) + "</s>";
+    }
+    Reader r(body);
+    for (const auto& text : texts) {
+        std::uint64_t u = 0;
+        std::int64_t s = 0;
+        r.d.Read(MetaInfo("u"), u);
+        r.d.Read(MetaInfo("s"), s);
+        const std::string narrow = LowBytes(text);
+        EXPECT_EQ(u, std::strtoull(narrow.c_str(), nullptr, 10)) << narrow;
+        EXPECT_EQ(s, std::strtoll(narrow.c_str(), nullptr, 10)) << narrow;
     }
 }
 
