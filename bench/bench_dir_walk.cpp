@@ -117,8 +117,10 @@ struct ThreadTimes {
     }
 };
 
-// Per entry, for every repetition of every walk; printed at the end.
+// Per entry, for every timed run of every walk (the runs that size the repetitions
+// included), and the number of walks made in all; printed at the end.
 std::map<std::string, std::vector<ThreadTimes>> perEntry;
+std::map<std::string, std::uint64_t> walks;
 
 // Measures the thread's times around the timed loop of one repetition.
 class EntryTimes {
@@ -136,6 +138,7 @@ public:
         state_.counters["user_ns"] = each.user;
         state_.counters["sys_ns"] = each.system;
         perEntry[walk_].push_back(each);
+        walks[walk_] += static_cast<std::uint64_t>(state_.iterations());
     }
     void Count(std::uint64_t entries) {
         entries_ = static_cast<double>(entries);
@@ -156,18 +159,20 @@ double Median(std::vector<double> values) {
 }
 
 void PrintPerEntry() {
-    std::printf("\nper entry, median (smallest to largest) of the repetitions:\n");
+    std::printf("\nper entry, median (smallest to largest) of the timed runs:\n");
     for (const auto& [name, runs] : perEntry) {
         std::vector<double> user, system;
         for (const ThreadTimes& t : runs) {
             user.push_back(t.user);
             system.push_back(t.system);
         }
-        std::printf("  %-22s user %6.1f ns (%.1f to %.1f), system %7.1f ns (%.1f to %.1f)\n",
-                    name.c_str(), Median(user), *std::min_element(user.begin(), user.end()),
-                    *std::max_element(user.begin(), user.end()), Median(system),
-                    *std::min_element(system.begin(), system.end()),
-                    *std::max_element(system.begin(), system.end()));
+        std::printf(
+            "  %-16s user %6.1f ns (%.1f to %.1f), system %7.1f ns (%.1f to %.1f); %llu walks\n",
+            name.c_str(), Median(user), *std::min_element(user.begin(), user.end()),
+            *std::max_element(user.begin(), user.end()), Median(system),
+            *std::min_element(system.begin(), system.end()),
+            *std::max_element(system.begin(), system.end()),
+            static_cast<unsigned long long>(walks[name]));
     }
 }
 

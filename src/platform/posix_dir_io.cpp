@@ -31,6 +31,25 @@ bool Bad(const std::string& name) {
     return name.find('\0') != std::string::npos;
 }
 
+// fstatat as one system call made here. A walk asks for the status of every entry, and the
+// return from the kernel finds the caches and branch predictors cold: entering the C
+// library's wrapper on its own page of code and returning through one more frame cost a
+// measurable share of the walk's time in user space. Returns 0 or -errno.
+int StatusCall(int at, const char* name, struct stat* s, int flags) {
+#if defined(__x86_64__) && defined(SYS_newfstatat)
+    long result;
+    register long flagsArgument asm("r10") = flags;
+    asm volatile("syscall"
+                 : "=a"(result)
+                 : "0"(static_cast<long>(SYS_newfstatat)), "D"(static_cast<long>(at)), "S"(name),
+                   "d"(s), "r"(flagsArgument)
+                 : "rcx", "r11", "memory");
+    return static_cast<int>(result);
+#else
+    return ::fstatat(at, name, s, flags) == 0 ? 0 : -errno;
+#endif
+}
+
 std::int64_t Nanoseconds(const struct timespec& t) {
     return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
 }
@@ -93,15 +112,16 @@ public:
         return {};
     }
 
-    SystemError Status(DirHandle at, const char* name, bool followLinks,
-                       EntryStatus& status) override {
-        struct stat s {};
+    [[gnu::hot]] SystemError Status(DirHandle at, const char* name, bool followLinks,
+                                    EntryStatus& status) override {
+        struct stat s;  // not zeroed: a call that succeeds fills it, and zeroing costs a copy
         int flags = followLinks ? 0 : AT_SYMLINK_NOFOLLOW;
         if (name[0] == '\0') {
             flags |= AT_EMPTY_PATH;
         }
-        if (::fstatat(At(at), name, &s, flags) != 0) {
-            return LastError();
+        const int result = StatusCall(At(at), name, &s, flags);
+        if (result != 0) {
+            return FromErrno(-result);
         }
         status.Device = s.st_dev;
         status.Inode = s.st_ino;
