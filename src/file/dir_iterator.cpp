@@ -12,6 +12,7 @@
 
 #include "file/file_errors.h"
 #include "file/system_error.h"
+#include "platform/posix_status.h"
 
 // The functions that run for every entry of a walk sit together in the hot text, so that a
 // walk touches few pages and cache lines of code between its system calls.
@@ -405,21 +406,31 @@ const char16_t* nt_dir_iterator::GetFullPath() {
     return fullPath_.c_str();
 }
 
-const Platform::EntryStatus* nt_dir_iterator::LoadStatus() {
+TL_WALK_INLINE const Platform::EntryStatus* nt_dir_iterator::StatusInPlace() {
+    if (statusReady_ && !InError()) {
+        return &status_;
+    }
     if (InError() || !hasCurrent_) {
         return nullptr;
     }
-    if (!statusReady_) {
-        const Platform::SystemError failure =
-            io_->Status(fd_, name_, false, status_);
-        if (failure.Failed()) {
-            RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetStatus"), "fstatat",
-                                        GetFullPath(), failure, kOpenFailed));
-            return nullptr;
-        }
-        statusReady_ = true;
+    const Platform::SystemError failure = systemIo_
+                                              ? Platform::SystemStatus(fd_, name_, false, status_)
+                                              : io_->Status(fd_, name_, false, status_);
+    if (failure.Failed()) {
+        RecordStatusFailure(failure);
+        return nullptr;
     }
+    statusReady_ = true;
     return &status_;
+}
+
+const Platform::EntryStatus* nt_dir_iterator::LoadStatus() {
+    return StatusInPlace();
+}
+
+[[gnu::cold]] void nt_dir_iterator::RecordStatusFailure(Platform::SystemError failure) {
+    RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetStatus"), "fstatat",
+                                GetFullPath(), failure, kOpenFailed));
 }
 
 TL_WALK_HOT std::uint32_t nt_dir_iterator::GetType() {
@@ -465,27 +476,27 @@ std::uint32_t nt_dir_iterator::GetAttributes() {
 }
 
 TL_WALK_HOT std::uint64_t nt_dir_iterator::GetSize() {
-    const Platform::EntryStatus* s = Status();
+    const Platform::EntryStatus* s = StatusInPlace();
     return s != nullptr ? s->Size : 0;
 }
 
 std::uint64_t nt_dir_iterator::GetAllocatedSize() {
-    const Platform::EntryStatus* s = Status();
+    const Platform::EntryStatus* s = StatusInPlace();
     return s != nullptr ? s->Allocated : 0;
 }
 
 std::int64_t nt_dir_iterator::GetCreationTime() {
-    const Platform::EntryStatus* s = Status();
+    const Platform::EntryStatus* s = StatusInPlace();
     return s != nullptr ? Milliseconds(s->BirthNs) : 0;
 }
 
 std::int64_t nt_dir_iterator::GetAccessTime() {
-    const Platform::EntryStatus* s = Status();
+    const Platform::EntryStatus* s = StatusInPlace();
     return s != nullptr ? Milliseconds(s->AccessNs) : 0;
 }
 
 TL_WALK_HOT std::int64_t nt_dir_iterator::GetWriteTime() {
-    const Platform::EntryStatus* s = Status();
+    const Platform::EntryStatus* s = StatusInPlace();
     return s != nullptr ? Milliseconds(s->WriteNs) : 0;
 }
 

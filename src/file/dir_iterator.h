@@ -21,8 +21,10 @@ public:
     static constexpr std::size_t kBlockSize = 8192;
 
     // `io` is shared with the directory that made the iterator, which may go first.
-    explicit nt_dir_iterator(SharedDirIo io) : io_(std::move(io)) {}
-    explicit nt_dir_iterator(Platform::DirIo& io) : io_(Unowned(io)) {}
+    explicit nt_dir_iterator(SharedDirIo io)
+        : io_(std::move(io)), systemIo_(io_.get() == &Platform::SystemDirIo()) {}
+    explicit nt_dir_iterator(Platform::DirIo& io)
+        : io_(Unowned(io)), systemIo_(&io == &Platform::SystemDirIo()) {}
     ~nt_dir_iterator() override;
 
     // Opens the directory `dirName` relative to `at` and stands on its first entry that
@@ -84,6 +86,10 @@ private:
         return statusReady_ && !InError() ? &status_ : LoadStatus();
     }
     const Platform::EntryStatus* LoadStatus();
+    // The same, made in the caller's frame: the getters that a walk uses most take the
+    // status straight from the system call, without a frame to return through after it.
+    const Platform::EntryStatus* StatusInPlace();
+    void RecordStatusFailure(Platform::SystemError failure);
     void CloseDirectory();
 
     // Whether a failure is recorded; a clean iterator answers without a call.
@@ -95,6 +101,7 @@ private:
     // What every entry touches comes first, in few cache lines: the system call for the
     // status of an entry evicts much of what the walk had in the caches.
     SharedDirIo io_;
+    bool systemIo_ = false;  // io_ is the system's own, which the status call may bypass
     Platform::DirHandle fd_ = Platform::kNoDir;
     Mode mode_ = Mode::Listing;
     bool reading_ = false;  // more blocks to read

@@ -17,6 +17,7 @@
 
 #include "platform/dir_io.h"
 #include "platform/posix_errors.h"
+#include "platform/posix_status.h"
 
 namespace Platform {
 
@@ -29,29 +30,6 @@ int At(DirHandle at) {
 // A name with a zero byte inside can't reach the system intact.
 bool Bad(const std::string& name) {
     return name.find('\0') != std::string::npos;
-}
-
-// fstatat as one system call made here. A walk asks for the status of every entry, and the
-// return from the kernel finds the caches and branch predictors cold: entering the C
-// library's wrapper on its own page of code and returning through one more frame cost a
-// measurable share of the walk's time in user space. Returns 0 or -errno.
-int StatusCall(int at, const char* name, struct stat* s, int flags) {
-#if defined(__x86_64__) && defined(SYS_newfstatat)
-    long result;
-    register long flagsArgument asm("r10") = flags;
-    asm volatile("syscall"
-                 : "=a"(result)
-                 : "0"(static_cast<long>(SYS_newfstatat)), "D"(static_cast<long>(at)), "S"(name),
-                   "d"(s), "r"(flagsArgument)
-                 : "rcx", "r11", "memory");
-    return static_cast<int>(result);
-#else
-    return ::fstatat(at, name, s, flags) == 0 ? 0 : -errno;
-#endif
-}
-
-std::int64_t Nanoseconds(const struct timespec& t) {
-    return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
 }
 
 class PosixDirIo final : public DirIo {
@@ -112,31 +90,9 @@ public:
         return {};
     }
 
-    [[gnu::hot]] SystemError Status(DirHandle at, const char* name, bool followLinks,
-                                    EntryStatus& status) override {
-        struct stat s;  // not zeroed: a call that succeeds fills it, and zeroing costs a copy
-        int flags = followLinks ? 0 : AT_SYMLINK_NOFOLLOW;
-        if (name[0] == '\0') {
-            flags |= AT_EMPTY_PATH;
-        }
-        const int result = StatusCall(At(at), name, &s, flags);
-        if (result != 0) {
-            return FromErrno(-result);
-        }
-        status.Device = s.st_dev;
-        status.Inode = s.st_ino;
-        status.Mode = s.st_mode;
-        status.Links = s.st_nlink;
-        status.Owner = s.st_uid;
-        status.Group = s.st_gid;
-        status.RawDevice = s.st_rdev;
-        status.Size = static_cast<std::uint64_t>(s.st_size);
-        status.Allocated = static_cast<std::uint64_t>(s.st_blocks) * 512;
-        status.AccessNs = Nanoseconds(s.st_atim);
-        status.WriteNs = Nanoseconds(s.st_mtim);
-        status.ChangeNs = Nanoseconds(s.st_ctim);
-        status.BirthNs = 0;
-        return {};
+    SystemError Status(DirHandle at, const char* name, bool followLinks,
+                       EntryStatus& status) override {
+        return SystemStatus(at, name, followLinks, status);
     }
 
     SystemError ReadLink(DirHandle at, const std::string& name, std::string& target) override {
