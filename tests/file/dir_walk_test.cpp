@@ -189,6 +189,23 @@ TEST(DirIterator, AStatusServesItsEntryOnlyWhileTheIteratorIsClean) {
     EXPECT_EQ(io.Calls(FakeDirIo::Call::Status), 1);
 }
 
+TEST(DirIterator, AStatusOfTheSystemThatFailsIsRecorded) {
+    // The system's own directories take the status without the seam; its failure is
+    // recorded like any other.
+    TempTree tree;
+    tree.Write("gone", "abc");
+    auto dir = OpenTree(Platform::SystemDirIo(), tree);
+    std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
+    ASSERT_FALSE(it->Failed());
+    ASSERT_EQ(::unlink(tree.At("gone").c_str()), 0);
+    EXPECT_EQ(it->GetSize(), 0u);
+    EXPECT_TRUE(it->Failed());
+    EXPECT_STREQ(it->GetError().GetAnsi("function"), "fstatat");
+    EXPECT_EQ(it->GetError().Cause().Cause().GetNumber("Errno"),
+              static_cast<std::uint64_t>(ENOENT));
+    EXPECT_EQ(it->GetWriteTime(), 0);
+}
+
 TEST(DirIterator, AWalkAllocatesNothingForAnEntry) {
     TempTree tree;
     for (int i = 0; i < 3000; ++i) {
