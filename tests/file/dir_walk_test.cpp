@@ -1,12 +1,9 @@
 // The per-entry path of a directory walk: names widened 16 bytes at a time, names read from
-// raw records at the edges of a block, a status kept for its entry only while the iterator
-// is clean, and no heap allocation for an entry.
+// raw records at the edges of a block, and a status kept for its entry only while the
+// iterator is clean.
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -16,36 +13,6 @@
 #include "file/dir_iterator.h"
 #include "file/nt_dir.h"
 #include "support/fake_dir_io.h"
-
-// Every allocation of this test program is counted, so that a test can see the heap
-// allocations made between two points. Kept out of line, so that the compiler does not
-// pair a caller's new with the free inside.
-namespace {
-std::atomic<std::size_t> allocations{0};
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept {
-    std::free(p);
-}
-[[gnu::noinline]] void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 namespace {
 
@@ -204,35 +171,6 @@ TEST(DirIterator, AStatusOfTheSystemThatFailsIsRecorded) {
     EXPECT_EQ(it->GetError().Cause().Cause().GetNumber("Errno"),
               static_cast<std::uint64_t>(ENOENT));
     EXPECT_EQ(it->GetWriteTime(), 0);
-}
-
-TEST(DirIterator, AWalkAllocatesNothingForAnEntry) {
-    TempTree tree;
-    for (int i = 0; i < 3000; ++i) {
-        // Names short and long, some beyond what a string keeps without the heap.
-        tree.Write("entry_" + std::to_string(i) + std::string(i % 40, 'x'), "");
-    }
-    tree.MakeDir("sub");
-    auto dir = OpenTree(Platform::SystemDirIo(), tree);
-    std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
-    std::size_t entries = 0;
-    std::size_t inLoop = 0;
-    std::uint64_t sizes = 0;
-    for (;;) {
-        const std::size_t before = allocations.load();
-        ASSERT_NE(it->GetName(), nullptr);
-        sizes += it->GetSize() + static_cast<std::uint64_t>(it->GetWriteTime() != 0) +
-                 it->GetType() + it->GetAttributes() + it->GetLinkCount();
-        ++entries;
-        // The last step records the end of the directory, which is allowed its allocation.
-        if (!it->Next()) {
-            break;
-        }
-        inLoop += allocations.load() - before;
-    }
-    EXPECT_EQ(entries, 3001u);
-    EXPECT_GT(sizes, 0u);
-    EXPECT_EQ(inLoop, 0u);
 }
 
 }  // namespace
