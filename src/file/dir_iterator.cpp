@@ -177,6 +177,7 @@ void nt_dir_iterator::Start(Platform::DirHandle at, const std::string& dirName,
     mode_ = Mode::Listing;
     dirPath_ = std::move(dirPath);
     mask_ = mask == u"*" ? std::u16string() : std::move(mask);
+    fullPath_.reserve(dirPath_.size() + 256);  // room for any name: no allocation per entry
     if (!Open(at, dirName, "nt_dir::GetIterator")) {
         return;
     }
@@ -284,7 +285,7 @@ void nt_dir_iterator::ForgetEntry() {
     wideReady_ = false;
     statusReady_ = false;
     targetReady_ = false;
-    fullPath_.clear();
+    fullPathReady_ = false;
 }
 
 void nt_dir_iterator::Finish() {
@@ -400,8 +401,13 @@ const char16_t* nt_dir_iterator::GetFullPath() {
     if (name == nullptr) {
         return nullptr;
     }
-    if (fullPath_.empty()) {
-        fullPath_ = mode_ == Mode::Self || mode_ == Mode::Volume ? dirPath_ : dirPath_ + name;
+    if (!fullPathReady_) {
+        // Built in the storage of the one before, so that asking costs no allocation.
+        fullPath_.assign(dirPath_);
+        if (mode_ != Mode::Self && mode_ != Mode::Volume) {
+            fullPath_.append(name);
+        }
+        fullPathReady_ = true;
     }
     return fullPath_.c_str();
 }

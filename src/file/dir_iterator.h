@@ -115,6 +115,7 @@ private:
     bool wideReady_ = false;
     bool statusReady_ = false;
     bool targetReady_ = false;
+    bool fullPathReady_ = false;
     std::size_t filled_ = 0;
     std::size_t pos_ = 0;
     const char* name_ = nullptr;

@@ -79,7 +79,8 @@ TEST(DirIterator, AWalkAllocatesNothingForAnEntry) {
         const std::size_t before = allocations.load();
         ASSERT_NE(it->GetName(), nullptr);
         sizes += it->GetSize() + static_cast<std::uint64_t>(it->GetWriteTime() != 0) +
-                 it->GetType() + it->GetAttributes() + it->GetLinkCount();
+                 it->GetType() + it->GetAttributes() + it->GetLinkCount() +
+                 std::char_traits<char16_t>::length(it->GetFullPath());
         ++entries;
         // The last step records the end of the directory, which is allowed its allocation.
         if (!it->Next()) {
