@@ -28,6 +28,18 @@ public:
     // Bytes of all chunks taken from the heap.
     std::size_t Capacity() const noexcept { return capacity_; }
 
+    // A block of a length not known in advance is written in place at the free end of the
+    // current chunk, from Tail() up to at most TailEnd(), and then taken with TakeTail.
+    char* Tail() const noexcept { return next_; }
+    char* TailEnd() const noexcept { return end_; }
+    // Makes `bytes` free at the tail, carrying the `used` bytes already written there over
+    // into a new chunk when the current one has too little room left; returns the tail.
+    char* RegrowTail(std::size_t used, std::size_t bytes);
+    // Takes the bytes from Tail() up to `to` as one block.
+    void TakeTail(char* to) noexcept {
+        next_ += (static_cast<std::size_t>(to - next_) + 7) & ~std::size_t{7};
+    }
+
 private:
     void Grow(std::size_t bytes);
 

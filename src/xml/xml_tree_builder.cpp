@@ -66,14 +66,7 @@ void XmlTreeBuilder::Open(const Detail::XmlName* name) {
 }
 
 bool XmlTreeBuilder::AddAttribute(const Detail::XmlName* name, std::u16string_view value) {
-    // Names are interned, so the mark on the name tells whether this tag has it already.
-    auto* entry = const_cast<Detail::XmlName*>(name);
-    if (entry->Mark == frames_.back().Mark) {
-        return false;
-    }
-    entry->Mark = frames_.back().Mark;
-    attributes_.push_back({name, store_.NewText(value)});
-    return true;
+    return AddAttributeText(name, store_.NewText(value));
 }
 
 void XmlTreeBuilder::SortAttributes(Detail::XmlAttributeSlot* first, std::size_t count) {

@@ -33,6 +33,22 @@ public:
     bool AddAttribute(const Detail::XmlName* name, std::u16string_view value);
     // Replaces the last text entry of the open tag.
     void SetText(std::u16string_view text) { texts_.back() = store_.NewText(text); }
+
+    // For readers that write texts straight into the arena: the same operations on texts
+    // that already live there.
+    Detail::Arena& Arena() noexcept { return store_.arena; }
+    void SetTextEntry(const Detail::XmlText* text) { texts_.back() = text; }
+    bool AddAttributeText(const Detail::XmlName* name, const Detail::XmlText* value) {
+        // Names are interned, so the mark on the name tells whether this tag has it already.
+        auto* entry = const_cast<Detail::XmlName*>(name);
+        const std::uint32_t mark = frames_.back().Mark;
+        if (entry->Mark == mark) {
+            return false;
+        }
+        entry->Mark = mark;
+        attributes_.push_back({name, value});
+        return true;
+    }
     void Close();
     void CloseAll() {
         while (!frames_.empty()) {
