@@ -6,43 +6,51 @@ namespace Xml::Detail {
 
 void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
                       std::uint32_t& column) {
-    // The last line feed, if any, restarts the column: only the bytes behind it are counted
-    // one by one.
-    const unsigned char* lastFeed = nullptr;
-    for (const unsigned char* q = to; q > p;) {
-        --q;
-        if (*q == '\n') {
-            lastFeed = q;
-            break;
-        }
-    }
-    if (lastFeed == nullptr) {
-        CountBytes(p, to, line, column);
-        return;
-    }
+    // One pass finds the line feeds and the first tab behind the last of them: the column
+    // is then the bytes behind that feed, one each up to that tab and counted from there.
     std::uint64_t feeds = 0;
+    const unsigned char* lineStart = p;
+    const unsigned char* firstTab = nullptr;
     const unsigned char* q = p;
 #if defined(__SSE2__)
-    // Byte counters in a register: each compare adds 1 (as -1 subtracted) per line feed, and
-    // they are folded into the total before any of them can overflow.
-    const __m128i feed = _mm_set1_epi8('\n');
-    while (lastFeed - q >= 16) {
-        __m128i counts = _mm_setzero_si128();
-        for (int round = 0; round < 255 && lastFeed - q >= 16; ++round, q += 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
-            counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, feed));
+    for (; to - q >= 16; q += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+        const auto f = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n'))));
+        auto t = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))));
+        if ((f | t) == 0) {
+            continue;
         }
-        const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
-        feeds += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums)) +
-                 static_cast<std::uint64_t>(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+        if (f != 0) {
+            feeds += static_cast<unsigned>(std::popcount(f));
+            const int last = 31 - std::countl_zero(f);
+            lineStart = q + last + 1;
+            firstTab = nullptr;
+            t &= ~((2u << last) - 1);
+        }
+        if (t != 0 && firstTab == nullptr) {
+            firstTab = q + std::countr_zero(t);
+        }
     }
 #endif
-    for (; q <= lastFeed; ++q) {
-        feeds += *q == '\n';
+    for (; q < to; ++q) {
+        if (*q == '\n') {
+            ++feeds;
+            lineStart = q + 1;
+            firstTab = nullptr;
+        } else if (*q == '\t' && firstTab == nullptr) {
+            firstTab = q;
+        }
     }
-    line += static_cast<std::uint32_t>(feeds);
-    column = 0;
-    CountBytes(lastFeed + 1, to, line, column);
+    if (feeds != 0) {
+        line += static_cast<std::uint32_t>(feeds);
+        column = 0;
+    }
+    if (firstTab == nullptr) {
+        column += static_cast<std::uint32_t>(to - lineStart);
+        return;
+    }
+    column += static_cast<std::uint32_t>(firstTab - lineStart);
+    CountBytes(firstTab, to, line, column);
 }
 
 }  // namespace Xml::Detail

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "xml/read_document.h"
+#include "xml/xml_chars.h"
 #include "xml/xml_tree_builder.h"
 #include "xml/xml_whole_reader.h"
 #include "xml_test_support.h"
@@ -208,6 +209,29 @@ TEST(ReadingPaths, AgreeAcrossBlockBoundaries) {
                    std::string(pad, 'x') + "  \xE2\x82\xAC&#x1F600;</" + name + "> </r>");
         ExpectSame("<r xml:space='preserve'>" + std::string(pad, ' ') + "<![CDATA[" +
                    std::string(pad, 'c') + "]]>\n</r>");
+    }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(ReadingPaths, PositionCountedInBulkMatchesCountingByteByByte) {
+    // Line feeds and tabs on every offset around the sixteen-byte blocks of the bulk count.
+    std::uint32_t seed = 12345;
+    for (int round = 0; round < 2000; ++round) {
+        std::string bytes(static_cast<std::size_t>(round % 97), 'x');
+        for (char& b : bytes) {
+            seed = seed * 1103515245u + 12345u;
+            const unsigned pick = (seed >> 16) % 16;
+            b = pick == 0 ? '\n' : pick == 1 ? '\t' : pick == 2 ? '\xC3' : 'x';
+        }
+        const auto* first = reinterpret_cast<const unsigned char*>(bytes.data());
+        std::uint32_t line = 3, column = 5, bulkLine = 3, bulkColumn = 5;
+        Xml::Detail::CountBytes(first, first + bytes.size(), line, column);
+        Xml::Detail::CountLongStretch(first, first + bytes.size(), bulkLine, bulkColumn);
+        ASSERT_EQ(bulkLine, line) << round;
+        ASSERT_EQ(bulkColumn, column) << round;
     }
 }
 
