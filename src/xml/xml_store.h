@@ -74,7 +74,15 @@ inline bool SameBytes(std::string_view x, std::string_view y) noexcept {
     if (size >= 4 && size < 8) {
         return load4(a) == load4(b) && load4(a + size - 4) == load4(b + size - 4);
     }
-    return size == 0 || std::memcmp(a, b, size) == 0;
+    if (size < 4) {
+        for (std::size_t i = 0; i < size; ++i) {
+            if (a[i] != b[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+    return std::memcmp(a, b, size) == 0;
 }
 
 // The hash of a name in the table below, keyed per process.

@@ -60,8 +60,9 @@ public:
     std::string_view OpenName() const noexcept { return frames_.back().Tag->Name(); }
 
 private:
-    // Puts the `count` attributes at `first` in the order of their names.
-    void SortAttributes(Detail::XmlAttributeSlot* first, std::size_t count);
+    // The order of the `count` attributes at `first` by name: index i of the result is the
+    // attribute that goes to place i. Valid until the next call.
+    const std::uint32_t* SortOrder(const Detail::XmlAttributeSlot* first, std::size_t count);
     struct Frame {
         XmlTag* Tag;
         std::uint32_t Mark;
@@ -80,7 +81,6 @@ private:
     // the order that sorting gave them: tags of one kind mostly repeat both.
     std::vector<const Detail::XmlName*> lastNames_;
     std::vector<std::uint32_t> lastOrder_;
-    std::vector<Detail::XmlAttributeSlot> sorted_;
     std::vector<const Detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
 };

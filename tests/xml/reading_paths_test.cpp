@@ -220,10 +220,12 @@ TEST(ReadingPaths, PositionCountedInBulkMatchesCountingByteByByte) {
     // Line feeds and tabs on every offset around the sixteen-byte blocks of the bulk count.
     std::uint32_t seed = 12345;
     for (int round = 0; round < 2000; ++round) {
-        std::string bytes(static_cast<std::size_t>(round % 97), 'x');
+        // Short stretches, and long ones where the byte counters must be folded in time.
+        const std::size_t size = round % 10 == 0 ? 20000 + round : round % 331;
+        std::string bytes(size, 'x');
         for (char& b : bytes) {
             seed = seed * 1103515245u + 12345u;
-            const unsigned pick = (seed >> 16) % 16;
+            const unsigned pick = (seed >> 16) % (size > 1000 ? 64 : 16);
             b = pick == 0 ? '\n' : pick == 1 ? '\t' : pick == 2 ? '\xC3' : 'x';
         }
         const auto* first = reinterpret_cast<const unsigned char*>(bytes.data());
