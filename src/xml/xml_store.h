@@ -108,6 +108,14 @@ public:
     }
     std::size_t Capacity() const noexcept { return slots_.capacity() * sizeof(Slot); }
 
+    // The name that followed the last one the previous time, the likely next one; null when
+    // there is none.
+    const XmlName* Expected() const noexcept {
+        return last_ != nullptr ? last_->Successor : nullptr;
+    }
+    // The expected name was read: the same as interning it.
+    void TakeExpected() noexcept { last_ = last_->Successor; }
+
 private:
     XmlName* Lookup(std::string_view name);
     struct Slot {

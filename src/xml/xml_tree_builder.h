@@ -24,6 +24,8 @@ public:
     ~XmlTreeBuilder() { CloseAll(); }
 
     const Detail::XmlName* Intern(std::string_view name) { return store_.names.Intern(name); }
+    Detail::NameTable& Names() noexcept { return store_.names; }
+    const Detail::XmlName* OpenTagName() const noexcept { return frames_.back().Tag->name_; }
 
     // Opens a tag as the last child of the open tag, which gets a new empty text behind it;
     // with no tag open, the new tag replaces the root.

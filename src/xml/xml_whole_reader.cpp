@@ -133,6 +133,25 @@ private:
 #endif
         return {reinterpret_cast<const char*>(start), static_cast<std::size_t>(p - start)};
     }
+    // Whether the name at `p` is `name`: its bytes, and no name character behind them.
+    bool NameAt(const unsigned char* p, const XmlName* name) const {
+        const std::size_t size = name->Size;
+        if (static_cast<std::size_t>(end_ - p) < size || Is(p[size], kNameChar)) {
+            return false;
+        }
+        return SameBytes({reinterpret_cast<const char*>(p), size}, name->View());
+    }
+    // The name at `p`, interned; the likely next name is tried before any scan.
+    const XmlName* InternName(const unsigned char*& p) {
+        NameTable& names = builder_.Names();
+        const XmlName* expected = names.Expected();
+        if (expected != nullptr && NameAt(p, expected)) {
+            names.TakeExpected();
+            p += expected->Size;
+            return expected;
+        }
+        return names.Intern(ScanName(p));
+    }
     static void SkipWhite(const unsigned char*& p) {
         while (Is(*p, kWhite)) {
             ++p;
@@ -412,7 +431,7 @@ WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) 
         SkipWhite(p);
         const unsigned char c = *p;
         if (Is(c, kNameStart)) {
-            const XmlName* name = builder_.Intern(ScanName(p));
+            const XmlName* name = InternName(p);
             SkipWhite(p);
             if (*p != '=') {
                 return Step::Failed;
@@ -516,7 +535,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                     return Step::Failed;
                 }
                 ++p;
-                builder_.Open(builder_.Intern(ScanName(p)));
+                builder_.Open(InternName(p));
                 return Step::Content;  // the caller reads the new tag's body
             }
             if (c1 == '/') {
@@ -525,9 +544,11 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 }
                 builder_.SetTextEntry(text_.Commit());
                 p += 2;
-                if (!SameBytes(ScanName(p), builder_.OpenName())) {
+                const XmlName* open = builder_.OpenTagName();
+                if (!NameAt(p, open)) {
                     return Step::Failed;
                 }
+                p += open->Size;
                 SkipWhite(p);
                 if (*p != '>') {
                     return Step::Failed;
@@ -614,7 +635,7 @@ const unsigned char* WholeReader::Read(const unsigned char* p) {
         }
     }
     ++p;
-    builder_.Open(builder_.Intern(ScanName(p)));
+    builder_.Open(InternName(p));
     std::size_t depth = 0;  // of the open element, the root at 0
     preserve_[0] = false;
     for (;;) {
