@@ -197,8 +197,22 @@ public:
         if (got == 0 || file.Failed()) {
             return false;
         }
+        // Line feeds are counted while the bytes are fresh in the cache: a failure is then
+        // placed without a pass over the whole input.
+        Detail::CountFeeds(data_.get() + size_, data_.get() + size_ + got, feeds_, tabs_);
         size_ += static_cast<std::size_t>(got);
         return true;
+    }
+    // The position of `stop`, counted from the first byte.
+    void PositionOf(const unsigned char* stop, std::uint32_t& line, std::uint32_t& column) {
+        // The feeds behind `stop` are the document's trailing bytes, usually few.
+        std::uint64_t behind = 0;
+        bool tabsBehind = false;
+        Detail::CountFeeds(stop, data_.get() + size_, behind, tabsBehind);
+        line = 1;
+        column = 0;
+        Detail::CountFromFeeds(data_.get(), stop, feeds_ - behind, tabs_, line, column);
+        column += 1;
     }
     void Reserve(std::size_t extra) {
         if (capacity_ - size_ >= extra + kWholeTextPadding) {
@@ -218,6 +232,8 @@ private:
     std::unique_ptr<unsigned char[]> data_;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
+    std::uint64_t feeds_ = 0;
+    bool tabs_ = false;
 };
 
 }  // namespace
@@ -245,10 +261,7 @@ bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line
         XmlTreeBuilder builder(document);
         const unsigned char* stop = ReadWholeText(input.Data(), input.Size(), builder);
         if (stop != nullptr) {
-            line = 1;
-            column = 0;
-            Detail::CountLongStretch(input.Data(), stop, line, column);
-            column += 1;
+            input.PositionOf(stop, line, column);
             return true;
         }
     }

@@ -4,13 +4,8 @@
 
 namespace Xml::Detail {
 
-void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
-                      std::uint32_t& column) {
-    // One pass counts the line feeds and notes whether there is any tab. The column is then
-    // the bytes behind the last feed, one each up to the first tab there and counted one by
-    // one from it.
-    std::uint64_t feeds = 0;
-    bool tabs = false;
+void CountFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t& feeds,
+                bool& tabs) {
     const unsigned char* q = p;
 #if defined(__SSE2__)
     const __m128i feed = _mm_set1_epi8('\n');
@@ -36,6 +31,12 @@ void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint
         feeds += *q == '\n';
         tabs = tabs || *q == '\t';
     }
+}
+
+void CountFromFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t feeds,
+                    bool tabs, std::uint32_t& line, std::uint32_t& column) {
+    // The column is the bytes behind the last feed, one each up to the first tab there and
+    // counted one by one from it.
     const unsigned char* lineStart = p;
     if (feeds != 0) {
         line += static_cast<std::uint32_t>(feeds);
@@ -53,6 +54,14 @@ void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint
     }
     column += static_cast<std::uint32_t>(firstTab - lineStart);
     CountBytes(firstTab, to, line, column);
+}
+
+void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
+                      std::uint32_t& column) {
+    std::uint64_t feeds = 0;
+    bool tabs = false;
+    CountFeeds(p, to, feeds, tabs);
+    CountFromFeeds(p, to, feeds, tabs, line, column);
 }
 
 }  // namespace Xml::Detail

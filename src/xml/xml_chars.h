@@ -221,5 +221,13 @@ inline void CountBytes(const unsigned char* p, const unsigned char* to, std::uin
 // behind the last of them decide the column.
 void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
                       std::uint32_t& column);
+// The two halves of CountLongStretch, for input counted piece by piece as it arrives: adds
+// the line feeds from `p` to `to`, and notes whether there is a tab among them.
+void CountFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t& feeds,
+                bool& tabs);
+// Moves the position on over the bytes from `p` to `to`, of which CountFeeds found `feeds`
+// line feeds and `tabs`; `tabs` may be true when only bytes elsewhere have one.
+void CountFromFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t feeds,
+                    bool tabs, std::uint32_t& line, std::uint32_t& column);
 
 }  // namespace Xml::Detail

@@ -50,8 +50,10 @@ XmlTreeBuilder::XmlTreeBuilder(XmlDocument& document)
     : document_(document), store_(FreshStore(document, document.store_)) {}
 
 void XmlTreeBuilder::Open(const Detail::XmlName* name) {
-    auto* tag = new (store_.arena.Allocate(sizeof(XmlTag))) XmlTag();
-    tag->name_ = name;
+    OpenTag(NewTag(name));
+}
+
+void XmlTreeBuilder::OpenTag(XmlTag* tag) {
     if (frames_.empty()) {
         document_.root_ = tag;
     } else {

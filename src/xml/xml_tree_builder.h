@@ -5,6 +5,7 @@
 // reader both end here.
 
 #include <cstdint>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -30,6 +31,22 @@ public:
     // Opens a tag as the last child of the open tag, which gets a new empty text behind it;
     // with no tag open, the new tag replaces the root.
     void Open(const Detail::XmlName* name);
+    // A tag in two steps, for readers that learn only after its start whether it is a leaf:
+    // NewTag makes it; then either AddLeaf adds it with its text as a closed child of the open
+    // tag, or OpenTag opens it as Open does.
+    XmlTag* NewTag(const Detail::XmlName* name) {
+        auto* tag = new (store_.arena.Allocate(sizeof(XmlTag))) XmlTag();
+        tag->name_ = name;
+        return tag;
+    }
+    void AddLeaf(XmlTag* tag, const Detail::XmlText* text) {
+        tag->parent_ = frames_.back().Tag;
+        tag->content_ = text != nullptr ? reinterpret_cast<std::uintptr_t>(text) | 1 : 0;
+        children_.push_back(tag);
+        texts_.push_back(nullptr);
+    }
+    void OpenTag(XmlTag* tag);
+
     // Adds an attribute to the open tag; false, with nothing changed, when the tag already
     // has one of that name.
     bool AddAttribute(const Detail::XmlName* name, std::u16string_view value);

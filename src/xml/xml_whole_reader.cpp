@@ -36,6 +36,7 @@ public:
         }
     }
     char16_t*& Out() noexcept { return out_; }
+    char16_t* First() const noexcept { return reinterpret_cast<char16_t*>(base_ + sizeof(XmlText)); }
     void Put(char16_t unit) noexcept { *out_++ = unit; }
     // Ends the text: null for an empty one, which takes no room.
     const XmlText* Commit() {
@@ -104,10 +105,13 @@ public:
 
 private:
     // Behind the name of a tag just opened: its attributes up to '>' or "/>".
-    enum class Step { Content, Closed, Failed };
+    // Content: a child was opened, its attributes come next. Opened: a child was opened
+    // and read up to the first byte its fast path could not take; its content goes on.
+    enum class Step { Content, Opened, Closed, Failed };
     Step TagBody(const unsigned char*& p, bool& preserve);
     // The content of the open element up to its end tag.
-    Step Content(const unsigned char*& p, bool preserve, bool atStart, bool carriedPreserve);
+    Step Content(const unsigned char*& p, bool preserve, bool atStart, bool carriedPreserve,
+                 bool textBegun);
     bool Value(const unsigned char*& p, unsigned char quote, const XmlText*& value);
     bool CData(const unsigned char*& p);
     bool Reference(const unsigned char*& p, bool& pending);
@@ -167,6 +171,8 @@ private:
     const unsigned char* end_;  // the end mark behind the last byte
     XmlTreeBuilder& builder_;
     TextOut text_;
+    // Whether a child opened by Step::Opened had text read into it.
+    bool openedWithText_ = false;
     // xml:space="preserve" of each open element, the root at 0.
     bool preserve_[kMaxXmlDepth + 1] = {};
 };
@@ -465,11 +471,13 @@ WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) 
 }
 
 WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, bool atStart,
-                                       bool carriedPreserve) {
+                                       bool carriedPreserve, bool textBegun) {
     // `atStart`: nothing of the element's text seen yet, so white space is dropped. A blank
     // owed is written in front of the next text, start tag or section, and dropped before
     // the end tag.
-    text_.Begin();
+    if (!textBegun) {
+        text_.Begin();
+    }
     bool pending = false;
     if (carriedPreserve) {
         // Behind a preserving child, white space up to the next token is still kept as it
@@ -535,8 +543,35 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                     return Step::Failed;
                 }
                 ++p;
-                builder_.Open(InternName(p));
-                return Step::Content;  // the caller reads the new tag's body
+                const XmlName* name = InternName(p);
+                if (*p != '>' || preserve) {
+                    builder_.Open(name);
+                    return Step::Content;  // the caller reads the new tag's body
+                }
+                // No attributes: most such tags are leaves with plain text, which are added
+                // whole without opening them.
+                ++p;
+                XmlTag* tag = builder_.NewTag(name);
+                text_.Begin();
+                if (Is(*p, kRun)) {
+                    CollapsedRun(p);
+                }
+                if (p[0] == '<' && p[1] == '/' && NameAt(p + 2, name)) {
+                    const unsigned char* close = p + 2 + name->Size;
+                    SkipWhite(close);
+                    if (*close == '>') {
+                        builder_.AddLeaf(tag, text_.Commit());
+                        p = close + 1;
+                        text_.Begin();
+                        atStart = false;
+                        pending = false;
+                        continue;
+                    }
+                }
+                // Something else: the tag is opened with the text read so far.
+                openedWithText_ = text_.Out() != text_.First();
+                builder_.OpenTag(tag);
+                return Step::Opened;
             }
             if (c1 == '/') {
                 if (!Is(p[2], kNameStart)) {
@@ -645,17 +680,27 @@ const unsigned char* WholeReader::Read(const unsigned char* p) {
         preserve_[depth] = preserve;
         bool atStart = true;
         bool carried = false;
+        bool textBegun = false;
         for (;;) {
             if (step == Step::Failed) {
                 return nullptr;
             }
             if (step == Step::Content) {
-                step = Content(p, preserve_[depth], atStart, carried);
+                step = Content(p, preserve_[depth], atStart, carried, textBegun);
                 if (step == Step::Content) {
                     // A child was opened: it inherits the rule.
                     ++depth;
                     preserve_[depth] = preserve_[depth - 1];
                     break;
+                }
+                if (step == Step::Opened) {
+                    // A child without attributes, its content begun.
+                    ++depth;
+                    preserve_[depth] = preserve_[depth - 1];
+                    atStart = !openedWithText_;
+                    carried = false;
+                    textBegun = true;
+                    step = Step::Content;
                 }
                 continue;
             }
@@ -668,6 +713,7 @@ const unsigned char* WholeReader::Read(const unsigned char* p) {
             --depth;
             atStart = false;
             carried = closedPreserve && !preserve_[depth];
+            textBegun = false;
             step = Step::Content;
         }
     }

@@ -120,6 +120,11 @@ const std::vector<std::string>& Documents() {
         "<a xml:space='preserve'/><!--c-->",
         "<a xml:space='preserve'/> ",
         "<r><n1.-_:x a:b='\xC3\xA9'>t</n1.-_:x></r>",
+        // Tags without attributes, which may be leaves of plain text, and shapes that are not.
+        "<r><a>x y</a><b> x</b><c>x &amp;</c><d>x <e/>z</d><f></f><g>x  </g><h>x</h ></r>",
+        "<r>t <a>x</a> <a>\xC3\xA9</a><a><![CDATA[c]]></a><a>x<!--c--></a><ab>x</ab></r>",
+        "<r><a>x</ab></r>",
+        "<r xml:space='preserve'><a> x </a><b>y</b></r>",
         // Failures of every kind.
         "",
         "just text",
