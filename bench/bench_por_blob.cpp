@@ -4,6 +4,8 @@
 // against their packet.
 
 #include <cstdio>
+
+#include <malloc.h>
 #include <string>
 #include <vector>
 
@@ -198,6 +200,12 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(count, arguments.Values())) {
         return 1;
     }
+    // Trees of 10,000 records take tens of megabytes that the heap would hand back to the
+    // kernel between repetitions, so that each repetition paid for zeroed pages again and
+    // the figure followed the heap's trimming rather than the work. Fixed thresholds keep
+    // freed memory in the heap for every benchmark of the run alike.
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    mallopt(M_TRIM_THRESHOLD, 1 << 30);
     bench_support::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
