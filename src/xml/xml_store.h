@@ -94,9 +94,8 @@ public:
     explicit NameTable(Arena& arena) : arena_(arena) {}
     const XmlName* Intern(std::string_view name) {
         // The name that followed the last one before is the likely one now.
-        if (last_ != nullptr && last_->Successor != nullptr &&
-            SameBytes(last_->Successor->View(), name)) {
-            last_ = last_->Successor;
+        if (expected_ != nullptr && SameBytes(expected_->View(), name)) {
+            TakeExpected();
             return last_;
         }
         XmlName* found = Lookup(name);
@@ -104,17 +103,19 @@ public:
             last_->Successor = found;
         }
         last_ = found;
+        expected_ = found->Successor;
         return found;
     }
     std::size_t Capacity() const noexcept { return slots_.capacity() * sizeof(Slot); }
 
     // The name that followed the last one the previous time, the likely next one; null when
     // there is none.
-    const XmlName* Expected() const noexcept {
-        return last_ != nullptr ? last_->Successor : nullptr;
-    }
+    const XmlName* Expected() const noexcept { return expected_; }
     // The expected name was read: the same as interning it.
-    void TakeExpected() noexcept { last_ = last_->Successor; }
+    void TakeExpected() noexcept {
+        last_ = expected_;
+        expected_ = last_->Successor;
+    }
 
 private:
     XmlName* Lookup(std::string_view name);
@@ -135,6 +136,7 @@ private:
     static constexpr std::size_t kRecent = 64;
     Arena& arena_;
     XmlName* last_ = nullptr;  // the name that Intern returned last
+    XmlName* expected_ = nullptr;  // its successor, kept at hand
     XmlName* recent_[kRecent] = {};
     std::vector<Slot> slots_;
     std::size_t used_ = 0;

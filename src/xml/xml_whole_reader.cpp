@@ -99,7 +99,7 @@ enum class Markup { Skipped, Failed, Ended };
 class WholeReader {
 public:
     WholeReader(const unsigned char* data, std::size_t size, XmlTreeBuilder& builder)
-        : end_(data + size), builder_(builder), text_(builder.Arena()) {}
+        : end_(data + size), builder_(builder), names_(builder.Names()), text_(builder.Arena()) {}
 
     const unsigned char* Read(const unsigned char* p);
 
@@ -113,11 +113,18 @@ private:
     Step Content(const unsigned char*& p, bool preserve, bool atStart, bool carriedPreserve,
                  bool textBegun);
     bool Value(const unsigned char*& p, unsigned char quote, const XmlText*& value);
-    bool CData(const unsigned char*& p);
-    bool Reference(const unsigned char*& p, bool& pending);
-    bool Sequence(const unsigned char*& p);
+    // These take the position and return the one behind what they read, or null when it
+    // fails: the hot position stays in a register.
+    const unsigned char* CData(const unsigned char* p);
+    const unsigned char* Reference(const unsigned char* p);
+    const unsigned char* Sequence(const unsigned char* p);
     bool Trailing(const unsigned char* p, bool preserve);
-    Markup SkipMarkup(const unsigned char*& p);
+    Markup SkipMarkup(const unsigned char*& p) {
+        Markup result;
+        p = PassMarkup(p, result);
+        return result;
+    }
+    const unsigned char* PassMarkup(const unsigned char* p, Markup& result);
 
     static std::string_view ScanName(const unsigned char*& p) {
         const unsigned char* start = p;
@@ -147,14 +154,13 @@ private:
     }
     // The name at `p`, interned; the likely next name is tried before any scan.
     const XmlName* InternName(const unsigned char*& p) {
-        NameTable& names = builder_.Names();
-        const XmlName* expected = names.Expected();
+        const XmlName* expected = names_.Expected();
         if (expected != nullptr && NameAt(p, expected)) {
-            names.TakeExpected();
+            names_.TakeExpected();
             p += expected->Size;
             return expected;
         }
-        return names.Intern(ScanName(p));
+        return names_.Intern(ScanName(p));
     }
     static void SkipWhite(const unsigned char*& p) {
         while (Is(*p, kWhite)) {
@@ -170,6 +176,7 @@ private:
 
     const unsigned char* end_;  // the end mark behind the last byte
     XmlTreeBuilder& builder_;
+    NameTable& names_;
     TextOut text_;
     // Whether a child opened by Step::Opened had text read into it.
     bool openedWithText_ = false;
@@ -188,16 +195,16 @@ void WholeReader::CollapsedRun(const unsigned char*& p) {
                                   _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
         // A single blank goes along when the byte behind it passes.
         const unsigned ok = pass | (Mask(Eq(v, ' ')) & (pass >> 1));
-        char16_t*& out = text_.Out();
+        char16_t* out = text_.Out();
         StoreWide(out, v);
         if (ok == 0xffff) {
             p += 16;
-            out += 16;
+            text_.Out() = out + 16;
             continue;
         }
         const int count = std::countr_one(ok);
         p += count;
-        out += count;
+        text_.Out() = out + count;
         return;
     }
 #else
@@ -215,16 +222,16 @@ void WholeReader::PreservedRun(const unsigned char*& p) {
         const unsigned ok =
             Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                   _mm_or_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f)), white)));
-        char16_t*& out = text_.Out();
+        char16_t* out = text_.Out();
         StoreWide(out, v);
         if (ok == 0xffff) {
             p += 16;
-            out += 16;
+            text_.Out() = out + 16;
             continue;
         }
         const int count = std::countr_one(ok);
         p += count;
-        out += count;
+        text_.Out() = out + count;
         return;
     }
 #else
@@ -243,16 +250,16 @@ void WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
             _mm_or_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')), _mm_cmpeq_epi8(v, quotes));
         const unsigned pass = Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
         const unsigned ok = pass | (Mask(Eq(v, ' ')) & (pass >> 1));
-        char16_t*& out = text_.Out();
+        char16_t* out = text_.Out();
         StoreWide(out, v);
         if (ok == 0xffff) {
             p += 16;
-            out += 16;
+            text_.Out() = out + 16;
             continue;
         }
         const int count = std::countr_one(ok);
         p += count;
-        out += count;
+        text_.Out() = out + count;
         return;
     }
 #else
@@ -269,16 +276,16 @@ void WholeReader::CDataRun(const unsigned char*& p) {
         const __m128i v = Load16(p);
         const unsigned ok =
             Mask(_mm_andnot_si128(Eq(v, ']'), _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f))));
-        char16_t*& out = text_.Out();
+        char16_t* out = text_.Out();
         StoreWide(out, v);
         if (ok == 0xffff) {
             p += 16;
-            out += 16;
+            text_.Out() = out + 16;
             continue;
         }
         const int count = std::countr_one(ok);
         p += count;
-        out += count;
+        text_.Out() = out + count;
         return;
     }
 #else
@@ -287,37 +294,30 @@ void WholeReader::CDataRun(const unsigned char*& p) {
 #endif
 }
 
-bool WholeReader::Sequence(const unsigned char*& p) {
+const unsigned char* WholeReader::Sequence(const unsigned char* p) {
     char32_t cp = 0;
     const int length = DecodeSequence(p, cp);
     if (length == 0) {
-        return false;
+        return nullptr;
     }
     text_.Need(2);
     text_.Out() = PutCodePoint(text_.Out(), cp);
-    p += length;
-    return true;
+    return p + length;
 }
 
-bool WholeReader::Reference(const unsigned char*& p, bool& pending) {
+const unsigned char* WholeReader::Reference(const unsigned char* p) {
     // The end mark and the zero padding stop every reference before the buffer ends.
-    const unsigned char* at = p;
     char32_t cp = 0;
-    const std::size_t length = ParseReference(p, [at](std::size_t i) { return at[i]; }, cp);
+    const std::size_t length = ParseReference(p, [p](std::size_t i) { return p[i]; }, cp);
     if (length == 0) {
-        return false;
+        return nullptr;
     }
-    text_.Need(3);
-    if (pending) {
-        text_.Put(u' ');
-        pending = false;
-    }
+    text_.Need(2);
     text_.Out() = PutCodePoint(text_.Out(), cp);
-    p += length;
-    return true;
+    return p + length;
 }
 
-Markup WholeReader::SkipMarkup(const unsigned char*& p) {
+const unsigned char* WholeReader::PassMarkup(const unsigned char* p, Markup& result) {
     // `p` stands on '<'. Comments, processing instructions and a doctype without an internal
     // subset are passed over; their bytes are not decoded.
     const char* terminator;
@@ -334,18 +334,20 @@ Markup WholeReader::SkipMarkup(const unsigned char*& p) {
         terminator = ">", length = 1;
         refuseBracket = true;
     } else {
-        return Markup::Failed;
+        result = Markup::Failed;
+        return p;
     }
     for (;;) {
         const unsigned char b = *p;
         if (b == static_cast<unsigned char>(terminator[0]) &&
             std::memcmp(p, terminator, length) == 0) {
-            p += length;
-            return Markup::Skipped;
+            result = Markup::Skipped;
+            return p + length;
         }
         if ((b < 0x20 && !Is(b, kWhite)) || (refuseBracket && b == '[')) {
             // Running into the end mark ends the document rather than failing it.
-            return p == end_ ? Markup::Ended : Markup::Failed;
+            result = p == end_ ? Markup::Ended : Markup::Failed;
+            return p;
         }
         ++p;
     }
@@ -374,7 +376,7 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
             atStart = false;
             if ((cls & kRun) != 0) {
                 ValueRun(p, quote);
-            } else if (!Sequence(p)) {
+            } else if ((p = Sequence(p)) == nullptr) {
                 return false;
             }
             continue;
@@ -385,7 +387,12 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
             continue;
         }
         if (c == '&') {
-            if (!Reference(p, pending)) {
+            if (pending) {
+                text_.Need(1);
+                text_.Put(u' ');
+                pending = false;
+            }
+            if ((p = Reference(p)) == nullptr) {
                 return false;
             }
             atStart = false;
@@ -395,7 +402,7 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
     }
 }
 
-bool WholeReader::CData(const unsigned char*& p) {
+const unsigned char* WholeReader::CData(const unsigned char* p) {
     // Carriage returns are dropped, tabs and line feeds kept, other control bytes refused.
     for (;;) {
         const unsigned char c = *p;
@@ -414,20 +421,19 @@ bool WholeReader::CData(const unsigned char*& p) {
             continue;
         }
         if (c < 0x20) {
-            return false;
+            return nullptr;
         }
         if (c == ']') {
             if (p[1] == ']' && p[2] == '>') {
-                p += 3;
-                return true;
+                return p + 3;
             }
             text_.Need(1);
             text_.Put(u']');
             ++p;
             continue;
         }
-        if (!Sequence(p)) {
-            return false;
+        if ((p = Sequence(p)) == nullptr) {
+            return nullptr;
         }
     }
 }
@@ -517,7 +523,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 } else {
                     CollapsedRun(p);
                 }
-            } else if (!Sequence(p)) {
+            } else if ((p = Sequence(p)) == nullptr) {
                 return Step::Failed;
             }
             continue;
@@ -599,7 +605,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 }
                 atStart = false;
                 p += 9;
-                if (!CData(p)) {
+                if ((p = CData(p)) == nullptr) {
                     return Step::Failed;
                 }
                 continue;
@@ -610,7 +616,12 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
             continue;
         }
         if (c == '&') {
-            if (!Reference(p, pending)) {
+            if (pending) {
+                text_.Need(1);
+                text_.Put(u' ');
+                pending = false;
+            }
+            if ((p = Reference(p)) == nullptr) {
                 return Step::Failed;
             }
             atStart = false;
