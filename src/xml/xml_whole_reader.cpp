@@ -171,7 +171,8 @@ private:
     // Content runs: collapsing single blanks between words, or keeping all white space.
     void CollapsedRun(const unsigned char*& p);
     void PreservedRun(const unsigned char*& p);
-    void ValueRun(const unsigned char*& p, unsigned char quote);
+    // True when the run ended at the closing quote, which is left for the caller.
+    bool ValueRun(const unsigned char*& p, unsigned char quote);
     void CDataRun(const unsigned char*& p);
 
     const unsigned char* end_;  // the end mark behind the last byte
@@ -240,15 +241,16 @@ void WholeReader::PreservedRun(const unsigned char*& p) {
 #endif
 }
 
-void WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
+bool WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
 #if defined(__SSE2__)
     const __m128i quotes = _mm_set1_epi8(static_cast<char>(quote));
     for (;;) {
         text_.Need(kBlockRoom);
         const __m128i v = Load16(p);
-        const __m128i stop =
-            _mm_or_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')), _mm_cmpeq_epi8(v, quotes));
-        const unsigned pass = Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
+        const unsigned closing = Mask(_mm_cmpeq_epi8(v, quotes));
+        const __m128i stop = _mm_or_si128(Eq(v, '<'), Eq(v, '&'));
+        const unsigned pass =
+            Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20)))) & ~closing;
         const unsigned ok = pass | (Mask(Eq(v, ' ')) & (pass >> 1));
         char16_t* out = text_.Out();
         StoreWide(out, v);
@@ -260,12 +262,14 @@ void WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
         const int count = std::countr_one(ok);
         p += count;
         text_.Out() = out + count;
-        return;
+        // Most values end here, at their quote: no need to look at the byte again.
+        return ((closing >> count) & 1) != 0;
     }
 #else
     (void)quote;
     text_.Need(1);
     text_.Put(*p++);
+    return false;
 #endif
 }
 
@@ -375,7 +379,11 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
             }
             atStart = false;
             if ((cls & kRun) != 0) {
-                ValueRun(p, quote);
+                if (ValueRun(p, quote)) {
+                    ++p;
+                    value = text_.Commit();
+                    return true;
+                }
             } else if ((p = Sequence(p)) == nullptr) {
                 return false;
             }
