@@ -243,7 +243,6 @@ bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line
     document.Reset();
     Input input;
     // Four bytes first: a binary document is read on from offset 4 by its own reader.
-    input.Reserve(kFirstRead + KnownRemainder(file) + kBlockSize);
     bool more = true;
     while (more && input.Size() < kFirstRead) {
         more = input.Fill(file, kFirstRead - input.Size());
@@ -253,6 +252,8 @@ bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line
         column = 1;
         return ReadBinaryDocument(document, file);
     }
+    // A file in memory says how much follows, so the buffer is made once.
+    input.Reserve(KnownRemainder(file) + kBlockSize);
     while (more) {
         more = input.Fill(file, kBlockSize);
     }
