@@ -190,7 +190,7 @@ TEST(ReadingPaths, AgreeOnDocumentsOfEveryRule) {
 
 TEST(ReadingPaths, AgreeOnEveryOneByteChange) {
     // Each byte removed, and each byte replaced by one that matters to some rule.
-    const std::string replacements = std::string("<>/&;'\"= \t\n\r!?-[]x:#\xC3\xA9\x80", 25) +
+    const std::string replacements = std::string("<>/&;'\"= \t\n\r!?-[]x:#\xC3\xA9\x80") +
                                      std::string(1, '\0');
     for (const std::string& doc : Documents()) {
         for (std::size_t i = 0; i < doc.size(); ++i) {
