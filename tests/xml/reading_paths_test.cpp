@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "file/file_errors.h"
 #include "xml/read_document.h"
 #include "xml/xml_chars.h"
 #include "xml/xml_tree_builder.h"
@@ -240,6 +241,91 @@ TEST(ReadingPaths, PositionCountedInBulkMatchesCountingByteByByte) {
         ASSERT_EQ(bulkLine, line) << round;
         ASSERT_EQ(bulkColumn, column) << round;
     }
+}
+
+}  // namespace
+
+namespace {
+
+// A file that hands out at most `piece` bytes a read and fails at read number `failing`
+// (from 0; never when negative), as a pipe or a failing disk would.
+class UnevenFile : public File::i_file {
+public:
+    UnevenFile(std::string_view bytes, std::size_t piece, int failing)
+        : bytes_(bytes), piece_(piece), failing_(failing) {}
+    bool Read(void* buffer, std::uint64_t count, std::uint64_t& read) override {
+        read = 0;
+        if (Failed()) {
+            return false;
+        }
+        if (reads_++ == failing_) {
+            // Some bytes arrive with the failure; a reader must not take them.
+            read = std::min<std::uint64_t>(count, bytes_.size() - position_);
+            std::memcpy(buffer, bytes_.data() + position_, read);
+            RecordError(File::MakeFileError(TL_ORIGIN("test"), File::kDriveNotReady));
+            return false;
+        }
+        read = std::min<std::uint64_t>({count, piece_, bytes_.size() - position_});
+        std::memcpy(buffer, bytes_.data() + position_, read);
+        position_ += read;
+        return true;
+    }
+
+private:
+    std::string_view bytes_;
+    std::size_t piece_;
+    int failing_;
+    int reads_ = 0;
+    std::size_t position_ = 0;
+};
+
+TEST(ReadingPaths, ShortReadsAndFailingReadsGiveTheStreamingResult) {
+    const std::string doc = "<r a='1'><x>" + std::string(70000, 'x') + "</x>\n<y>t</y></r>\n";
+    for (std::size_t piece : {std::size_t{1}, std::size_t{3}, std::size_t{5000}, std::size_t{1} << 20}) {
+        for (int failing : {-1, 0, 1, 2, 3, 4, 5}) {
+            UnevenFile file(doc, piece, failing);
+            UnevenFile again(doc, piece, failing);
+            Xml::XmlDocument read;
+            Xml::XmlDocument streamed;
+            std::uint32_t line = 0, column = 0, streamLine = 0, streamColumn = 0;
+            const bool ok = Xml::ReadDocument(read, file, line, column);
+            const bool streamOk = Xml::ReadDocumentStreaming(streamed, again, streamLine, streamColumn);
+            EXPECT_EQ(ok, streamOk) << piece << ' ' << failing;
+            // Short reads alone do not fail a document; a failed read always does. Whole
+            // pieces take five reads: four bytes, two blocks, the rest and the end, which
+            // fails the document too when it fails.
+            EXPECT_EQ(ok, failing < 0 || (piece == std::size_t{1} << 20 && failing == 5))
+                << piece << ' ' << failing;
+            EXPECT_EQ(line, streamLine) << piece << ' ' << failing;
+            EXPECT_EQ(column, streamColumn) << piece << ' ' << failing;
+            std::u16string tree, streamTree;
+            if (read.Root() != nullptr) {
+                Dump(read.Root(), tree);
+            }
+            if (streamed.Root() != nullptr) {
+                Dump(streamed.Root(), streamTree);
+            }
+            EXPECT_TRUE(tree == streamTree) << piece << ' ' << failing;
+        }
+    }
+}
+
+TEST(ReadingPaths, FilesInMemoryAreReadFromTheirPosition) {
+    // The size of a file in memory is taken from its position on, and a binary document
+    // split over short first reads is still told by its magic.
+    File::memory_file memory(std::vector<unsigned char>{'j', 'u', 'n', 'k', '<', 'a', '>', 't', '<', '/', 'a', '>'});
+    memory.Seek(4);
+    Xml::XmlDocument document;
+    std::uint32_t line = 0, column = 0;
+    ASSERT_TRUE(Xml::ReadDocument(document, memory, line, column));
+    EXPECT_EQ(xml_test::Text(document.Root()), u"t");
+
+    UnevenFile binary("BXML", 1, -1);
+    EXPECT_FALSE(Xml::ReadDocument(document, binary, line, column));
+    EXPECT_EQ(line, 1u);
+    EXPECT_EQ(column, 1u);
+    UnevenFile text("BXM", 1, -1);
+    EXPECT_FALSE(Xml::ReadDocument(document, text, line, column));
 }
 
 }  // namespace
