@@ -1,15 +1,11 @@
 #pragma once
 
 // The status of a directory entry asked of Linux, in line where it is asked. A walk asks
-// for the status of every entry, and the return from the kernel finds the caches and the
-// branch predictors cold: every function entered on the way and every frame returned
-// through afterwards costs a measurable share of the walk's time in user space. So the
-// call is one system call made here rather than through the C library's wrapper, and the
-// directory iterator makes it in its own frame when it talks to the system directly.
+// for the status of every entry, so the directory iterator makes this call in its own frame
+// when it talks to the system directly, rather than through the seam's virtual call.
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdint>
@@ -21,18 +17,7 @@ namespace Platform {
 
 // fstatat; 0 or -errno.
 inline int StatusCall(int at, const char* name, struct stat* s, int flags) noexcept {
-#if defined(__x86_64__) && defined(SYS_newfstatat)
-    long result;
-    register long flagsArgument asm("r10") = flags;
-    asm volatile("syscall"
-                 : "=a"(result)
-                 : "0"(static_cast<long>(SYS_newfstatat)), "D"(static_cast<long>(at)), "S"(name),
-                   "d"(s), "r"(flagsArgument)
-                 : "rcx", "r11", "memory");
-    return static_cast<int>(result);
-#else
     return ::fstatat(at, name, s, flags) == 0 ? 0 : -errno;
-#endif
 }
 
 inline std::int64_t StatusNanoseconds(const struct timespec& t) noexcept {
