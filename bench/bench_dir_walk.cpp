@@ -1,15 +1,28 @@
 // Walking a tree of 100,000 files and reading name, type, size and modification time of
 // each: the directory objects beside std::filesystem::recursive_directory_iterator and
-// nftw, in one run. The tree is made once in the temporary directory and removed at exit.
+// nftw, in one run. The tree is made once in the temporary directory and removed at exit;
+// TESSEL_WALK_TREE names a directory to use instead, made when missing and kept, so that a
+// profiler can skip making and removing the tree.
+//
+// The three walks see the same tree with a warm cache, and their repetitions are interleaved
+// (nine of each unless the command line says otherwise), so that a change of the machine's
+// load hits all of them alike. Behind the ratios of CPU time the benchmark prints each walk's
+// user-space and system time per entry, from the thread's resource usage, since the walks
+// make the same system calls and differ in user space only.
 
 #include <fcntl.h>
 #include <ftw.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <tessel_link/file/system_dir.h>
 
@@ -33,11 +46,22 @@ struct Totals {
 class Tree {
 public:
     Tree() {
-        std::string pattern = (fs::temp_directory_path() / "tessel_walk_XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            std::abort();
+        const char* given = std::getenv("TESSEL_WALK_TREE");
+        if (given != nullptr && given[0] != '\0') {
+            root = given;
+            keep_ = true;
+            struct stat s {};
+            if (::stat((root + "/top0").c_str(), &s) == 0) {
+                return;  // made by an earlier run
+            }
+            ::mkdir(root.c_str(), 0755);
+        } else {
+            std::string pattern = (fs::temp_directory_path() / "tessel_walk_XXXXXX").string();
+            if (::mkdtemp(pattern.data()) == nullptr) {
+                std::abort();
+            }
+            root = pattern;
         }
-        root = pattern;
         std::string content;
         for (int t = 0; t < kTop; ++t) {
             const std::string top = root + "/top" + std::to_string(t);
@@ -61,16 +85,95 @@ public:
         }
     }
     ~Tree() {
-        std::error_code ignored;
-        fs::remove_all(root, ignored);
+        if (!keep_) {
+            std::error_code ignored;
+            fs::remove_all(root, ignored);
+        }
     }
 
     std::string root;
+
+private:
+    bool keep_ = false;
 };
 
 Tree& TheTree() {
     static Tree tree;
     return tree;
+}
+
+// User-space and system time of the calling thread, in nanoseconds.
+struct ThreadTimes {
+    double user = 0;
+    double system = 0;
+
+    static ThreadTimes Now() {
+        struct rusage usage {};
+        ::getrusage(RUSAGE_THREAD, &usage);
+        const auto ns = [](const struct timeval& t) {
+            return static_cast<double>(t.tv_sec) * 1e9 + static_cast<double>(t.tv_usec) * 1e3;
+        };
+        return {ns(usage.ru_utime), ns(usage.ru_stime)};
+    }
+};
+
+// Per entry, for every timed run of every walk (the runs that size the repetitions
+// included), and the number of walks made in all; printed at the end.
+std::map<std::string, std::vector<ThreadTimes>> perEntry;
+std::map<std::string, std::uint64_t> walks;
+
+// Measures the thread's times around the timed loop of one repetition.
+class EntryTimes {
+public:
+    EntryTimes(benchmark::State& state, std::string walk)
+        : state_(state), walk_(std::move(walk)), start_(ThreadTimes::Now()) {}
+    ~EntryTimes() {
+        const ThreadTimes end = ThreadTimes::Now();
+        const double entries = static_cast<double>(state_.iterations()) * entries_;
+        if (entries <= 0) {
+            return;
+        }
+        const ThreadTimes each{(end.user - start_.user) / entries,
+                               (end.system - start_.system) / entries};
+        state_.counters["user_ns"] = each.user;
+        state_.counters["sys_ns"] = each.system;
+        perEntry[walk_].push_back(each);
+        walks[walk_] += static_cast<std::uint64_t>(state_.iterations());
+    }
+    void Count(std::uint64_t entries) {
+        entries_ = static_cast<double>(entries);
+        state_.counters["entries"] = entries_;
+    }
+
+private:
+    benchmark::State& state_;
+    std::string walk_;
+    ThreadTimes start_;
+    double entries_ = 0;
+};
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    return n == 0 ? 0 : n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+void PrintPerEntry() {
+    std::printf("\nper entry, median (smallest to largest) of the timed runs:\n");
+    for (const auto& [name, runs] : perEntry) {
+        std::vector<double> user, system;
+        for (const ThreadTimes& t : runs) {
+            user.push_back(t.user);
+            system.push_back(t.system);
+        }
+        std::printf(
+            "  %-16s user %6.1f ns (%.1f to %.1f), system %7.1f ns (%.1f to %.1f); %llu walks\n",
+            name.c_str(), Median(user), *std::min_element(user.begin(), user.end()),
+            *std::max_element(user.begin(), user.end()), Median(system),
+            *std::min_element(system.begin(), system.end()),
+            *std::max_element(system.begin(), system.end()),
+            static_cast<unsigned long long>(walks[name]));
+    }
 }
 
 void WalkOurs(File::i_dir& dir, Totals& totals) {
@@ -93,18 +196,20 @@ void WalkOurs(File::i_dir& dir, Totals& totals) {
 
 void BM_Walk_Ours(benchmark::State& state) {
     const std::u16string root = File::NativeNameToWide(TheTree().root);
+    EntryTimes times(state, "ours");
     for (auto _ : state) {
         Totals totals;
         Common::Error error;
         const auto dir = File::OpenSystemDir(root, error);
         WalkOurs(*dir, totals);
         benchmark::DoNotOptimize(totals);
-        state.counters["entries"] = static_cast<double>(totals.entries);
+        times.Count(totals.entries);
     }
 }
 
 void BM_Walk_StdFilesystem(benchmark::State& state) {
     const fs::path root = TheTree().root;
+    EntryTimes times(state, "std::filesystem");
     for (auto _ : state) {
         Totals totals;
         std::error_code ec;
@@ -120,7 +225,7 @@ void BM_Walk_StdFilesystem(benchmark::State& state) {
             totals.times += entry.last_write_time(ec).time_since_epoch().count();
         }
         benchmark::DoNotOptimize(totals);
-        state.counters["entries"] = static_cast<double>(totals.entries);
+        times.Count(totals.entries);
     }
 }
 
@@ -136,13 +241,14 @@ int Visit(const char* path, const struct stat* st, int type, struct FTW* where) 
 
 void BM_Walk_Nftw(benchmark::State& state) {
     const std::string root = TheTree().root;
+    EntryTimes times(state, "nftw");
     for (auto _ : state) {
         Totals totals;
         nftwTotals = &totals;
         ::nftw(root.c_str(), Visit, 64, FTW_PHYS);
         totals.entries -= 1;  // nftw visits the root too
         benchmark::DoNotOptimize(totals);
-        state.counters["entries"] = static_cast<double>(totals.entries);
+        times.Count(totals.entries);
     }
 }
 
@@ -154,8 +260,15 @@ BENCHMARK(BM_Walk_Nftw)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
     TheTree();  // made before the clocks start
-    return bench_support::RunWithRatios(
-        argc, argv,
+    // Defaults first, so that the command line overrides them.
+    char interleave[] = "--benchmark_enable_random_interleaving=true";
+    char repetitions[] = "--benchmark_repetitions=9";
+    std::vector<char*> arguments{argv[0], interleave, repetitions};
+    arguments.insert(arguments.end(), argv + 1, argv + argc);
+    const int result = bench_support::RunWithRatios(
+        static_cast<int>(arguments.size()), arguments.data(),
         {{"walk of 100,000 files vs std::filesystem", "BM_Walk_StdFilesystem", "BM_Walk_Ours", 1.0},
          {"walk of 100,000 files vs nftw", "BM_Walk_Nftw", "BM_Walk_Ours", 1.0}});
+    PrintPerEntry();
+    return result;
 }

@@ -21,8 +21,10 @@ public:
     static constexpr std::size_t kBlockSize = 8192;
 
     // `io` is shared with the directory that made the iterator, which may go first.
-    explicit nt_dir_iterator(SharedDirIo io) : io_(std::move(io)) {}
-    explicit nt_dir_iterator(Platform::DirIo& io) : io_(Unowned(io)) {}
+    explicit nt_dir_iterator(SharedDirIo io)
+        : io_(std::move(io)), systemIo_(io_.get() == &Platform::SystemDirIo()) {}
+    explicit nt_dir_iterator(Platform::DirIo& io)
+        : io_(Unowned(io)), systemIo_(&io == &Platform::SystemDirIo()) {}
     ~nt_dir_iterator() override;
 
     // Opens the directory `dirName` relative to `at` and stands on its first entry that
@@ -80,42 +82,71 @@ private:
     void Finish();  // no current entry and no more reads
     void ForgetEntry();
     // The status of the current entry, asked for once per position; null in error.
-    const Platform::EntryStatus* Status();
+    const Platform::EntryStatus* Status() {
+        return statusReady_ && !InError() ? &status_ : LoadStatus();
+    }
+    const Platform::EntryStatus* LoadStatus();
+    // The same, made in the caller's frame: the getters that a walk uses most take the
+    // status straight from the system call, without a frame to return through after it.
+    const Platform::EntryStatus* StatusInPlace();
+    void RecordStatusFailure(Platform::SystemError failure);
     void CloseDirectory();
 
+    // Whether a failure is recorded; a clean iterator answers without a call.
+    bool InError() const noexcept {
+        const Common::Error& error = GetError();
+        return !error.Empty() && error.Failed();
+    }
+
+    // What every entry touches comes first, in few cache lines: the system call for the
+    // status of an entry evicts much of what the walk had in the caches.
     SharedDirIo io_;
+    bool systemIo_ = false;  // io_ is the system's own, which the status call may bypass
     Platform::DirHandle fd_ = Platform::kNoDir;
     Mode mode_ = Mode::Listing;
     bool reading_ = false;  // more blocks to read
-    alignas(8) unsigned char buffer_[kBlockSize];
+    bool hasCurrent_ = false;
+    bool matchedAny_ = false;
+    // The current entry.
+    bool nameInBlock_ = false;  // name_ points into buffer_
+    unsigned char type_ = 0;
+    // Filled on demand for the current entry. An ASCII name (nearly all of them) is widened
+    // into asciiWide_, any other into wide_; wideName_ points at the one in use.
+    bool wideReady_ = false;
+    bool statusReady_ = false;
+    bool targetReady_ = false;
+    bool fullPathReady_ = false;
     std::size_t filled_ = 0;
     std::size_t pos_ = 0;
-    bool hasCurrent_ = false;
-    std::u16string dirPath_;
-    std::u16string mask_;
-    bool matchedAny_ = false;
-
-    // The current entry.
-    std::string single_;  // the name when not in the buffer
     const char* name_ = nullptr;
     std::size_t nameLength_ = 0;
-    unsigned char type_ = 0;
     std::uint64_t inode_ = 0;
-    std::u16string displayName_;
-
-    // Filled on demand for the current entry.
-    bool wideReady_ = false;
-    std::u16string wide_;
-    bool statusReady_ = false;
+    const char16_t* wideName_ = nullptr;
     Platform::EntryStatus status_;
-    bool targetReady_ = false;
-    std::u16string target_;
+    std::u16string mask_;
     std::u16string fullPath_;
+    static constexpr std::size_t kAsciiRoom = 256 + 16;
+    alignas(16) char16_t asciiWide_[kAsciiRoom];
+
+    std::u16string dirPath_;
+    std::string single_;  // the name when not in the buffer
+    std::u16string displayName_;
+    std::u16string wide_;
+    std::u16string target_;
+    alignas(16) unsigned char buffer_[kBlockSize];
 };
 
 // Replaces `out` with the wide form of the system name `name` (see NativeNameToWide),
 // reusing its storage.
 void WidenNativeName(std::string_view name, std::u16string& out);
+
+// Widens the `length` bytes at `name` into `out` followed by a zero unit, when they are all
+// ASCII; false (with `out` overwritten) at the first byte that is not. `readable` bytes from
+// `name` on may be read (at least `length`): the bytes go 16 at a time where a whole block of
+// 16 is readable, and what lies past the name is ignored. `out` has room for `length` + 16
+// units.
+bool WidenAsciiName(const char* name, std::size_t length, std::size_t readable,
+                    char16_t* out) noexcept;
 
 // True when `name` matches `mask`: '*' any run of characters, '?' one character.
 bool MatchMask(std::u16string_view mask, std::u16string_view name) noexcept;

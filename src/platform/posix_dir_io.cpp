@@ -17,6 +17,7 @@
 
 #include "platform/dir_io.h"
 #include "platform/posix_errors.h"
+#include "platform/posix_status.h"
 
 namespace Platform {
 
@@ -29,10 +30,6 @@ int At(DirHandle at) {
 // A name with a zero byte inside can't reach the system intact.
 bool Bad(const std::string& name) {
     return name.find('\0') != std::string::npos;
-}
-
-std::int64_t Nanoseconds(const struct timespec& t) {
-    return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
 }
 
 class PosixDirIo final : public DirIo {
@@ -95,28 +92,7 @@ public:
 
     SystemError Status(DirHandle at, const char* name, bool followLinks,
                        EntryStatus& status) override {
-        struct stat s {};
-        int flags = followLinks ? 0 : AT_SYMLINK_NOFOLLOW;
-        if (name[0] == '\0') {
-            flags |= AT_EMPTY_PATH;
-        }
-        if (::fstatat(At(at), name, &s, flags) != 0) {
-            return LastError();
-        }
-        status.Device = s.st_dev;
-        status.Inode = s.st_ino;
-        status.Mode = s.st_mode;
-        status.Links = s.st_nlink;
-        status.Owner = s.st_uid;
-        status.Group = s.st_gid;
-        status.RawDevice = s.st_rdev;
-        status.Size = static_cast<std::uint64_t>(s.st_size);
-        status.Allocated = static_cast<std::uint64_t>(s.st_blocks) * 512;
-        status.AccessNs = Nanoseconds(s.st_atim);
-        status.WriteNs = Nanoseconds(s.st_mtim);
-        status.ChangeNs = Nanoseconds(s.st_ctim);
-        status.BirthNs = 0;
-        return {};
+        return SystemStatus(at, name, followLinks, status);
     }
 
     SystemError ReadLink(DirHandle at, const std::string& name, std::string& target) override {

@@ -1,11 +1,19 @@
 #include <tessel_link/xml/xml_tag.h>
 
+#include <algorithm>
+#include <cstring>
+#include <memory>
 #include <vector>
 
+#include <tessel_link/file/memory_file.h>
+
 #include "xml/binary_xml.h"
+#include "xml/read_document.h"
+#include "xml/xml_chars.h"
 #include "xml/xml_lexer.h"
 #include "xml/xml_store.h"
 #include "xml/xml_tree_builder.h"
+#include "xml/xml_whole_reader.h"
 
 namespace Xml {
 
@@ -135,8 +143,8 @@ private:
 
 }  // namespace
 
-bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line,
-                  std::uint32_t& column) {
+bool ReadDocumentStreaming(XmlDocument& document, File::i_file& file, std::uint32_t& line,
+                           std::uint32_t& column) {
     document.Reset();
     XmlLexer lexer(file);
     const Token first = lexer.Next();
@@ -151,6 +159,118 @@ bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line
     }
     lexer.Where(line, column);
     return ok;
+}
+
+namespace {
+
+constexpr std::size_t kFirstRead = 4;
+constexpr std::size_t kBlockSize = 32768;
+
+// The bytes left to read in a file that lies in memory, or 0 when that is not known.
+std::size_t KnownRemainder(File::i_file& file) {
+    if (auto* view = dynamic_cast<File::buf_ifile<char>*>(&file)) {
+        return static_cast<std::size_t>(view->Size() - view->Position());
+    }
+    if (auto* view = dynamic_cast<File::buf_ifile<unsigned char>*>(&file)) {
+        return static_cast<std::size_t>(view->Size() - view->Position());
+    }
+    if (auto* memory = dynamic_cast<File::memory_file*>(&file)) {
+        const std::uint64_t size = memory->Content().size();
+        return memory->Position() < size ? static_cast<std::size_t>(size - memory->Position()) : 0;
+    }
+    return 0;
+}
+
+// The input gathered whole, with the zero padding that the whole-text reader needs behind it.
+class Input {
+public:
+    unsigned char* Data() noexcept { return data_.get(); }
+    std::size_t Size() const noexcept { return size_; }
+
+    // Reads up to `count` bytes in reads of at most `count`, as the streaming lexer asks for
+    // them; false once the file gives nothing more. The bytes of a read that fails are
+    // dropped, as that lexer drops them.
+    bool Fill(File::i_file& file, std::size_t count) {
+        Reserve(count);
+        std::uint64_t got = 0;
+        file.Read(data_.get() + size_, count, got);
+        if (got == 0 || file.Failed()) {
+            return false;
+        }
+        // Line feeds are counted while the bytes are fresh in the cache: a failure is then
+        // placed without a pass over the whole input.
+        Detail::CountFeeds(data_.get() + size_, data_.get() + size_ + got, feeds_, tabs_);
+        size_ += static_cast<std::size_t>(got);
+        return true;
+    }
+    // The position of `stop`, counted from the first byte.
+    void PositionOf(const unsigned char* stop, std::uint32_t& line, std::uint32_t& column) {
+        // The feeds behind `stop` are the document's trailing bytes, usually few.
+        std::uint64_t behind = 0;
+        bool tabsBehind = false;
+        Detail::CountFeeds(stop, data_.get() + size_, behind, tabsBehind);
+        line = 1;
+        column = 0;
+        Detail::CountFromFeeds(data_.get(), stop, feeds_ - behind, tabs_, line, column);
+        column += 1;
+    }
+    void Reserve(std::size_t extra) {
+        if (capacity_ - size_ >= extra + kWholeTextPadding) {
+            return;
+        }
+        const std::size_t capacity = std::max(capacity_ * 2, size_ + extra + kWholeTextPadding);
+        std::unique_ptr<unsigned char[]> bigger(new unsigned char[capacity]);
+        if (size_ != 0) {
+            std::memcpy(bigger.get(), data_.get(), size_);
+        }
+        data_ = std::move(bigger);
+        capacity_ = capacity;
+    }
+    void Pad() noexcept { std::memset(data_.get() + size_, 0, kWholeTextPadding); }
+
+private:
+    std::unique_ptr<unsigned char[]> data_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+    std::uint64_t feeds_ = 0;
+    bool tabs_ = false;
+};
+
+}  // namespace
+
+bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line,
+                  std::uint32_t& column) {
+    document.Reset();
+    Input input;
+    // Four bytes first: a binary document is read on from offset 4 by its own reader.
+    bool more = true;
+    while (more && input.Size() < kFirstRead) {
+        more = input.Fill(file, kFirstRead - input.Size());
+    }
+    if (input.Size() == kFirstRead && std::memcmp(input.Data(), "BXML", 4) == 0) {
+        line = 1;
+        column = 1;
+        return ReadBinaryDocument(document, file);
+    }
+    // A file in memory says how much follows, so the buffer is made once.
+    input.Reserve(KnownRemainder(file) + kBlockSize);
+    while (more) {
+        more = input.Fill(file, kBlockSize);
+    }
+    input.Pad();
+    if (!file.Failed()) {
+        XmlTreeBuilder builder(document);
+        const unsigned char* stop = ReadWholeText(input.Data(), input.Size(), builder);
+        if (stop != nullptr) {
+            input.PositionOf(stop, line, column);
+            return true;
+        }
+    }
+    // The streaming reader goes over the same bytes again: it tells where reading stopped
+    // and leaves the partial tree.
+    File::buf_ifile<unsigned char> again(input.Data(), input.Size());
+    const bool ok = ReadDocumentStreaming(document, again, line, column);
+    return ok && !file.Failed();
 }
 
 }  // namespace Xml

@@ -1,5 +1,7 @@
 #include "xml/xml_lexer.h"
 
+#include "xml/xml_chars.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -13,107 +15,14 @@
 
 namespace Xml {
 
+using namespace Detail;
+
 namespace {
 
 constexpr std::size_t kFirstRead = 4;
 constexpr std::size_t kBlockSize = 32768;
 // Zero bytes kept behind the buffered input, so that a lookahead never leaves the buffer.
 constexpr std::size_t kPadding = 32;
-
-// Byte classes.
-constexpr std::uint8_t kRun = 1;        // part of a text run: 0x21-0x7f without '<' and '&'
-constexpr std::uint8_t kWhite = 2;      // tab, line feed, carriage return, blank
-constexpr std::uint8_t kNameStart = 4;  // A-Z a-z _ :
-constexpr std::uint8_t kNameChar = 8;   // name starts, digits, '-' and '.'
-
-constexpr std::array<std::uint8_t, 256> MakeClasses() {
-    std::array<std::uint8_t, 256> c{};
-    for (int b = 0x21; b < 0x80; ++b) {
-        c[b] |= kRun;
-    }
-    c['<'] &= ~kRun;
-    c['&'] &= ~kRun;
-    for (int b : {9, 10, 13, 32}) {
-        c[b] |= kWhite;
-    }
-    for (int b = 'A'; b <= 'Z'; ++b) {
-        c[b] |= kNameStart | kNameChar;
-        c[b + 32] |= kNameStart | kNameChar;
-    }
-    c['_'] |= kNameStart | kNameChar;
-    c[':'] |= kNameStart | kNameChar;
-    for (int b = '0'; b <= '9'; ++b) {
-        c[b] |= kNameChar;
-    }
-    c['-'] |= kNameChar;
-    c['.'] |= kNameChar;
-    return c;
-}
-
-constexpr std::array<std::uint8_t, 256> kClass = MakeClasses();
-
-inline bool Is(unsigned char b, std::uint8_t cls) {
-    return (kClass[b] & cls) != 0;
-}
-
-inline bool IsContinuation(unsigned char b) {
-    return (b & 0xc0) == 0x80;
-}
-
-// Decodes one multi-byte sequence at `p` (lead byte >= 0x80) under the strict rules: no
-// overlong forms, no surrogates, nothing above U+10FFFF, and neither U+FFFE nor U+FFFF.
-// Returns the bytes used, or 0 when the sequence is invalid. `p` may be read up to four
-// bytes ahead.
-inline int DecodeSequence(const unsigned char* p, char32_t& cp) {
-    const unsigned char b0 = p[0];
-    if (b0 >= 0xc2 && b0 <= 0xdf) {
-        if (!IsContinuation(p[1])) {
-            return 0;
-        }
-        cp = (char32_t(b0 & 0x1f) << 6) | (p[1] & 0x3f);
-        return 2;
-    }
-    if (b0 >= 0xe0 && b0 <= 0xef) {
-        const unsigned char b1 = p[1];
-        const unsigned char low = b0 == 0xe0 ? 0xa0 : 0x80;
-        const unsigned char high = b0 == 0xed ? 0x9f : 0xbf;
-        if (b1 < low || b1 > high || !IsContinuation(p[2])) {
-            return 0;
-        }
-        cp = (char32_t(b0 & 0x0f) << 12) | (char32_t(b1 & 0x3f) << 6) | (p[2] & 0x3f);
-        if (cp >= 0xfffe) {
-            return 0;
-        }
-        return 3;
-    }
-    if (b0 >= 0xf0 && b0 <= 0xf4) {
-        const unsigned char b1 = p[1];
-        const unsigned char low = b0 == 0xf0 ? 0x90 : 0x80;
-        const unsigned char high = b0 == 0xf4 ? 0x8f : 0xbf;
-        if (b1 < low || b1 > high || !IsContinuation(p[2]) || !IsContinuation(p[3])) {
-            return 0;
-        }
-        cp = (char32_t(b0 & 0x07) << 18) | (char32_t(b1 & 0x3f) << 12) |
-             (char32_t(p[2] & 0x3f) << 6) | (p[3] & 0x3f);
-        return 4;
-    }
-    return 0;  // a stray continuation byte, C0, C1 or F5 to FF
-}
-
-inline int SequenceLength(unsigned char lead) {
-    return lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-}
-
-inline char16_t* PutCodePoint(char16_t* out, char32_t cp) {
-    if (cp < 0x10000) {
-        *out++ = static_cast<char16_t>(cp);
-    } else {
-        cp -= 0x10000;
-        *out++ = static_cast<char16_t>(0xd800 | (cp >> 10));
-        *out++ = static_cast<char16_t>(0xdc00 | (cp & 0x3ff));
-    }
-    return out;
-}
 
 }  // namespace
 
@@ -135,26 +44,6 @@ XmlLexer::XmlLexer(File::i_file& file) : file_(file) {
     buffer_.reset(new unsigned char[capacity_]());
     stepStart_ = cursor_ = end_ = counted_ = nameStart_ = buffer_.get();
 }
-
-namespace {
-
-// Line and column after the bytes from `p` to `to`, one byte at a time.
-inline void CountBytes(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
-                       std::uint32_t& column) {
-    for (; p < to; ++p) {
-        const unsigned char b = *p;
-        if (b == '\t') {
-            column = (column | 7) + 1;
-        } else if (b == '\n') {
-            ++line;
-            column = 0;
-        } else {
-            ++column;
-        }
-    }
-}
-
-}  // namespace
 
 void XmlLexer::CountTo(const unsigned char* to) {
     std::uint32_t line = line_;
@@ -285,31 +174,6 @@ XmlToken XmlLexer::StartStep() {
     }
     return ContentStep();
 }
-
-namespace {
-
-#if defined(__SSE2__)
-// A bit per byte of the sixteen at `p` that may stand in a name: letters, digits, '_', ':',
-// '-' and '.'.
-inline unsigned NameBytes(const unsigned char* p) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    // Folding the case maps both letter ranges onto 'A' to 'Z'; ranges are tested with
-    // signed compares, which leave bytes from 0x80 up below every range.
-    const __m128i upper = _mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xdf)));
-    const __m128i letter = _mm_and_si128(_mm_cmpgt_epi8(upper, _mm_set1_epi8('A' - 1)),
-                                         _mm_cmplt_epi8(upper, _mm_set1_epi8('Z' + 1)));
-    // '-', '.' and the digits lie together apart from '/': 0x2d to 0x39.
-    const __m128i digitOrDash = _mm_andnot_si128(
-        _mm_cmpeq_epi8(v, _mm_set1_epi8('/')),
-        _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8('-' - 1)), _mm_cmplt_epi8(v, _mm_set1_epi8('9' + 1))));
-    const __m128i other = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('_')),
-                                       _mm_cmpeq_epi8(v, _mm_set1_epi8(':')));
-    return static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(letter, digitOrDash), other)));
-}
-#endif
-
-}  // namespace
 
 void XmlLexer::ScanName() {
     // The cursor stands on a name start.
@@ -622,44 +486,9 @@ XmlToken XmlLexer::Entity() {
         return cursor_ + i < end_ ? cursor_[i] : 0;
     };
     char32_t cp = 0;
-    std::size_t length = 0;
     Ensure(6);
-    if (std::memcmp(cursor_, "&lt;", 4) == 0) {
-        cp = '<', length = 4;
-    } else if (std::memcmp(cursor_, "&gt;", 4) == 0) {
-        cp = '>', length = 4;
-    } else if (std::memcmp(cursor_, "&amp;", 5) == 0) {
-        cp = '&', length = 5;
-    } else if (std::memcmp(cursor_, "&apos;", 6) == 0) {
-        cp = '\'', length = 6;
-    } else if (std::memcmp(cursor_, "&quot;", 6) == 0) {
-        cp = '"', length = 6;
-    } else if (cursor_[1] == '#') {
-        const bool hex = at(2) == 'x';
-        std::size_t i = hex ? 3 : 2;
-        const std::size_t firstDigit = i;
-        std::uint32_t value = 0;
-        for (;; ++i) {
-            const unsigned char d = at(i);
-            std::uint32_t digit;
-            if (d >= '0' && d <= '9') {
-                digit = d - '0';
-            } else if (hex && d >= 'a' && d <= 'f') {
-                digit = d - 'a' + 10;
-            } else if (hex && d >= 'A' && d <= 'F') {
-                digit = d - 'A' + 10;
-            } else {
-                break;
-            }
-            // Anything at or above 0x110000 is refused; stop growing once there.
-            value = std::min<std::uint32_t>(value * (hex ? 16 : 10) + digit, 0x110000);
-        }
-        if (i == firstDigit || at(i) != ';' || value >= 0x110000) {
-            return Fail();
-        }
-        cp = value;
-        length = i + 1;
-    } else {
+    const std::size_t length = ParseReference(cursor_, at, cp);
+    if (length == 0) {
         return Fail();
     }
     cursor_ += length;

@@ -102,6 +102,18 @@ void Arena::Grow(std::size_t bytes) {
     capacity_ += size;
 }
 
+char* Arena::RegrowTail(std::size_t used, std::size_t bytes) {
+    if (static_cast<std::size_t>(end_ - next_) >= bytes) {
+        return next_;
+    }
+    const char* old = next_;
+    Grow((bytes + 7) & ~std::size_t{7});
+    if (used != 0) {
+        std::memcpy(next_, old, used);
+    }
+    return next_;
+}
+
 XmlName* NameTable::Lookup(std::string_view name) {
     if (name.size() > UINT32_MAX) {
         throw std::length_error("name too long");

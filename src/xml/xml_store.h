@@ -28,6 +28,18 @@ public:
     // Bytes of all chunks taken from the heap.
     std::size_t Capacity() const noexcept { return capacity_; }
 
+    // A block of a length not known in advance is written in place at the free end of the
+    // current chunk, from Tail() up to at most TailEnd(), and then taken with TakeTail.
+    char* Tail() const noexcept { return next_; }
+    char* TailEnd() const noexcept { return end_; }
+    // Makes `bytes` free at the tail, carrying the `used` bytes already written there over
+    // into a new chunk when the current one has too little room left; returns the tail.
+    char* RegrowTail(std::size_t used, std::size_t bytes);
+    // Takes the bytes from Tail() up to `to` as one block.
+    void TakeTail(char* to) noexcept {
+        next_ += (static_cast<std::size_t>(to - next_) + 7) & ~std::size_t{7};
+    }
+
 private:
     void Grow(std::size_t bytes);
 
@@ -62,7 +74,15 @@ inline bool SameBytes(std::string_view x, std::string_view y) noexcept {
     if (size >= 4 && size < 8) {
         return load4(a) == load4(b) && load4(a + size - 4) == load4(b + size - 4);
     }
-    return size == 0 || std::memcmp(a, b, size) == 0;
+    if (size < 4) {
+        for (std::size_t i = 0; i < size; ++i) {
+            if (a[i] != b[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+    return std::memcmp(a, b, size) == 0;
 }
 
 // The hash of a name in the table below, keyed per process.
@@ -74,9 +94,8 @@ public:
     explicit NameTable(Arena& arena) : arena_(arena) {}
     const XmlName* Intern(std::string_view name) {
         // The name that followed the last one before is the likely one now.
-        if (last_ != nullptr && last_->Successor != nullptr &&
-            SameBytes(last_->Successor->View(), name)) {
-            last_ = last_->Successor;
+        if (expected_ != nullptr && SameBytes(expected_->View(), name)) {
+            TakeExpected();
             return last_;
         }
         XmlName* found = Lookup(name);
@@ -84,9 +103,19 @@ public:
             last_->Successor = found;
         }
         last_ = found;
+        expected_ = found->Successor;
         return found;
     }
     std::size_t Capacity() const noexcept { return slots_.capacity() * sizeof(Slot); }
+
+    // The name that followed the last one the previous time, the likely next one; null when
+    // there is none.
+    const XmlName* Expected() const noexcept { return expected_; }
+    // The expected name was read: the same as interning it.
+    void TakeExpected() noexcept {
+        last_ = expected_;
+        expected_ = last_->Successor;
+    }
 
 private:
     XmlName* Lookup(std::string_view name);
@@ -107,6 +136,7 @@ private:
     static constexpr std::size_t kRecent = 64;
     Arena& arena_;
     XmlName* last_ = nullptr;  // the name that Intern returned last
+    XmlName* expected_ = nullptr;  // its successor, kept at hand
     XmlName* recent_[kRecent] = {};
     std::vector<Slot> slots_;
     std::size_t used_ = 0;

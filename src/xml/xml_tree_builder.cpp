@@ -31,10 +31,10 @@ std::size_t XmlDocument::MemoryUsage() const noexcept {
 
 namespace {
 
-// memcpy that accepts the null pointers of empty vectors.
-void CopyBytes(void* to, const void* from, std::size_t bytes) {
-    if (bytes != 0) {
-        std::memcpy(to, from, bytes);
+template <typename T>
+inline void CopyItems(T* to, const T* from, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        to[i] = from[i];
     }
 }
 
@@ -50,8 +50,10 @@ XmlTreeBuilder::XmlTreeBuilder(XmlDocument& document)
     : document_(document), store_(FreshStore(document, document.store_)) {}
 
 void XmlTreeBuilder::Open(const Detail::XmlName* name) {
-    auto* tag = new (store_.arena.Allocate(sizeof(XmlTag))) XmlTag();
-    tag->name_ = name;
+    OpenTag(NewTag(name));
+}
+
+void XmlTreeBuilder::OpenTag(XmlTag* tag) {
     if (frames_.empty()) {
         document_.root_ = tag;
     } else {
@@ -66,17 +68,11 @@ void XmlTreeBuilder::Open(const Detail::XmlName* name) {
 }
 
 bool XmlTreeBuilder::AddAttribute(const Detail::XmlName* name, std::u16string_view value) {
-    // Names are interned, so the mark on the name tells whether this tag has it already.
-    auto* entry = const_cast<Detail::XmlName*>(name);
-    if (entry->Mark == frames_.back().Mark) {
-        return false;
-    }
-    entry->Mark = frames_.back().Mark;
-    attributes_.push_back({name, store_.NewText(value)});
-    return true;
+    return AddAttributeText(name, store_.NewText(value));
 }
 
-void XmlTreeBuilder::SortAttributes(Detail::XmlAttributeSlot* first, std::size_t count) {
+const std::uint32_t* XmlTreeBuilder::SortOrder(const Detail::XmlAttributeSlot* first,
+                                               std::size_t count) {
     // Names are interned: the same pointers in the same order sort the same way.
     const bool repeated =
         count == lastNames_.size() &&
@@ -95,11 +91,7 @@ void XmlTreeBuilder::SortAttributes(Detail::XmlAttributeSlot* first, std::size_t
             return first[a].Name->View() < first[b].Name->View();
         });
     }
-    sorted_.resize(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        sorted_[i] = first[lastOrder_[i]];
-    }
-    std::copy(sorted_.begin(), sorted_.end(), first);
+    return lastOrder_.data();
 }
 
 void XmlTreeBuilder::Close() {
@@ -113,22 +105,28 @@ void XmlTreeBuilder::Close() {
         const Detail::XmlText* text = texts_.back();
         frame.Tag->content_ = text != nullptr ? reinterpret_cast<std::uintptr_t>(text) | 1 : 0;
     } else {
-        Detail::XmlAttributeSlot* first = attributes_.data() + frame.FirstAttribute;
-        if (attributeCount > 1) {
-            SortAttributes(first, attributeCount);
-        }
+        const Detail::XmlAttributeSlot* first = attributes_.data() + frame.FirstAttribute;
         const std::size_t bytes = sizeof(Detail::XmlContent) + childCount * sizeof(XmlTag*) +
                                   attributeCount * sizeof(Detail::XmlAttributeSlot) +
                                   textCount * sizeof(Detail::XmlText*);
         auto* content = static_cast<Detail::XmlContent*>(store_.arena.Allocate(bytes));
         content->ChildCount = static_cast<std::uint32_t>(childCount);
         content->AttributeCount = static_cast<std::uint32_t>(attributeCount);
-        CopyBytes(const_cast<const XmlTag**>(content->Children()),
-                  children_.data() + frame.FirstChild, childCount * sizeof(XmlTag*));
-        CopyBytes(const_cast<Detail::XmlAttributeSlot*>(content->Attributes()), first,
-                  attributeCount * sizeof(Detail::XmlAttributeSlot));
-        CopyBytes(const_cast<const Detail::XmlText**>(content->Texts()),
-                  texts_.data() + frame.FirstText, textCount * sizeof(Detail::XmlText*));
+        // Element-wise copies: the counts are small, and a library call costs more.
+        CopyItems(const_cast<const XmlTag**>(content->Children()),
+                  children_.data() + frame.FirstChild, childCount);
+        auto* slots = const_cast<Detail::XmlAttributeSlot*>(content->Attributes());
+        if (attributeCount > 1) {
+            // Sorted by name on the way into the tree.
+            const std::uint32_t* order = SortOrder(first, attributeCount);
+            for (std::size_t i = 0; i < attributeCount; ++i) {
+                slots[i] = first[order[i]];
+            }
+        } else {
+            CopyItems(slots, first, attributeCount);
+        }
+        CopyItems(const_cast<const Detail::XmlText**>(content->Texts()),
+                  texts_.data() + frame.FirstText, textCount);
         frame.Tag->content_ = reinterpret_cast<std::uintptr_t>(content);
     }
     children_.resize(frame.FirstChild);

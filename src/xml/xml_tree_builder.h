@@ -5,6 +5,7 @@
 // reader both end here.
 
 #include <cstdint>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -24,15 +25,49 @@ public:
     ~XmlTreeBuilder() { CloseAll(); }
 
     const Detail::XmlName* Intern(std::string_view name) { return store_.names.Intern(name); }
+    Detail::NameTable& Names() noexcept { return store_.names; }
+    const Detail::XmlName* OpenTagName() const noexcept { return frames_.back().Tag->name_; }
 
     // Opens a tag as the last child of the open tag, which gets a new empty text behind it;
     // with no tag open, the new tag replaces the root.
     void Open(const Detail::XmlName* name);
+    // A tag in two steps, for readers that learn only after its start whether it is a leaf:
+    // NewTag makes it; then either AddLeaf adds it with its text as a closed child of the open
+    // tag, or OpenTag opens it as Open does.
+    XmlTag* NewTag(const Detail::XmlName* name) {
+        auto* tag = new (store_.arena.Allocate(sizeof(XmlTag))) XmlTag();
+        tag->name_ = name;
+        return tag;
+    }
+    void AddLeaf(XmlTag* tag, const Detail::XmlText* text) {
+        tag->parent_ = frames_.back().Tag;
+        tag->content_ = text != nullptr ? reinterpret_cast<std::uintptr_t>(text) | 1 : 0;
+        children_.push_back(tag);
+        texts_.push_back(nullptr);
+    }
+    void OpenTag(XmlTag* tag);
+
     // Adds an attribute to the open tag; false, with nothing changed, when the tag already
     // has one of that name.
     bool AddAttribute(const Detail::XmlName* name, std::u16string_view value);
     // Replaces the last text entry of the open tag.
     void SetText(std::u16string_view text) { texts_.back() = store_.NewText(text); }
+
+    // For readers that write texts straight into the arena: the same operations on texts
+    // that already live there.
+    Detail::Arena& Arena() noexcept { return store_.arena; }
+    void SetTextEntry(const Detail::XmlText* text) { texts_.back() = text; }
+    bool AddAttributeText(const Detail::XmlName* name, const Detail::XmlText* value) {
+        // Names are interned, so the mark on the name tells whether this tag has it already.
+        auto* entry = const_cast<Detail::XmlName*>(name);
+        const std::uint32_t mark = frames_.back().Mark;
+        if (entry->Mark == mark) {
+            return false;
+        }
+        entry->Mark = mark;
+        attributes_.push_back({name, value});
+        return true;
+    }
     void Close();
     void CloseAll() {
         while (!frames_.empty()) {
@@ -44,8 +79,9 @@ public:
     std::string_view OpenName() const noexcept { return frames_.back().Tag->Name(); }
 
 private:
-    // Puts the `count` attributes at `first` in the order of their names.
-    void SortAttributes(Detail::XmlAttributeSlot* first, std::size_t count);
+    // The order of the `count` attributes at `first` by name: index i of the result is the
+    // attribute that goes to place i. Valid until the next call.
+    const std::uint32_t* SortOrder(const Detail::XmlAttributeSlot* first, std::size_t count);
     struct Frame {
         XmlTag* Tag;
         std::uint32_t Mark;
@@ -64,7 +100,6 @@ private:
     // the order that sorting gave them: tags of one kind mostly repeat both.
     std::vector<const Detail::XmlName*> lastNames_;
     std::vector<std::uint32_t> lastOrder_;
-    std::vector<Detail::XmlAttributeSlot> sorted_;
     std::vector<const Detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
 };

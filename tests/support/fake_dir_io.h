@@ -4,6 +4,9 @@
 // unless a failure is set for it, and the mount table and the well-known places can be
 // given, so that tests reach the failure paths of the directory objects on real trees.
 
+#include <algorithm>
+#include <cstring>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -37,6 +40,9 @@ public:
     // Entry blocks are cut to this size, to make many reads of small directories.
     std::size_t blockLimit = 0;
     int openDirs = 0;
+    // When not empty, blocks of raw entry records read in turn instead of the directory's
+    // (each cut to the size asked for); an empty block is the end of the directory.
+    std::deque<std::string> blocks;
     // Called at every call before it is made, to see the state of the thread at that moment.
     std::function<void(Call)> onCall;
 
@@ -69,6 +75,12 @@ public:
         if (auto f = Take(Call::ReadEntries)) {
             got = 0;
             return *f;
+        }
+        if (!blocks.empty()) {
+            got = std::min(size, blocks.front().size());
+            std::memcpy(buffer, blocks.front().data(), got);
+            blocks.pop_front();
+            return {};
         }
         return real_.ReadEntries(dir, buffer, blockLimit != 0 && blockLimit < size ? blockLimit : size,
                                  got);

@@ -35,7 +35,8 @@ public:
 
     // The failure recorded, or success.
     const Common::Error& GetError() const noexcept { return error_; }
-    bool Failed() const noexcept { return error_.Failed(); }  // whether a failure is recorded
+    // Whether a failure is recorded; a clean object answers without a call.
+    bool Failed() const noexcept { return !error_.Empty() && error_.Failed(); }
     // Forgets a recorded failure, for a caller that retries.
     void ClearError() noexcept { error_ = Common::ErrorSuccess; }
 

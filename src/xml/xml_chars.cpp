@@ -1,0 +1,67 @@
+#include "xml/xml_chars.h"
+
+#include <cstring>
+
+namespace Xml::Detail {
+
+void CountFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t& feeds,
+                bool& tabs) {
+    const unsigned char* q = p;
+#if defined(__SSE2__)
+    const __m128i feed = _mm_set1_epi8('\n');
+    const __m128i tab = _mm_set1_epi8('\t');
+    while (to - q >= 64) {
+        // Byte counters: a compare gives -1 per feed; up to 63 rounds of four fit in a byte.
+        __m128i counts = _mm_setzero_si128();
+        __m128i anyTab = _mm_setzero_si128();
+        for (int round = 0; round < 63 && to - q >= 64; ++round, q += 64) {
+            for (int i = 0; i < 4; ++i) {
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q + 16 * i));
+                counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, feed));
+                anyTab = _mm_or_si128(anyTab, _mm_cmpeq_epi8(v, tab));
+            }
+        }
+        const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
+        feeds += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums)) +
+                 static_cast<std::uint64_t>(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+        tabs = tabs || _mm_movemask_epi8(anyTab) != 0;
+    }
+#endif
+    for (; q < to; ++q) {
+        feeds += *q == '\n';
+        tabs = tabs || *q == '\t';
+    }
+}
+
+void CountFromFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t feeds,
+                    bool tabs, std::uint32_t& line, std::uint32_t& column) {
+    // The column is the bytes behind the last feed, one each up to the first tab there and
+    // counted one by one from it.
+    const unsigned char* lineStart = p;
+    if (feeds != 0) {
+        line += static_cast<std::uint32_t>(feeds);
+        column = 0;
+        lineStart = static_cast<const unsigned char*>(
+                        memrchr(p, '\n', static_cast<std::size_t>(to - p))) + 1;
+    }
+    const unsigned char* firstTab =
+        tabs ? static_cast<const unsigned char*>(
+                   std::memchr(lineStart, '\t', static_cast<std::size_t>(to - lineStart)))
+             : nullptr;
+    if (firstTab == nullptr) {
+        column += static_cast<std::uint32_t>(to - lineStart);
+        return;
+    }
+    column += static_cast<std::uint32_t>(firstTab - lineStart);
+    CountBytes(firstTab, to, line, column);
+}
+
+void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
+                      std::uint32_t& column) {
+    std::uint64_t feeds = 0;
+    bool tabs = false;
+    CountFeeds(p, to, feeds, tabs);
+    CountFromFeeds(p, to, feeds, tabs, line, column);
+}
+
+}  // namespace Xml::Detail

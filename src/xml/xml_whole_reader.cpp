@@ -1,0 +1,749 @@
+#include "xml/xml_whole_reader.h"
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+
+#include "xml/xml_chars.h"
+#include "xml/xml_tree_builder.h"
+
+namespace Xml {
+
+using namespace Detail;
+
+namespace {
+
+// A text written in place at the free end of the arena: the XmlText header first, then the
+// units. Blocks of sixteen units are stored whole and the pointer moves on by the part that
+// counts, so every write asks for room first.
+class TextOut {
+public:
+    explicit TextOut(Arena& arena) : arena_(arena) {}
+
+    void Begin() {
+        if (static_cast<std::size_t>(arena_.TailEnd() - arena_.Tail()) < kMinRoom) {
+            arena_.RegrowTail(0, kMinRoom);
+        }
+        base_ = arena_.Tail();
+        out_ = reinterpret_cast<char16_t*>(base_ + sizeof(XmlText));
+        limit_ = reinterpret_cast<char16_t*>(arena_.TailEnd());
+    }
+    // Room for `units` more units.
+    void Need(std::size_t units) {
+        if (static_cast<std::size_t>(limit_ - out_) < units) {
+            Grow(units);
+        }
+    }
+    char16_t*& Out() noexcept { return out_; }
+    char16_t* First() const noexcept { return reinterpret_cast<char16_t*>(base_ + sizeof(XmlText)); }
+    void Put(char16_t unit) noexcept { *out_++ = unit; }
+    // Ends the text: null for an empty one, which takes no room.
+    const XmlText* Commit() {
+        auto* first = reinterpret_cast<char16_t*>(base_ + sizeof(XmlText));
+        const std::size_t size = static_cast<std::size_t>(out_ - first);
+        if (size == 0) {
+            return nullptr;
+        }
+        if (size > UINT32_MAX) {
+            throw std::length_error("text too long");
+        }
+        auto* text = reinterpret_cast<XmlText*>(base_);
+        text->Size = static_cast<std::uint32_t>(size);
+        arena_.TakeTail(reinterpret_cast<char*>(out_));
+        return text;
+    }
+
+private:
+    static constexpr std::size_t kMinRoom = 256;
+
+    void Grow(std::size_t units) {
+        const std::size_t used = static_cast<std::size_t>(reinterpret_cast<char*>(out_) - base_);
+        const std::size_t want = used + units * sizeof(char16_t);
+        base_ = arena_.RegrowTail(used, want + want / 2 + kMinRoom);
+        out_ = reinterpret_cast<char16_t*>(base_ + used);
+        limit_ = reinterpret_cast<char16_t*>(arena_.TailEnd());
+    }
+
+    Arena& arena_;
+    char* base_ = nullptr;
+    char16_t* out_ = nullptr;
+    char16_t* limit_ = nullptr;
+};
+
+// Room a block copy may use: sixteen units, and a blank owed in front.
+constexpr std::size_t kBlockRoom = 18;
+
+#if defined(__SSE2__)
+inline __m128i Load16(const unsigned char* p) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+inline void StoreWide(char16_t* out, __m128i v) {
+    const __m128i zero = _mm_setzero_si128();
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(v, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(v, zero));
+}
+
+inline unsigned Mask(__m128i m) {
+    return static_cast<unsigned>(_mm_movemask_epi8(m));
+}
+
+inline __m128i Eq(__m128i v, char c) {
+    return _mm_cmpeq_epi8(v, _mm_set1_epi8(c));
+}
+#endif
+
+enum class Markup { Skipped, Failed, Ended };
+
+class WholeReader {
+public:
+    WholeReader(const unsigned char* data, std::size_t size, XmlTreeBuilder& builder)
+        : end_(data + size), builder_(builder), names_(builder.Names()), text_(builder.Arena()) {}
+
+    const unsigned char* Read(const unsigned char* p);
+
+private:
+    // Behind the name of a tag just opened: its attributes up to '>' or "/>".
+    // Content: a child was opened, its attributes come next. Opened: a child was opened
+    // and read up to the first byte its fast path could not take; its content goes on.
+    enum class Step { Content, Opened, Closed, Failed };
+    Step TagBody(const unsigned char*& p, bool& preserve);
+    // The content of the open element up to its end tag.
+    Step Content(const unsigned char*& p, bool preserve, bool atStart, bool carriedPreserve,
+                 bool textBegun);
+    bool Value(const unsigned char*& p, unsigned char quote, const XmlText*& value);
+    // These take the position and return the one behind what they read, or null when it
+    // fails: the hot position stays in a register.
+    const unsigned char* CData(const unsigned char* p);
+    const unsigned char* Reference(const unsigned char* p);
+    const unsigned char* Sequence(const unsigned char* p);
+    bool Trailing(const unsigned char* p, bool preserve);
+    Markup SkipMarkup(const unsigned char*& p) {
+        Markup result;
+        p = PassMarkup(p, result);
+        return result;
+    }
+    const unsigned char* PassMarkup(const unsigned char* p, Markup& result);
+
+    static std::string_view ScanName(const unsigned char*& p) {
+        const unsigned char* start = p;
+#if defined(__SSE2__)
+        for (;;) {
+            const unsigned mask = NameBytes(p);
+            if (mask != 0xffff) {
+                p += std::countr_one(mask);
+                break;
+            }
+            p += 16;
+        }
+#else
+        while (Is(*p, kNameChar)) {
+            ++p;
+        }
+#endif
+        return {reinterpret_cast<const char*>(start), static_cast<std::size_t>(p - start)};
+    }
+    // Whether the name at `p` is `name`: its bytes, and no name character behind them.
+    bool NameAt(const unsigned char* p, const XmlName* name) const {
+        const std::size_t size = name->Size;
+        if (static_cast<std::size_t>(end_ - p) < size || Is(p[size], kNameChar)) {
+            return false;
+        }
+        return SameBytes({reinterpret_cast<const char*>(p), size}, name->View());
+    }
+    // The name at `p`, interned; the likely next name is tried before any scan.
+    const XmlName* InternName(const unsigned char*& p) {
+        const XmlName* expected = names_.Expected();
+        if (expected != nullptr && NameAt(p, expected)) {
+            names_.TakeExpected();
+            p += expected->Size;
+            return expected;
+        }
+        return names_.Intern(ScanName(p));
+    }
+    static void SkipWhite(const unsigned char*& p) {
+        while (Is(*p, kWhite)) {
+            ++p;
+        }
+    }
+
+    // Content runs: collapsing single blanks between words, or keeping all white space.
+    void CollapsedRun(const unsigned char*& p);
+    void PreservedRun(const unsigned char*& p);
+    // True when the run ended at the closing quote, which is left for the caller.
+    bool ValueRun(const unsigned char*& p, unsigned char quote);
+    void CDataRun(const unsigned char*& p);
+
+    const unsigned char* end_;  // the end mark behind the last byte
+    XmlTreeBuilder& builder_;
+    NameTable& names_;
+    TextOut text_;
+    // Whether a child opened by Step::Opened had text read into it.
+    bool openedWithText_ = false;
+    // xml:space="preserve" of each open element, the root at 0.
+    bool preserve_[kMaxXmlDepth + 1] = {};
+};
+
+void WholeReader::CollapsedRun(const unsigned char*& p) {
+#if defined(__SSE2__)
+    for (;;) {
+        text_.Need(kBlockRoom);
+        const __m128i v = Load16(p);
+        // Signed compare: 0x21 to 0x7f are above 0x20, bytes from 0x80 up are negative.
+        const unsigned pass =
+            Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
+                                  _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
+        // A single blank goes along when the byte behind it passes.
+        const unsigned ok = pass | (Mask(Eq(v, ' ')) & (pass >> 1));
+        char16_t* out = text_.Out();
+        StoreWide(out, v);
+        if (ok == 0xffff) {
+            p += 16;
+            text_.Out() = out + 16;
+            continue;
+        }
+        const int count = std::countr_one(ok);
+        p += count;
+        text_.Out() = out + count;
+        return;
+    }
+#else
+    text_.Need(1);
+    text_.Put(*p++);
+#endif
+}
+
+void WholeReader::PreservedRun(const unsigned char*& p) {
+#if defined(__SSE2__)
+    for (;;) {
+        text_.Need(kBlockRoom);
+        const __m128i v = Load16(p);
+        const __m128i white = _mm_or_si128(_mm_or_si128(Eq(v, '\t'), Eq(v, '\n')), Eq(v, '\r'));
+        const unsigned ok =
+            Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
+                                  _mm_or_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f)), white)));
+        char16_t* out = text_.Out();
+        StoreWide(out, v);
+        if (ok == 0xffff) {
+            p += 16;
+            text_.Out() = out + 16;
+            continue;
+        }
+        const int count = std::countr_one(ok);
+        p += count;
+        text_.Out() = out + count;
+        return;
+    }
+#else
+    text_.Need(1);
+    text_.Put(*p++);
+#endif
+}
+
+bool WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
+#if defined(__SSE2__)
+    const __m128i quotes = _mm_set1_epi8(static_cast<char>(quote));
+    for (;;) {
+        text_.Need(kBlockRoom);
+        const __m128i v = Load16(p);
+        const unsigned closing = Mask(_mm_cmpeq_epi8(v, quotes));
+        const __m128i stop = _mm_or_si128(Eq(v, '<'), Eq(v, '&'));
+        const unsigned pass =
+            Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20)))) & ~closing;
+        const unsigned ok = pass | (Mask(Eq(v, ' ')) & (pass >> 1));
+        char16_t* out = text_.Out();
+        StoreWide(out, v);
+        if (ok == 0xffff) {
+            p += 16;
+            text_.Out() = out + 16;
+            continue;
+        }
+        const int count = std::countr_one(ok);
+        p += count;
+        text_.Out() = out + count;
+        // Most values end here, at their quote: no need to look at the byte again.
+        return ((closing >> count) & 1) != 0;
+    }
+#else
+    (void)quote;
+    text_.Need(1);
+    text_.Put(*p++);
+    return false;
+#endif
+}
+
+void WholeReader::CDataRun(const unsigned char*& p) {
+#if defined(__SSE2__)
+    for (;;) {
+        text_.Need(kBlockRoom);
+        const __m128i v = Load16(p);
+        const unsigned ok =
+            Mask(_mm_andnot_si128(Eq(v, ']'), _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f))));
+        char16_t* out = text_.Out();
+        StoreWide(out, v);
+        if (ok == 0xffff) {
+            p += 16;
+            text_.Out() = out + 16;
+            continue;
+        }
+        const int count = std::countr_one(ok);
+        p += count;
+        text_.Out() = out + count;
+        return;
+    }
+#else
+    text_.Need(1);
+    text_.Put(*p++);
+#endif
+}
+
+const unsigned char* WholeReader::Sequence(const unsigned char* p) {
+    char32_t cp = 0;
+    const int length = DecodeSequence(p, cp);
+    if (length == 0) {
+        return nullptr;
+    }
+    text_.Need(2);
+    text_.Out() = PutCodePoint(text_.Out(), cp);
+    return p + length;
+}
+
+const unsigned char* WholeReader::Reference(const unsigned char* p) {
+    // The end mark and the zero padding stop every reference before the buffer ends.
+    char32_t cp = 0;
+    const std::size_t length = ParseReference(p, [p](std::size_t i) { return p[i]; }, cp);
+    if (length == 0) {
+        return nullptr;
+    }
+    text_.Need(2);
+    text_.Out() = PutCodePoint(text_.Out(), cp);
+    return p + length;
+}
+
+const unsigned char* WholeReader::PassMarkup(const unsigned char* p, Markup& result) {
+    // `p` stands on '<'. Comments, processing instructions and a doctype without an internal
+    // subset are passed over; their bytes are not decoded.
+    const char* terminator;
+    std::size_t length;
+    bool refuseBracket = false;
+    if (p[1] == '?') {
+        p += 2;
+        terminator = "?>", length = 2;
+    } else if (std::memcmp(p, "<!--", 4) == 0) {
+        p += 4;
+        terminator = "-->", length = 3;
+    } else if (std::memcmp(p, "<!DOCTYPE", 9) == 0 && Is(p[9], kWhite)) {
+        p += 10;
+        terminator = ">", length = 1;
+        refuseBracket = true;
+    } else {
+        result = Markup::Failed;
+        return p;
+    }
+    for (;;) {
+        const unsigned char b = *p;
+        if (b == static_cast<unsigned char>(terminator[0]) &&
+            std::memcmp(p, terminator, length) == 0) {
+            result = Markup::Skipped;
+            return p + length;
+        }
+        if ((b < 0x20 && !Is(b, kWhite)) || (refuseBracket && b == '[')) {
+            // Running into the end mark ends the document rather than failing it.
+            result = p == end_ ? Markup::Ended : Markup::Failed;
+            return p;
+        }
+        ++p;
+    }
+}
+
+bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlText*& value) {
+    // Values are always normalised: white space at either end goes, inside it becomes one
+    // blank.
+    text_.Begin();
+    bool pending = false;
+    bool atStart = true;
+    for (;;) {
+        const unsigned char c = *p;
+        if (c == quote) {
+            ++p;
+            value = text_.Commit();
+            return true;
+        }
+        const std::uint8_t cls = kByteClass[c];
+        if ((cls & (kRun | kHigh)) != 0) {
+            if (pending) {
+                text_.Need(1);
+                text_.Put(u' ');
+                pending = false;
+            }
+            atStart = false;
+            if ((cls & kRun) != 0) {
+                if (ValueRun(p, quote)) {
+                    ++p;
+                    value = text_.Commit();
+                    return true;
+                }
+            } else if ((p = Sequence(p)) == nullptr) {
+                return false;
+            }
+            continue;
+        }
+        if ((cls & kWhite) != 0) {
+            SkipWhite(p);
+            pending = !atStart;
+            continue;
+        }
+        if (c == '&') {
+            if (pending) {
+                text_.Need(1);
+                text_.Put(u' ');
+                pending = false;
+            }
+            if ((p = Reference(p)) == nullptr) {
+                return false;
+            }
+            atStart = false;
+            continue;
+        }
+        return false;  // '<', a control byte or the end
+    }
+}
+
+const unsigned char* WholeReader::CData(const unsigned char* p) {
+    // Carriage returns are dropped, tabs and line feeds kept, other control bytes refused.
+    for (;;) {
+        const unsigned char c = *p;
+        if (c >= 0x20 && c < 0x80 && c != ']') {
+            CDataRun(p);
+            continue;
+        }
+        if (c == '\r') {
+            ++p;
+            continue;
+        }
+        if (c == '\t' || c == '\n') {
+            text_.Need(1);
+            text_.Put(c);
+            ++p;
+            continue;
+        }
+        if (c < 0x20) {
+            return nullptr;
+        }
+        if (c == ']') {
+            if (p[1] == ']' && p[2] == '>') {
+                return p + 3;
+            }
+            text_.Need(1);
+            text_.Put(u']');
+            ++p;
+            continue;
+        }
+        if ((p = Sequence(p)) == nullptr) {
+            return nullptr;
+        }
+    }
+}
+
+WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) {
+    for (;;) {
+        SkipWhite(p);
+        const unsigned char c = *p;
+        if (Is(c, kNameStart)) {
+            const XmlName* name = InternName(p);
+            SkipWhite(p);
+            if (*p != '=') {
+                return Step::Failed;
+            }
+            ++p;
+            SkipWhite(p);
+            const unsigned char quote = *p;
+            if (quote != '"' && quote != '\'') {
+                return Step::Failed;
+            }
+            ++p;
+            const XmlText* value = nullptr;
+            if (!Value(p, quote, value) || !builder_.AddAttributeText(name, value)) {
+                return Step::Failed;
+            }
+            if (name->Size == 9 && name->View() == "xml:space" && TextView(value) == u"preserve") {
+                preserve = true;
+            }
+            continue;
+        }
+        if (c == '>') {
+            ++p;
+            return Step::Content;
+        }
+        if (c == '/' && p[1] == '>') {
+            p += 2;
+            return Step::Closed;
+        }
+        return Step::Failed;
+    }
+}
+
+WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, bool atStart,
+                                       bool carriedPreserve, bool textBegun) {
+    // `atStart`: nothing of the element's text seen yet, so white space is dropped. A blank
+    // owed is written in front of the next text, start tag or section, and dropped before
+    // the end tag.
+    if (!textBegun) {
+        text_.Begin();
+    }
+    bool pending = false;
+    if (carriedPreserve) {
+        // Behind a preserving child, white space up to the next token is still kept as it
+        // stands: the token behind an element is read under that element's rule.
+        for (;;) {
+            if (*p == '<' && (p[1] == '?' || (p[1] == '!' && p[2] == '-') ||
+                              (p[1] == '!' && p[2] == 'D'))) {
+                const unsigned char* at = p;
+                if (SkipMarkup(at) != Markup::Skipped) {
+                    return Step::Failed;
+                }
+                p = at;
+                continue;
+            }
+            break;
+        }
+        if (Is(*p, kWhite)) {
+            do {
+                text_.Need(1);
+                text_.Put(*p++);
+            } while (Is(*p, kWhite));
+        }
+    }
+    for (;;) {
+        const unsigned char c = *p;
+        const std::uint8_t cls = kByteClass[c];
+        if ((cls & (kRun | kHigh)) != 0) {
+            if (pending) {
+                text_.Need(1);
+                text_.Put(u' ');
+                pending = false;
+            }
+            atStart = false;
+            if ((cls & kRun) != 0) {
+                if (preserve) {
+                    PreservedRun(p);
+                } else {
+                    CollapsedRun(p);
+                }
+            } else if ((p = Sequence(p)) == nullptr) {
+                return Step::Failed;
+            }
+            continue;
+        }
+        if ((cls & kWhite) != 0) {
+            if (preserve) {
+                PreservedRun(p);
+                continue;
+            }
+            SkipWhite(p);
+            pending = !atStart;
+            continue;
+        }
+        if (c == '<') {
+            const unsigned char c1 = p[1];
+            if (Is(c1, kNameStart)) {
+                if (pending) {
+                    text_.Need(1);
+                    text_.Put(u' ');
+                }
+                builder_.SetTextEntry(text_.Commit());
+                if (builder_.Depth() >= kMaxXmlDepth) {
+                    return Step::Failed;
+                }
+                ++p;
+                const XmlName* name = InternName(p);
+                if (*p != '>' || preserve) {
+                    builder_.Open(name);
+                    return Step::Content;  // the caller reads the new tag's body
+                }
+                // No attributes: most such tags are leaves with plain text, which are added
+                // whole without opening them.
+                ++p;
+                XmlTag* tag = builder_.NewTag(name);
+                text_.Begin();
+                if (Is(*p, kRun)) {
+                    CollapsedRun(p);
+                }
+                if (p[0] == '<' && p[1] == '/' && NameAt(p + 2, name)) {
+                    const unsigned char* close = p + 2 + name->Size;
+                    SkipWhite(close);
+                    if (*close == '>') {
+                        builder_.AddLeaf(tag, text_.Commit());
+                        p = close + 1;
+                        text_.Begin();
+                        atStart = false;
+                        pending = false;
+                        continue;
+                    }
+                }
+                // Something else: the tag is opened with the text read so far.
+                openedWithText_ = text_.Out() != text_.First();
+                builder_.OpenTag(tag);
+                return Step::Opened;
+            }
+            if (c1 == '/') {
+                if (!Is(p[2], kNameStart)) {
+                    return Step::Failed;
+                }
+                builder_.SetTextEntry(text_.Commit());
+                p += 2;
+                const XmlName* open = builder_.OpenTagName();
+                if (!NameAt(p, open)) {
+                    return Step::Failed;
+                }
+                p += open->Size;
+                SkipWhite(p);
+                if (*p != '>') {
+                    return Step::Failed;
+                }
+                ++p;
+                return Step::Closed;
+            }
+            if (c1 == '!' && std::memcmp(p, "<![CDATA[", 9) == 0) {
+                if (pending) {
+                    text_.Need(1);
+                    text_.Put(u' ');
+                    pending = false;
+                }
+                atStart = false;
+                p += 9;
+                if ((p = CData(p)) == nullptr) {
+                    return Step::Failed;
+                }
+                continue;
+            }
+            if (SkipMarkup(p) != Markup::Skipped) {
+                return Step::Failed;
+            }
+            continue;
+        }
+        if (c == '&') {
+            if (pending) {
+                text_.Need(1);
+                text_.Put(u' ');
+                pending = false;
+            }
+            if ((p = Reference(p)) == nullptr) {
+                return Step::Failed;
+            }
+            atStart = false;
+            continue;
+        }
+        return Step::Failed;  // a control byte or the end inside an element
+    }
+}
+
+bool WholeReader::Trailing(const unsigned char* p, bool preserve) {
+    // Behind the root: white space, comments, processing instructions and doctypes up to
+    // the end. Under the root's preserve, white space there would be text, which fails.
+    for (;;) {
+        const unsigned char c = *p;
+        if (Is(c, kWhite)) {
+            if (preserve) {
+                return false;
+            }
+            SkipWhite(p);
+            continue;
+        }
+        if (c == '<') {
+            if (p[1] == '!' && std::memcmp(p, "<![CDATA[", 9) == 0) {
+                return false;
+            }
+            switch (SkipMarkup(p)) {
+                case Markup::Skipped:
+                    continue;
+                case Markup::Ended:
+                    return true;
+                case Markup::Failed:
+                    return false;
+            }
+        }
+        return p == end_;
+    }
+}
+
+const unsigned char* WholeReader::Read(const unsigned char* p) {
+    if (p[0] == 0xef && p[1] == 0xbb && p[2] == 0xbf) {
+        p += 3;
+    }
+    // The prolog: anything but markup before the root fails.
+    for (;;) {
+        SkipWhite(p);
+        if (*p != '<') {
+            return nullptr;
+        }
+        if (Is(p[1], kNameStart)) {
+            break;
+        }
+        if (p[1] == '!' && std::memcmp(p, "<![CDATA[", 9) == 0) {
+            return nullptr;
+        }
+        if (SkipMarkup(p) != Markup::Skipped) {
+            return nullptr;
+        }
+    }
+    ++p;
+    builder_.Open(InternName(p));
+    std::size_t depth = 0;  // of the open element, the root at 0
+    preserve_[0] = false;
+    for (;;) {
+        // A tag was opened and its name read: its attributes, then its content.
+        bool preserve = preserve_[depth];
+        Step step = TagBody(p, preserve);
+        preserve_[depth] = preserve;
+        bool atStart = true;
+        bool carried = false;
+        bool textBegun = false;
+        for (;;) {
+            if (step == Step::Failed) {
+                return nullptr;
+            }
+            if (step == Step::Content) {
+                step = Content(p, preserve_[depth], atStart, carried, textBegun);
+                if (step == Step::Content) {
+                    // A child was opened: it inherits the rule.
+                    ++depth;
+                    preserve_[depth] = preserve_[depth - 1];
+                    break;
+                }
+                if (step == Step::Opened) {
+                    // A child without attributes, its content begun.
+                    ++depth;
+                    preserve_[depth] = preserve_[depth - 1];
+                    atStart = !openedWithText_;
+                    carried = false;
+                    textBegun = true;
+                    step = Step::Content;
+                }
+                continue;
+            }
+            // Closed: back to the parent's content, behind the child.
+            builder_.Close();
+            const bool closedPreserve = preserve_[depth];
+            if (depth == 0) {
+                return Trailing(p, closedPreserve) ? p : nullptr;
+            }
+            --depth;
+            atStart = false;
+            carried = closedPreserve && !preserve_[depth];
+            textBegun = false;
+            step = Step::Content;
+        }
+    }
+}
+
+}  // namespace
+
+const unsigned char* ReadWholeText(const unsigned char* data, std::size_t size,
+                                   XmlTreeBuilder& builder) {
+    WholeReader reader(data, size, builder);
+    return reader.Read(data);
+}
+
+}  // namespace Xml
