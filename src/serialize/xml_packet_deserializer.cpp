@@ -13,6 +13,7 @@
 
 #include "common/guid_text.h"
 #include "serialize/base64.h"
+#include "xml/xml_store.h"
 
 namespace Serialization {
 
@@ -91,40 +92,10 @@ std::int64_t ParseSigned(std::u16string_view text) {
     return std::strtoll(Narrow(text).c_str(), nullptr, 10);
 }
 
-// Whether the element name `tag` is `wanted`. Names of members are short: compared in at most
-// two word loads each, without a library call, since every member read compares one.
+// Whether the element name `tag` is `wanted`: every member read compares one, and the short
+// names of members compare without a library call.
 inline bool SameName(std::string_view tag, std::string_view wanted) noexcept {
-    const std::size_t size = tag.size();
-    if (size != wanted.size()) {
-        return false;
-    }
-    const char* a = tag.data();
-    const char* b = wanted.data();
-    if (size >= 8 && size <= 16) {
-        std::uint64_t x0, x1, y0, y1;
-        std::memcpy(&x0, a, 8);
-        std::memcpy(&y0, b, 8);
-        std::memcpy(&x1, a + size - 8, 8);
-        std::memcpy(&y1, b + size - 8, 8);
-        return ((x0 ^ y0) | (x1 ^ y1)) == 0;
-    }
-    if (size >= 4 && size < 8) {
-        std::uint32_t x0, x1, y0, y1;
-        std::memcpy(&x0, a, 4);
-        std::memcpy(&y0, b, 4);
-        std::memcpy(&x1, a + size - 4, 4);
-        std::memcpy(&y1, b + size - 4, 4);
-        return ((x0 ^ y0) | (x1 ^ y1)) == 0;
-    }
-    if (size < 4) {
-        for (std::size_t i = 0; i < size; ++i) {
-            if (a[i] != b[i]) {
-                return false;
-            }
-        }
-        return true;
-    }
-    return std::memcmp(a, b, size) == 0;
+    return Xml::Detail::SameBytes(tag, wanted);
 }
 
 // The tree of a large packet is far larger than the caches, and reading a record would wait
