@@ -171,6 +171,10 @@ private:
     // Content runs: collapsing single blanks between words, or keeping all white space.
     void CollapsedRun(const unsigned char*& p);
     void PreservedRun(const unsigned char*& p);
+#if defined(__SSE2__)
+    template <typename Passing>
+    void CopyRun(const unsigned char*& p, const Passing& passing);
+#endif
     // True when the run ended at the closing quote, which is left for the caller.
     bool ValueRun(const unsigned char*& p, unsigned char quote);
     void CDataRun(const unsigned char*& p);
@@ -185,17 +189,15 @@ private:
     bool preserve_[kMaxXmlDepth + 1] = {};
 };
 
-void WholeReader::CollapsedRun(const unsigned char*& p) {
 #if defined(__SSE2__)
+// Widens the bytes at `p` into the text for as long as `passing` gives a bit for each of 16
+// bytes; stops behind the last byte that passes.
+template <typename Passing>
+void WholeReader::CopyRun(const unsigned char*& p, const Passing& passing) {
     for (;;) {
         text_.Need(kBlockRoom);
         const __m128i v = Load16(p);
-        // Signed compare: 0x21 to 0x7f are above 0x20, bytes from 0x80 up are negative.
-        const unsigned pass =
-            Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
-                                  _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
-        // A single blank goes along when the byte behind it passes.
-        const unsigned ok = pass | (Mask(Eq(v, ' ')) & (pass >> 1));
+        const unsigned ok = passing(v);
         char16_t* out = text_.Out();
         StoreWide(out, v);
         if (ok == 0xffff) {
@@ -208,6 +210,19 @@ void WholeReader::CollapsedRun(const unsigned char*& p) {
         text_.Out() = out + count;
         return;
     }
+}
+#endif
+
+void WholeReader::CollapsedRun(const unsigned char*& p) {
+#if defined(__SSE2__)
+    CopyRun(p, [](__m128i v) {
+        // Signed compare: 0x21 to 0x7f are above 0x20, bytes from 0x80 up are negative.
+        const unsigned pass =
+            Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
+                                  _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
+        // A single blank goes along when the byte behind it passes.
+        return pass | (Mask(Eq(v, ' ')) & (pass >> 1));
+    });
 #else
     text_.Need(1);
     text_.Put(*p++);
@@ -216,25 +231,11 @@ void WholeReader::CollapsedRun(const unsigned char*& p) {
 
 void WholeReader::PreservedRun(const unsigned char*& p) {
 #if defined(__SSE2__)
-    for (;;) {
-        text_.Need(kBlockRoom);
-        const __m128i v = Load16(p);
+    CopyRun(p, [](__m128i v) {
         const __m128i white = _mm_or_si128(_mm_or_si128(Eq(v, '\t'), Eq(v, '\n')), Eq(v, '\r'));
-        const unsigned ok =
-            Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
-                                  _mm_or_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f)), white)));
-        char16_t* out = text_.Out();
-        StoreWide(out, v);
-        if (ok == 0xffff) {
-            p += 16;
-            text_.Out() = out + 16;
-            continue;
-        }
-        const int count = std::countr_one(ok);
-        p += count;
-        text_.Out() = out + count;
-        return;
-    }
+        return Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
+                                     _mm_or_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f)), white)));
+    });
 #else
     text_.Need(1);
     text_.Put(*p++);
