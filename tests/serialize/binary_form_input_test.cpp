@@ -17,6 +17,8 @@
 #include <tessel_link/file/memory_file.h>
 #include <tessel_link/xml/xml_tag.h>
 
+#include "binary_packet.h"
+
 namespace {
 
 // One element as the test expects to find it in the tree.
@@ -38,73 +40,38 @@ std::u16string Decoded(std::string_view bytes) {
     return Common::Utf8ToUtf16Lenient(bytes.substr(0, bytes.find('\0')));
 }
 
-// Writes elements in either binary form, naming each name by the number of its first use.
+// Writes elements in either binary form.
 class Encoder {
 public:
-    explicit Encoder(int revision) : revision_(revision) {
-        out_ = std::string("BXML", 4);
-        out_ += static_cast<char>(revision);
-        out_ += '\0';
-    }
+    explicit Encoder(int revision) : writer_(revision) {}
     std::string Encode(const Element& root) {
         Write(root);
-        return out_;
+        return writer_.Bytes();
     }
 
 private:
-    void Number(std::uint32_t n) {
-        do {
-            const auto byte = static_cast<unsigned char>(n & 0x7f);
-            n >>= 7;
-            out_ += static_cast<char>(n != 0 ? byte | 0x80 : byte);
-        } while (n != 0);
-    }
-    void Name(const std::string& name) {
-        const auto found = names_.find(name);
-        if (found != names_.end()) {
-            Number(found->second);
-            return;
-        }
-        const auto number = static_cast<std::uint32_t>(names_.size()) + 1;
-        names_.emplace(name, number);
-        Number(number);
-        Number(static_cast<std::uint32_t>(name.size()));
-        out_ += name;
-    }
-    void Text(const std::string& bytes) {
-        const auto size = static_cast<std::uint32_t>(bytes.size());
-        // The new form counts attribute values in half bytes and flags raw data in the
-        // lowest bit of a text item.
-        Number(revision_ == 2 ? size * 2 : size);
-        out_ += bytes;
-    }
     void Write(const Element& e) {
-        Name(e.Name);
-        if (revision_ == 1) {
-            out_ += static_cast<char>(e.Attributes.size());
+        const bool old = writer_.Revision() == 1;
+        writer_.Name(e.Name);
+        if (old) {
+            writer_.Byte(static_cast<unsigned char>(e.Attributes.size()));
         }
         for (const auto& [name, value] : e.Attributes) {
-            Name(name);
-            Text(value);
+            writer_.Name(name);
+            writer_.Text(value);
         }
-        if (revision_ == 1) {
-            Number(static_cast<std::uint32_t>(e.Texts.size()));
-        } else {
-            Number(0);
-        }
-        Text(e.Texts[0]);
+        writer_.Number(old ? static_cast<std::uint32_t>(e.Texts.size()) : 0);
+        writer_.Text(e.Texts[0]);
         for (std::size_t i = 0; i < e.Children.size(); ++i) {
             Write(e.Children[i]);
-            Text(e.Texts[i + 1]);
+            writer_.Text(e.Texts[i + 1]);
         }
-        if (revision_ == 2) {
-            Number(0);
+        if (!old) {
+            writer_.Number(0);
         }
     }
 
-    int revision_;
-    std::string out_;
-    std::map<std::string, std::uint32_t> names_;
+    packet_test::BinaryWriter writer_;
 };
 
 // Texts that exercise the decoder: every length up to a few chunks of sixteen, ASCII with a
