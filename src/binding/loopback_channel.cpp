@@ -207,10 +207,18 @@ private:
             }
         }
 
-        // Reads the reply into the request's targets and returns the call's outcome.
-        Common::Error ReadReply(const Serialization::Blob& replyPacket) {
+        // Reads the reply into the request's targets and returns the call's outcome, as
+        // ReadReplyPacket does. The reader keeps what it needs of the packet, so the packet's
+        // block (as large as the reply, and more) is given back before the out values are
+        // made, not after: the records then reuse its memory instead of adding to it.
+        Common::Error ReadReply(Serialization::Blob& replyPacket) {
             try {
-                return ReadReplyPacket(*RequestObject, Bytes(replyPacket));
+                Serialization::XMLPacketDeserializer reader(replyPacket.Data(), replyPacket.Size(),
+                                                            kRootSubjectVersion);
+                replyPacket = Serialization::Blob();
+                ReplyResultCapture capture(reader);
+                RequestObject->ReadReply(capture);
+                return capture.Result();
             } catch (const Common::Error& error) {
                 return error;
             }

@@ -41,6 +41,14 @@ Serialization::MetaInfo ReplyResultCapture::NextMetaInfo() {
     return inner_.NextMetaInfo();
 }
 
+bool ReplyResultCapture::NextIs(const Serialization::MetaInfo& meta) {
+    return inner_.NextIs(meta);
+}
+
+std::size_t ReplyResultCapture::CountNext(const Serialization::MetaInfo& meta) {
+    return inner_.CountNext(meta);
+}
+
 void ReplyResultCapture::BeginReadMetaInfo(const Serialization::MetaInfo& meta) {
     inner_.BeginReadMetaInfo(meta);
     ++depth_;

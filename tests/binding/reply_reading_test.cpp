@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <tessel_link/binding/reply_reading.h>
+#include <tessel_link/serialize/xml_packet_deserializer.h>
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
 #include "xidl/components/test_management_proxy.h"
@@ -103,6 +104,48 @@ TEST_F(ReplyReading, AnAbsentResultOrReplyIsAnError) {
     const unsigned char garbage[] = {'<', 'x'};
     auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, out);
     EXPECT_TRUE(Binding::ReadReplyPacket(*request, garbage).Failed());
+}
+
+// The capture answers look-ahead questions as its reader does: a reader that can count a run
+// of items lets a sequence of records reserve room for all of them, and one that can compare
+// the next name saves a MetaInfo per item. A capture that fell back to the base class's
+// answers (no count, a MetaInfo per look) would read the same values, only slower.
+TEST(ReplyResultCaptureTest, LooksAheadThroughItsReader) {
+    const Serialization::MetaInfo reply("reply_TestManager_GetData");
+    const Serialization::MetaInfo item("item");
+    Serialization::XMLPacketSerializer writer(Binding::kPacketFormatRevision, 1);
+    writer.BeginWriteMetaInfo(reply);
+    writer.Write(Serialization::MetaInfo("result"), Common::ErrorSuccess);
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        writer.Write(item, i);
+    }
+    writer.Write(Serialization::MetaInfo("tail"), std::uint32_t{9});
+    writer.FinishWriteMetaInfo(reply);
+    const Serialization::Blob packet = writer.Finish();
+
+    Serialization::XMLPacketDeserializer reader(packet.Data(), packet.Size(),
+                                                Binding::kRootSubjectVersion);
+    Binding::ReplyResultCapture capture(reader);
+    capture.BeginReadMetaInfo(reply);
+    Common::Error result(TL_ORIGIN("test"), 1);
+    capture.Read(Serialization::MetaInfo("result"), result);
+    EXPECT_TRUE(capture.Captured());
+    EXPECT_TRUE(capture.Result().Succeeded());
+
+    EXPECT_EQ(capture.CountNext(item), 3u);
+    EXPECT_EQ(capture.CountNext(item), reader.CountNext(item));
+    EXPECT_TRUE(capture.NextIs(item));
+    EXPECT_FALSE(capture.NextIs(Serialization::MetaInfo("tail")));
+    std::uint32_t value = 7;
+    capture.Read(item, value);
+    EXPECT_EQ(value, 0u);
+    EXPECT_EQ(capture.CountNext(item), 2u);
+    capture.Read(item, value);
+    capture.Read(item, value);
+    EXPECT_EQ(value, 2u);
+    EXPECT_EQ(capture.CountNext(item), 0u);
+    EXPECT_TRUE(capture.NextIs(Serialization::MetaInfo("tail")));
+    capture.FinishReadMetaInfo(reply);
 }
 
 }  // namespace

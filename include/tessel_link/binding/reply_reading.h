@@ -3,6 +3,7 @@
 // What a host's channel needs to finish a call: the packet constants both ends use, and the
 // reading of a reply packet into the request's out arguments and the call's outcome.
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -49,6 +50,10 @@ public:
     Deserializer& Read(const Serialization::MetaInfo& meta, bool& value) override;
     Deserializer& Read(const Serialization::MetaInfo& meta, Common::Error& value) override;
     Serialization::MetaInfo NextMetaInfo() override;
+    // Asked of the reply's deserializer too: its answers spare a sequence of records one
+    // MetaInfo per item and let the sequence reserve room for all of them at once.
+    bool NextIs(const Serialization::MetaInfo& meta) override;
+    std::size_t CountNext(const Serialization::MetaInfo& meta) override;
     void BeginReadMetaInfo(const Serialization::MetaInfo& meta) override;
     void FinishReadMetaInfo(const Serialization::MetaInfo& meta) override;
     std::uint64_t GetSubjectVersion() override;
