@@ -1,4 +1,7 @@
 #include <tessel_link/impl/binding/request_base.h>
+
+#include <string_view>
+
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/messages.h>
 #include <tessel_link/impl/serialize/codec.h>
@@ -50,7 +53,13 @@ std::uint64_t RequestBase::GetInterfaceVersion() const {
 }
 
 std::string RequestBase::ElementName(const char* direction) const {
-    return std::string(direction) + "_" + method_.ComponentName + "_" + method_.MethodName;
+    // Made once a call in each direction, so in one block rather than grown piece by piece.
+    const std::string_view head(direction);
+    std::string name;
+    name.reserve(head.size() + method_.ComponentName.size() + method_.MethodName.size() + 2);
+    name.append(head).append(1, '_').append(method_.ComponentName).append(1, '_').append(
+        method_.MethodName);
+    return name;
 }
 
 void RequestBase::WriteRequest(Serialization::Serializer& serializer) const {
