@@ -73,12 +73,19 @@ public:
 private:
     enum class Mode { Listing, Single, Self, Volume };
 
+    // The whole of Next, GetName and GetType, for what their quick paths leave.
+    bool Step();
+    const char16_t* WideName();
+    std::uint32_t TypeOfStatus();
     bool Open(Platform::DirHandle at, const std::string& dirName, const char* function);
     // Reads the next block; false at the end or on failure, with the reason recorded.
     bool Fetch();
     // Takes the record at pos_ as the current entry.
     void Load();
     bool Matches();
+    // The length of the current name.
+    std::size_t NameSize() const noexcept;
+    static constexpr std::size_t kLengthUnknown = ~std::size_t{0};
     void Finish();  // no current entry and no more reads
     void ForgetEntry();
     // The status of the current entry, asked for once per position; null in error.
@@ -92,6 +99,8 @@ private:
     void RecordStatusFailure(Platform::SystemError failure);
     void CloseDirectory();
 
+    // Whether no error at all is recorded: the quick paths take only a clean iterator.
+    bool Clean() const noexcept { return GetError().Empty(); }
     // Whether a failure is recorded; a clean iterator answers without a call.
     bool InError() const noexcept {
         const Common::Error& error = GetError();
@@ -119,7 +128,10 @@ private:
     std::size_t filled_ = 0;
     std::size_t pos_ = 0;
     const char* name_ = nullptr;
-    std::size_t nameLength_ = 0;
+    // The length of a name in the block is found when first wanted, often while widening it:
+    // a walk that only asks for the status never scans the name.
+    mutable std::size_t nameLength_ = 0;
+    std::size_t nameRoom_ = 0;  // bytes that the name in the block may take
     std::uint64_t inode_ = 0;
     const char16_t* wideName_ = nullptr;
     Platform::EntryStatus status_;
