@@ -289,6 +289,7 @@ void nt_dir_iterator::StartSelf(Platform::DirHandle at, const std::string& dirNa
     displayName_ = std::move(displayName);
     wide_ = displayName_;
     wideName_ = wide_.c_str();
+    wideLength_ = wide_.size();
     wideReady_ = true;
 }
 
@@ -437,38 +438,45 @@ std::string_view nt_dir_iterator::NativeName() const noexcept {
     return hasCurrent_ && !InError() ? std::string_view(name_, NameSize()) : std::string_view();
 }
 
-TL_WALK_HOT const char16_t* nt_dir_iterator::GetName() {
-    // The common case: an ASCII name of fewer than 16 bytes in the block, not asked for yet,
-    // widened with its end found in the same 16 bytes.
-    if (hasCurrent_ && !wideReady_ && nameLength_ == kLengthUnknown && Clean()) {
-        const auto* name = reinterpret_cast<const unsigned char*>(name_);
-        if (kBlockSize - static_cast<std::size_t>(name - buffer_) >= 16) {
+TL_WALK_INLINE bool nt_dir_iterator::WidenShortName() noexcept {
+    // An ASCII name of fewer than 16 bytes in the block (nearly every name), not asked for
+    // yet, widened with its end found in the same 16 bytes; false leaves it to WideName.
 #if defined(__SSE2__)
-            const __m128i zero = _mm_setzero_si128();
-            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(name));
-            const unsigned ends =
-                static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, zero))) |
-                (1u << std::min<std::size_t>(nameRoom_, 16));
-            const unsigned end = static_cast<unsigned>(__builtin_ctz(ends));
-            const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(bytes));
-            if (end < 16 && (high & ((1u << end) - 1)) == 0) {
-                _mm_store_si128(reinterpret_cast<__m128i*>(asciiWide_),
-                                _mm_unpacklo_epi8(bytes, zero));
-                _mm_store_si128(reinterpret_cast<__m128i*>(asciiWide_ + 8),
-                                _mm_unpackhi_epi8(bytes, zero));
-                asciiWide_[end] = u'\0';
-                nameLength_ = end;
-                wideName_ = asciiWide_;
-                wideReady_ = true;
-                return asciiWide_;
-            }
+    const auto* name = reinterpret_cast<const unsigned char*>(name_);
+    if (nameLength_ != kLengthUnknown ||
+        kBlockSize - static_cast<std::size_t>(name - buffer_) < 16) {
+        return false;
+    }
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(name));
+    const unsigned ends = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, zero))) |
+                          (1u << std::min<std::size_t>(nameRoom_, 16));
+    const unsigned end = static_cast<unsigned>(__builtin_ctz(ends));
+    const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(bytes));
+    if (end >= 16 || (high & ((1u << end) - 1)) != 0) {
+        return false;
+    }
+    _mm_store_si128(reinterpret_cast<__m128i*>(asciiWide_), _mm_unpacklo_epi8(bytes, zero));
+    _mm_store_si128(reinterpret_cast<__m128i*>(asciiWide_ + 8), _mm_unpackhi_epi8(bytes, zero));
+    asciiWide_[end] = u'\0';
+    nameLength_ = end;
+    wideName_ = asciiWide_;
+    wideLength_ = end;
+    wideReady_ = true;
+    return true;
+#else
+    return false;
 #endif
-        }
+}
+
+TL_WALK_HOT const char16_t* nt_dir_iterator::GetName() {
+    if (hasCurrent_ && !wideReady_ && Clean() && WidenShortName()) {
+        return asciiWide_;
     }
     return WideName();
 }
 
-const char16_t* nt_dir_iterator::WideName() {
+[[gnu::noinline]] const char16_t* nt_dir_iterator::WideName() {
     if (InError() || !hasCurrent_) {
         return nullptr;
     }
@@ -483,12 +491,15 @@ const char16_t* nt_dir_iterator::WideName() {
             WidenAsciiZeroEnded(name_, nameRoom_, readable, asciiWide_, kAsciiRoom, length)) {
             nameLength_ = length;
             wideName_ = asciiWide_;
+            wideLength_ = nameLength_;
         } else if (NameSize() + 16 <= kAsciiRoom &&
                    WidenAscii(name_, nameLength_, readable, asciiWide_)) {
             wideName_ = asciiWide_;
+            wideLength_ = nameLength_;
         } else {
             WidenNativeName(std::string_view(name_, nameLength_), wide_);
             wideName_ = wide_.c_str();
+            wideLength_ = wide_.size();
         }
         wideReady_ = true;
     }
@@ -537,7 +548,7 @@ TL_WALK_INLINE const Platform::EntryStatus* nt_dir_iterator::StatusInPlace() {
     return &status_;
 }
 
-const Platform::EntryStatus* nt_dir_iterator::LoadStatus() {
+[[gnu::noinline]] const Platform::EntryStatus* nt_dir_iterator::LoadStatus() {
     return StatusInPlace();
 }
 
@@ -563,7 +574,7 @@ TL_WALK_HOT std::uint32_t nt_dir_iterator::GetType() {
     return TypeOfStatus();
 }
 
-std::uint32_t nt_dir_iterator::TypeOfStatus() {
+[[gnu::noinline]] std::uint32_t nt_dir_iterator::TypeOfStatus() {
     if (InError() || !hasCurrent_) {
         return entry_other;
     }
@@ -605,6 +616,41 @@ std::uint32_t nt_dir_iterator::GetAttributes() {
     return attributes;
 }
 
+TL_WALK_HOT bool nt_dir_iterator::GetEntryInfo(dir_entry_info& info) {
+    // The common case in one pass: a clean iterator on an entry of the block whose record
+    // tells its type.
+    if (hasCurrent_ && type_ != Platform::kTypeUnknown && type_ < 16 && Clean()) {
+        if (wideReady_ || WidenShortName()) {
+            info.Name = wideName_;
+            info.NameLength = wideLength_;
+        } else {
+            info.Name = WideName();
+            info.NameLength = wideLength_;
+        }
+        info.Type = kEntryClass[type_];
+        if (const Platform::EntryStatus* s = StatusInPlace()) {
+            info.Size = s->Size();
+            info.WriteTime = s->WriteMs();
+            return true;
+        }
+        info.Size = 0;
+        info.WriteTime = 0;
+        return false;
+    }
+    return EntryInfoByGetters(info);
+}
+
+[[gnu::noinline]] bool nt_dir_iterator::EntryInfoByGetters(dir_entry_info& info) {
+    // The getters of this final class, called without the virtual dispatch.
+    info.Name = GetName();
+    info.NameLength = info.Name != nullptr ? wideLength_ : 0;
+    info.Type = GetType();
+    const Platform::EntryStatus* s = StatusInPlace();
+    info.Size = s != nullptr ? s->Size() : 0;
+    info.WriteTime = s != nullptr ? s->WriteMs() : 0;
+    return !InError();
+}
+
 TL_WALK_HOT std::uint64_t nt_dir_iterator::GetSize() {
     if (statusReady_ && Clean()) {
         return status_.Size();
@@ -632,7 +678,7 @@ TL_WALK_HOT std::int64_t nt_dir_iterator::GetWriteTime() {
     if (statusReady_ && Clean()) {
         return status_.WriteMs();
     }
-    const Platform::EntryStatus* s = StatusInPlace();
+    const Platform::EntryStatus* s = LoadStatus();
     return s != nullptr ? s->WriteMs() : 0;
 }
 

@@ -60,6 +60,7 @@ public:
     const char16_t* GetExtendedName() override;
     std::uint64_t GetInodeId() override;
     std::uint64_t GetDeviceId() override;
+    bool GetEntryInfo(dir_entry_info& info) override;
 
     // Bytes of storage of the entry (0 when unknown or in error).
     std::uint64_t GetAllocatedSize();
@@ -76,6 +77,8 @@ private:
     // The whole of Next, GetName and GetType, for what their quick paths leave.
     bool Step();
     const char16_t* WideName();
+    bool WidenShortName() noexcept;
+    bool EntryInfoByGetters(dir_entry_info& info);
     std::uint32_t TypeOfStatus();
     bool Open(Platform::DirHandle at, const std::string& dirName, const char* function);
     // Reads the next block; false at the end or on failure, with the reason recorded.
@@ -134,6 +137,7 @@ private:
     std::size_t nameRoom_ = 0;  // bytes that the name in the block may take
     std::uint64_t inode_ = 0;
     const char16_t* wideName_ = nullptr;
+    std::size_t wideLength_ = 0;  // of wideName_, in units
     Platform::EntryStatus status_;
     std::u16string mask_;
     std::u16string fullPath_;
