@@ -220,6 +220,7 @@ void nt_dir_iterator::Start(Platform::DirHandle at, const std::string& dirName,
     mode_ = Mode::Listing;
     dirPath_ = std::move(dirPath);
     mask_ = mask == u"*" ? std::u16string() : std::move(mask);
+    plainListing_ = mask_.empty();
     fullPath_.reserve(dirPath_.size() + 256);  // room for any name: no allocation per entry
     if (!Open(at, dirName, "nt_dir::GetIterator")) {
         return;
@@ -359,25 +360,30 @@ TL_WALK_INLINE void nt_dir_iterator::Load() {
     ForgetEntry();
 }
 
-TL_WALK_INLINE bool nt_dir_iterator::Matches() {
+TL_WALK_INLINE bool nt_dir_iterator::IsDotEntry() const noexcept {
     // "." and "..", told apart from longer names without the length.
-    if (nameRoom_ > 0 && name_[0] == '.' &&
-        (nameRoom_ == 1 || name_[1] == '\0' ||
-         (name_[1] == '.' && (nameRoom_ == 2 || name_[2] == '\0')))) {
+    return nameRoom_ > 0 && name_[0] == '.' &&
+           (nameRoom_ == 1 || name_[1] == '\0' ||
+            (name_[1] == '.' && (nameRoom_ == 2 || name_[2] == '\0')));
+}
+
+TL_WALK_INLINE bool nt_dir_iterator::Matches() {
+    if (IsDotEntry()) {
         return false;
     }
     return mask_.empty() || MatchMask(mask_, GetName());
 }
 
 TL_WALK_HOT bool nt_dir_iterator::Next() {
-    // The common step: from one entry of the block to the next, which matches.
-    if (hasCurrent_ && mode_ == Mode::Listing && Clean()) {
+    // The common step of a listing without a mask: from one entry of the block to the next,
+    // which is not "." or "..". It needs no frame of its own.
+    if (hasCurrent_ && plainListing_ && Clean()) {
         const std::size_t length = Load16(buffer_ + pos_ + Platform::DirRecordLayout::kLength);
         const std::size_t next = pos_ + length;
         if (length != 0 && next + Platform::DirRecordLayout::kName < filled_) {
             pos_ = next;
             Load();
-            if (Matches()) {
+            if (!IsDotEntry()) {
                 matchedAny_ = true;
                 return true;
             }
@@ -628,14 +634,21 @@ TL_WALK_HOT bool nt_dir_iterator::GetEntryInfo(dir_entry_info& info) {
             info.NameLength = wideLength_;
         }
         info.Type = kEntryClass[type_];
-        if (const Platform::EntryStatus* s = StatusInPlace()) {
-            info.Size = s->Size();
-            info.WriteTime = s->WriteMs();
-            return true;
+        if (!statusReady_) {
+            const Platform::SystemError failure =
+                systemIo_ ? Platform::SystemStatus(fd_, name_, false, status_)
+                          : io_->Status(fd_, name_, false, status_);
+            if (failure.Failed()) {
+                RecordStatusFailure(failure);
+                info.Size = 0;
+                info.WriteTime = 0;
+                return false;
+            }
+            statusReady_ = true;
         }
-        info.Size = 0;
-        info.WriteTime = 0;
-        return false;
+        info.Size = status_.Size();
+        info.WriteTime = status_.WriteMs();
+        return true;
     }
     return EntryInfoByGetters(info);
 }

@@ -86,6 +86,7 @@ private:
     // Takes the record at pos_ as the current entry.
     void Load();
     bool Matches();
+    bool IsDotEntry() const noexcept;
     // The length of the current name.
     std::size_t NameSize() const noexcept;
     static constexpr std::size_t kLengthUnknown = ~std::size_t{0};
@@ -116,6 +117,7 @@ private:
     bool systemIo_ = false;  // io_ is the system's own, which the status call may bypass
     Platform::DirHandle fd_ = Platform::kNoDir;
     Mode mode_ = Mode::Listing;
+    bool plainListing_ = false;  // a listing without a mask, which Next steps through quickly
     bool reading_ = false;  // more blocks to read
     bool hasCurrent_ = false;
     bool matchedAny_ = false;

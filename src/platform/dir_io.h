@@ -69,7 +69,8 @@ struct EntryStatus {
     std::int64_t BirthMs() const noexcept { return 0; }
 
     static std::int64_t Milliseconds(const struct timespec& t) noexcept {
-        return static_cast<std::int64_t>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
+        return static_cast<std::int64_t>(t.tv_sec) * 1000 +
+               static_cast<std::int64_t>(static_cast<std::uint64_t>(t.tv_nsec) / 1000000);
     }
 };
 
