@@ -3,8 +3,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/system_file.h>
 
@@ -33,9 +31,9 @@ int Alloc(const std::string& name) {
     return std::fflush(stdout) == 0 ? 0 : Fail("cannot write to standard output");
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto file = std::make_shared<std::string>();
-    app.add_option("FILE", *file, "the file")->required();
+    cli.AddOption("FILE", *file, "the file").Required();
     return [file] { return Alloc(*file); };
 }
 

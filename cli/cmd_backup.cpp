@@ -13,8 +13,6 @@
 #include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/system_file.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "error_chain.h"
 #include "file/backup_chunk_file.h"
@@ -78,19 +76,19 @@ int Backup(std::uint32_t options, const std::vector<std::string>& words) {
     return 0;
 }
 
-CliRun SetupBackup(CLI::App& app) {
+CliRun SetupBackup(CliOptions& cli) {
     struct Given {
         std::uint32_t options = 0;
         bool list = false;
         std::vector<std::string> words;
     };
     auto given = std::make_shared<Given>();
-    app.add_option("--options", given->options, "the sum of the option bits")->type_name("N");
-    app.add_flag("--list", given->list, "list the chunks of OUT");
-    app.add_option("words", given->words, "PATH OUT, or OUT with --list");
-    return [given, &app] {
+    cli.AddOption("--options", given->options, "the sum of the option bits").TypeName("N");
+    cli.AddFlag("--list", given->list, "list the chunks of OUT");
+    cli.AddOption("words", given->words, "PATH OUT, or OUT with --list");
+    return [given, &cli] {
         if (given->list) {
-            if (given->words.size() != 1 || app.count("--options") != 0) {
+            if (given->words.size() != 1 || cli.Given("--options")) {
                 return UsageError("--list takes one chunk file");
             }
             return List(given->words[0]);

@@ -3,8 +3,6 @@
 #include <string_view>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/facade/catalogue.h>
 #include <tessel_link/net/socket_channel.h>
 
@@ -108,11 +106,11 @@ int Call(const CallOptions& options) {
     return result.Failed() ? 1 : 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto options = std::make_shared<CallOptions>();
-    app.add_option("--connect", options->Connect, "tcp://HOST:PORT or unix:/PATH")->required();
-    app.add_option("--timeout", options->Timeout, "milliseconds to wait for the reply")->capture_default_str();
-    app.add_option("COMPONENT METHOD [JSON]", options->Words, "what to call, and its in arguments")->required();
+    cli.AddOption("--connect", options->Connect, "tcp://HOST:PORT or unix:/PATH").Required();
+    cli.AddOption("--timeout", options->Timeout, "milliseconds to wait for the reply").ShowDefault();
+    cli.AddOption("COMPONENT METHOD [JSON]", options->Words, "what to call, and its in arguments").Required();
     return [options] { return Call(*options); };
 }
 

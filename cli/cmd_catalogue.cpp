@@ -2,8 +2,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/facade/catalogue.h>
 
 #include "command.h"
@@ -65,9 +63,9 @@ void PrintJson() {
     std::fputs(JsonLines(components).c_str(), stdout);
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto json = std::make_shared<bool>(false);
-    app.add_flag("--json", *json, "print a JSON array");
+    cli.AddFlag("--json", *json, "print a JSON array");
     return [json] {
         if (*json) {
             PrintJson();

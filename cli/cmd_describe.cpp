@@ -3,8 +3,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "json_calls.h"
 
@@ -43,9 +41,9 @@ int Describe(const std::string& name) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto name = std::make_shared<std::string>();
-    app.add_option("TYPE", *name, "the record's name")->required();
+    cli.AddOption("TYPE", *name, "the record's name").Required();
     return [name] { return Describe(*name); };
 }
 

@@ -9,8 +9,6 @@
 #include <tessel_link/common/error.h>
 #include <tessel_link/common/unicode.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "json_out.h"
 
@@ -142,11 +140,11 @@ int Run(const DecodeOptions& options) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto options = std::make_shared<DecodeOptions>();
-    app.add_flag("--json", options->json, "print a JSON array of the records");
-    app.add_flag("--summary", options->summary, "print one line per record");
-    app.add_option("HEX", options->hex, "the serialized error in hexadecimal");
+    cli.AddFlag("--json", options->json, "print a JSON array of the records");
+    cli.AddFlag("--summary", options->summary, "print one line per record");
+    cli.AddOption("HEX", options->hex, "the serialized error in hexadecimal");
     return [options] { return Run(*options); };
 }
 

@@ -15,8 +15,6 @@
 #include <tessel_link/facade/entry_points.h>
 #include <tessel_link/net/socket_channel.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "serve_events.h"
 
@@ -163,19 +161,19 @@ int Demo(unsigned long long count, bool silent, const std::string& connect) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     struct Given {
         std::string events;
         bool silent = false;
         std::string connect;
     };
     auto given = std::make_shared<Given>();
-    app.add_option("--events", given->events, "how many events the service raises (6)")->type_name("N");
-    app.add_flag("--silent", given->silent, "the service never answers the requests that close a queue");
-    app.add_option("--connect", given->connect, "the service of `tessel serve` at ADDRESS")->type_name("ADDRESS");
-    return [given, &app] {
+    cli.AddOption("--events", given->events, "how many events the service raises (6)").TypeName("N");
+    cli.AddFlag("--silent", given->silent, "the service never answers the requests that close a queue");
+    cli.AddOption("--connect", given->connect, "the service of `tessel serve` at ADDRESS").TypeName("ADDRESS");
+    return [given, &cli] {
         unsigned long long count = 6;
-        if (app.count("--events") != 0 && (!ParseDecimal(given->events, count) || count == 0 || count > 1000)) {
+        if (cli.Given("--events") && (!ParseDecimal(given->events, count) || count == 0 || count > 1000)) {
             return UsageError("--events takes a number from 1 to 1000");
         }
         if (given->silent && !given->connect.empty()) {

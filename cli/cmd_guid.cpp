@@ -1,7 +1,5 @@
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/common/guid.h>
 
 #include "command.h"
@@ -18,7 +16,7 @@ int GuidNew() {
     return 0;
 }
 
-CliRun Setup(CLI::App&) {
+CliRun Setup(CliOptions&) {
     return [] { return GuidNew(); };
 }
 

@@ -8,8 +8,6 @@
 #include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/token_substitution.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "error_chain.h"
 #include "file/dir_iterator.h"
@@ -170,13 +168,13 @@ int Ls(const LsOptions& options, bool asGiven) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto options = std::make_shared<LsOptions>();
-    app.add_flag("--json", options->json, "print a JSON array");
-    app.add_flag("--long", options->longForm, "print every field of an entry");
-    app.add_option("--as", options->as, "list with the file access of USER")->type_name("USER");
-    app.add_option("PATH", options->path, "the directory; the mount points without it");
-    return [options, &app] { return Ls(*options, app.count("--as") != 0); };
+    cli.AddFlag("--json", options->json, "print a JSON array");
+    cli.AddFlag("--long", options->longForm, "print every field of an entry");
+    cli.AddOption("--as", options->as, "list with the file access of USER").TypeName("USER");
+    cli.AddOption("PATH", options->path, "the directory; the mount points without it");
+    return [options, &cli] { return Ls(*options, cli.Given("--as")); };
 }
 
 const CliCommandRegistration kLs(

@@ -2,8 +2,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/common/messages.h>
 #include <tessel_link/common/unicode.h>
 
@@ -39,9 +37,9 @@ int Run(const std::string& word) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto row = std::make_shared<std::string>();
-    app.add_option("ROW", *row, "the row number")->required();
+    cli.AddOption("ROW", *row, "the row number").Required();
     return [row] { return Run(*row); };
 }
 

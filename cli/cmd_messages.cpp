@@ -1,8 +1,6 @@
 #include <cstdio>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/common/messages.h>
 #include <tessel_link/common/unicode.h>
 
@@ -36,7 +34,7 @@ int Run() {
     return 0;
 }
 
-CliRun Setup(CLI::App&) {
+CliRun Setup(CliOptions&) {
     return [] { return Run(); };
 }
 

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/por/binary_form.h>
 #include <tessel_link/por/in_memory_factory.h>
 #include <tessel_link/por/print.h>
@@ -33,9 +31,9 @@ int PorDump(const std::string& name) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto file = std::make_shared<std::string>();
-    app.add_option("FILE", *file, "the file, or - for standard input")->required();
+    cli.AddOption("FILE", *file, "the file, or - for standard input").Required();
     return [file] { return PorDump(*file); };
 }
 

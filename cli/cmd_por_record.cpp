@@ -10,8 +10,6 @@
 #include <tessel_link/por/construction.h>
 #include <tessel_link/por/print.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "por_support.h"
 
@@ -57,11 +55,11 @@ int PorRecord(const std::string& name, bool blob) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto name = std::make_shared<std::string>();
     auto blob = std::make_shared<bool>(false);
-    app.add_option("TYPE", *name, "the type's full name")->required();
-    app.add_flag("--blob", *blob, "write the tree's binary form");
+    cli.AddOption("TYPE", *name, "the type's full name").Required();
+    cli.AddFlag("--blob", *blob, "write the tree's binary form");
     return [name, blob] { return PorRecord(*name, *blob); };
 }
 

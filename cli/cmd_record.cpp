@@ -6,8 +6,6 @@
 #include <tessel_link/serialize/xml_packet_serializer.h>
 #include <tessel_link/xidl/catalogue.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 
 namespace tessel_cli {
@@ -53,11 +51,11 @@ int Run(const std::string& name, bool members) {
     }
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto name = std::make_shared<std::string>();
     auto members = std::make_shared<bool>(false);
-    app.add_option("TYPE", *name, "the type's full name")->required();
-    app.add_flag("--members", *members, "print the member names in wire order");
+    cli.AddOption("TYPE", *name, "the type's full name").Required();
+    cli.AddFlag("--members", *members, "print the member names in wire order");
     return [name, members] { return Run(*name, *members); };
 }
 

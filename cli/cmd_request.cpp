@@ -5,8 +5,6 @@
 #include <string_view>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/binding/request.h>
 #include <tessel_link/common/error.h>
 #include <tessel_link/facade/catalogue.h>
@@ -74,9 +72,9 @@ int Run(const std::string& componentWord, const std::string& methodWord) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto words = std::make_shared<std::vector<std::string>>();
-    app.add_option("COMPONENT METHOD", *words, "the component and its method")->required()->expected(2);
+    cli.AddOption("COMPONENT METHOD", *words, "the component and its method").Required().Expected(2);
     return [words] { return Run((*words)[0], (*words)[1]); };
 }
 

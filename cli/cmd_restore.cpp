@@ -11,8 +11,6 @@
 #include <tessel_link/file/system_dir.h>
 #include <tessel_link/file/system_file.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "error_chain.h"
 #include "file/backup_chunk_file.h"
@@ -67,14 +65,14 @@ int Restore(std::uint32_t options, const std::vector<std::string>& words) {
     return 0;
 }
 
-CliRun SetupRestore(CLI::App& app) {
+CliRun SetupRestore(CliOptions& cli) {
     struct Given {
         std::uint32_t options = 0;
         std::vector<std::string> words;
     };
     auto given = std::make_shared<Given>();
-    app.add_option("--options", given->options, "the sum of the option bits")->type_name("N");
-    app.add_option("words", given->words, "OUT PATH");
+    cli.AddOption("--options", given->options, "the sum of the option bits").TypeName("N");
+    cli.AddOption("words", given->words, "OUT PATH");
     return [given] { return Restore(given->options, given->words); };
 }
 

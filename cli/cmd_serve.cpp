@@ -8,8 +8,6 @@
 
 #include <pthread.h>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/components/compatibility_management.h>
 #include <tessel_link/components/event_management.h>
 #include <tessel_link/components/instance_management.h>
@@ -81,16 +79,16 @@ int Serve(const std::string& listen, unsigned threads, unsigned tickMs) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto listen = std::make_shared<std::string>(kDefaultListen);
     auto threads = std::make_shared<unsigned>(4);
     auto tick = std::make_shared<unsigned>(1000);
-    app.add_option("--listen", *listen, "tcp://HOST:PORT or unix:/PATH")->capture_default_str();
-    app.add_option("--threads", *threads, "threads that serve calls: an event loop per core, up to half of them, and spares for calls that block")->check(CLI::Range(1, 256))->capture_default_str();
-    app.add_option("--tick", *tick, "milliseconds between two tick events; 0: none")
-        ->check(CLI::Range(0u, 3600000u))
-        ->type_name("MS")
-        ->capture_default_str();
+    cli.AddOption("--listen", *listen, "tcp://HOST:PORT or unix:/PATH").ShowDefault();
+    cli.AddOption("--threads", *threads, "threads that serve calls: an event loop per core, up to half of them, and spares for calls that block").Range(1, 256).ShowDefault();
+    cli.AddOption("--tick", *tick, "milliseconds between two tick events; 0: none")
+        .Range(0u, 3600000u)
+        .TypeName("MS")
+        .ShowDefault();
     return [listen, threads, tick] { return Serve(*listen, *threads, *tick); };
 }
 

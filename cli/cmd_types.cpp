@@ -1,7 +1,5 @@
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/xidl/catalogue.h>
 
 #include "command.h"
@@ -16,7 +14,7 @@ int Run() {
     return 0;
 }
 
-CliRun Setup(CLI::App&) {
+CliRun Setup(CliOptions&) {
     return [] { return Run(); };
 }
 

@@ -2,8 +2,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/serialize/obscurer.h>
 
@@ -22,9 +20,9 @@ int Run(const std::string& given) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto text = std::make_shared<std::string>();
-    app.add_option("TEXT", *text, "the text")->required();
+    cli.AddOption("TEXT", *text, "the text").Required();
     return [text] { return Run(*text); };
 }
 

@@ -7,8 +7,6 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/usn_journal.h>
 
-#include <CLI/CLI.hpp>
-
 #include "file/change_notification.h"
 #include "file/watched_dir.h"
 #include "zip_support.h"
@@ -85,22 +83,22 @@ int UsnLookup(const std::string& image, const std::string& frn) {
     return 0;
 }
 
-CliRun SetupRead(CLI::App& app) {
+CliRun SetupRead(CliOptions& cli) {
     auto image = std::make_shared<std::string>();
     auto from = std::make_shared<std::string>();
-    app.add_option("--from", *from, "the USN to read from (0: the oldest record kept)")->type_name("USN");
-    app.add_option("IMAGE", *image, "the journal image")->required();
-    return [image, from, &app] {
-        if (app.count("--from") != 0 && from->empty()) {
+    cli.AddOption("--from", *from, "the USN to read from (0: the oldest record kept)").TypeName("USN");
+    cli.AddOption("IMAGE", *image, "the journal image").Required();
+    return [image, from, &cli] {
+        if (cli.Given("--from") && from->empty()) {
             return UsageError("--from takes a USN in decimal");
         }
         return UsnRead(*image, *from);
     };
 }
 
-CliRun SetupLookup(CLI::App& app) {
+CliRun SetupLookup(CliOptions& cli) {
     auto words = std::make_shared<std::vector<std::string>>();
-    app.add_option("IMAGE FRN", *words, "the journal image and a file reference")->required()->expected(2);
+    cli.AddOption("IMAGE FRN", *words, "the journal image and a file reference").Required().Expected(2);
     return [words] { return UsnLookup((*words)[0], (*words)[1]); };
 }
 

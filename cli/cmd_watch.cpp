@@ -9,8 +9,6 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/dir_notification.h>
 
-#include <CLI/CLI.hpp>
-
 #include "file/change_notification.h"
 #include "file/watched_dir.h"
 #include "zip_support.h"
@@ -96,12 +94,12 @@ int Watch(const WatchOptions& options, bool countGiven, bool timeoutGiven) {
     return status;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto options = std::make_shared<WatchOptions>();
-    app.add_option("--count", options->count, "stop after N lines")->type_name("N");
-    app.add_option("--timeout", options->timeout, "stop after SECONDS")->type_name("SECONDS");
-    app.add_option("DIR", options->dirs, "the directories to watch")->required();
-    return [options, &app] { return Watch(*options, app.count("--count") != 0, app.count("--timeout") != 0); };
+    cli.AddOption("--count", options->count, "stop after N lines").TypeName("N");
+    cli.AddOption("--timeout", options->timeout, "stop after SECONDS").TypeName("SECONDS");
+    cli.AddOption("DIR", options->dirs, "the directories to watch").Required();
+    return [options, &cli] { return Watch(*options, cli.Given("--count"), cli.Given("--timeout")); };
 }
 
 const CliCommandRegistration kWatch(

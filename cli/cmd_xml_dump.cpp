@@ -9,8 +9,6 @@
 #include <tessel_link/file/system_file.h>
 #include <tessel_link/xml/xml_tag.h>
 
-#include <CLI/CLI.hpp>
-
 #include "command.h"
 #include "json_out.h"
 
@@ -126,11 +124,11 @@ int XmlDump(const std::string& name, bool json) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto name = std::make_shared<std::string>();
     auto json = std::make_shared<bool>(false);
-    app.add_option("FILE", *name, "the document, or - for standard input")->required();
-    app.add_flag("--json", *json, "print the tree as JSON");
+    cli.AddOption("FILE", *name, "the document, or - for standard input").Required();
+    cli.AddFlag("--json", *json, "print the tree as JSON");
     return [name, json] { return XmlDump(*name, *json); };
 }
 

@@ -3,8 +3,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "zip_support.h"
 
 namespace tessel_cli {
@@ -39,9 +37,9 @@ int ZipCat(const std::string& file, const std::string& name) {
     return std::fflush(stdout) == 0 ? 0 : Fail("cannot write to standard output");
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto words = std::make_shared<std::vector<std::string>>();
-    app.add_option("FILE MEMBER", *words, "the archive and the member's name")->required()->expected(2);
+    cli.AddOption("FILE MEMBER", *words, "the archive and the member's name").Required().Expected(2);
     return [words] { return ZipCat((*words)[0], (*words)[1]); };
 }
 

@@ -3,8 +3,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "json_out.h"
 #include "zip_support.h"
 
@@ -55,11 +53,11 @@ int ZipList(const std::string& file, bool json) {
     return 0;
 }
 
-CliRun Setup(CLI::App& app) {
+CliRun Setup(CliOptions& cli) {
     auto file = std::make_shared<std::string>();
     auto json = std::make_shared<bool>(false);
-    app.add_option("FILE", *file, "the archive")->required();
-    app.add_flag("--json", *json, "print a JSON array");
+    cli.AddOption("FILE", *file, "the archive").Required();
+    cli.AddFlag("--json", *json, "print a JSON array");
     return [file, json] { return ZipList(*file, *json); };
 }
 

@@ -2,20 +2,19 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
-namespace CLI {
-class App;
-}
+#include "options.h"
 
 namespace tessel_cli {
 
 // A subcommand of the tool, in a cmd_*.cpp of its own that registers it through a static
-// CliCommandRegistration. CLI11 parses its options and positionals and gives its --help:
-// `setup` adds them to the subcommand's app (whose usage line and description are set
+// CliCommandRegistration. The parser reads its options and positionals and gives its --help:
+// `setup` registers them through CliOptions (the usage line and description are set
 // already) and returns what runs once the words were understood; its result is the exit
-// status. A word CLI11 does not understand is a usage error (status 2).
+// status. A word the parser does not understand is a usage error (status 2).
 using CliRun = std::function<int()>;
-using CliSetup = CliRun (*)(CLI::App& app);
+using CliSetup = CliRun (*)(CliOptions& cli);
 
 struct CliCommand {
     std::string name;     // words of the subcommand
@@ -26,6 +25,10 @@ struct CliCommand {
 };
 
 void RegisterCliCommand(CliCommand command);
+
+// Parses WORDS, the words after the command's name, with the options its setup registered,
+// and runs it: --help prints the help and returns 0, words it does not take are a usage error.
+int RunCliCommand(const CliCommand& command, std::vector<std::string> words);
 
 struct CliCommandRegistration {
     explicit CliCommandRegistration(CliCommand command) { RegisterCliCommand(std::move(command)); }

@@ -6,8 +6,6 @@
 #include <map>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
-
 #include <tessel_link/common/assert.h>
 #include <tessel_link/version.h>
 
@@ -20,34 +18,6 @@ namespace {
 std::vector<CliCommand>& CliCommands() {
     static std::vector<CliCommand> commands;
     return commands;
-}
-
-// CLI11's help with the tool's usage line: "usage: tessel NAME SYNOPSIS".
-class UsageFormatter : public CLI::Formatter {
-public:
-    explicit UsageFormatter(std::string line) : line_(std::move(line)) {}
-    std::string make_usage(const CLI::App*, std::string) const override { return line_ + "\n"; }
-
-private:
-    std::string line_;
-};
-
-int RunCli(const CliCommand& command, std::vector<std::string> words) {
-    CLI::App app(command.summary, "tessel " + command.name);
-    app.formatter(std::make_shared<UsageFormatter>("usage: tessel " + command.name + " " + command.usage));
-    app.footer(command.help);
-    const CliRun run = command.setup(app);
-    // CLI11 takes the words last first.
-    std::reverse(words.begin(), words.end());
-    try {
-        app.parse(words);
-    } catch (const CLI::CallForHelp&) {
-        std::printf("%s", app.help().c_str());
-        return 0;
-    } catch (const CLI::ParseError& error) {
-        return UsageError(error.what());
-    }
-    return run();
 }
 
 std::vector<std::string> SplitWords(const std::string& name) {
@@ -132,7 +102,7 @@ int Main(int argc, char** argv) {
         PrintUsage(stderr);
         return 2;
     }
-    return RunCli(*best, std::vector<std::string>(words.begin() + static_cast<std::ptrdiff_t>(bestLength), words.end()));
+    return RunCliCommand(*best, std::vector<std::string>(words.begin() + static_cast<std::ptrdiff_t>(bestLength), words.end()));
 }
 
 }  // namespace tessel_cli

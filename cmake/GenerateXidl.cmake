@@ -41,7 +41,9 @@ add_custom_command(
     COMMENT "Generating records and codecs from the interface definitions"
     VERBATIM)
 add_custom_target(tessel_link_xidl DEPENDS ${TL_XIDL_STAMP})
-list(APPEND TL_GENERATED_SOURCES ${TL_XIDL_SOURCES})
+# The stamp is listed too, so that every unit including a record header (component units,
+# hand-written ones) compiles only after the generator has run, not merely those it wrote.
+list(APPEND TL_GENERATED_SOURCES ${TL_XIDL_SOURCES} ${TL_XIDL_STAMP})
 # Line tables are all the debug information the generated units need; full debug
 # information for some ten thousand generated functions would double their build time.
 set_source_files_properties(${TL_XIDL_SOURCES} PROPERTIES

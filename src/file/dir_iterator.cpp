@@ -30,11 +30,6 @@ namespace {
 
 constexpr std::uint64_t kUnknown = ~std::uint64_t{0};
 
-std::int64_t Milliseconds(std::int64_t ns) {
-    // Rounds towards the past, so that times before 1970 stay ordered.
-    return ns >= 0 ? ns / 1000000 : -((-ns + 999999) / 1000000);
-}
-
 unsigned char TypeFromMode(std::uint32_t mode) {
     switch (mode & S_IFMT) {
         case S_IFDIR:
@@ -119,6 +114,54 @@ TL_WALK_INLINE bool WidenAscii(const char* name, std::size_t length, std::size_t
     return true;
 }
 
+// Widens the zero-ended name at `name`, of at most `room` bytes, into `out` followed by a
+// zero unit, finding its end on the way: one pass over the bytes for the length and the
+// widening. False at a byte that is not ASCII before the end, or when the name would not fit
+// the `outRoom` units of `out` (which takes 16 units past the name). `readable` bytes from
+// `name` on may be read.
+TL_WALK_INLINE bool WidenAsciiZeroEnded(const char* name, std::size_t room, std::size_t readable,
+                                        char16_t* out, std::size_t outRoom,
+                                        std::size_t& length) noexcept {
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    while (i < room && readable - i >= 16 && i + 16 < outRoom) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(name + i));
+        const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(bytes));
+        unsigned ends = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, zero)));
+        if (room - i < 16) {
+            ends |= 1u << (room - i);  // the name ends with its record at the latest
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(bytes, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(bytes, zero));
+        if (ends != 0) {
+            const unsigned end = static_cast<unsigned>(__builtin_ctz(ends));
+            if ((high & ((1u << end) - 1)) != 0) {
+                return false;
+            }
+            i += end;
+            out[i] = u'\0';
+            length = i;
+            return true;
+        }
+        if (high != 0) {
+            return false;
+        }
+        i += 16;
+    }
+#endif
+    for (; i < room && name[i] != 0; ++i) {
+        const auto byte = static_cast<unsigned char>(name[i]);
+        if (byte >= 0x80 || i + 1 >= outRoom) {
+            return false;
+        }
+        out[i] = byte;
+    }
+    out[i] = u'\0';
+    length = i;
+    return true;
+}
+
 }  // namespace
 
 bool WidenAsciiName(const char* name, std::size_t length, std::size_t readable,
@@ -177,6 +220,7 @@ void nt_dir_iterator::Start(Platform::DirHandle at, const std::string& dirName,
     mode_ = Mode::Listing;
     dirPath_ = std::move(dirPath);
     mask_ = mask == u"*" ? std::u16string() : std::move(mask);
+    plainListing_ = mask_.empty();
     fullPath_.reserve(dirPath_.size() + 256);  // room for any name: no allocation per entry
     if (!Open(at, dirName, "nt_dir::GetIterator")) {
         return;
@@ -213,8 +257,8 @@ void nt_dir_iterator::StartAt(Platform::DirHandle at, const std::string& dirName
     name_ = single_.data();
     nameLength_ = single_.size();
     nameInBlock_ = false;
-    type_ = TypeFromMode(status.Mode);
-    inode_ = status.Inode;
+    type_ = TypeFromMode(status.Mode());
+    inode_ = status.Inode();
     status_ = status;
     statusReady_ = true;
 }
@@ -239,13 +283,14 @@ void nt_dir_iterator::StartSelf(Platform::DirHandle at, const std::string& dirNa
     name_ = single_.data();
     nameLength_ = 0;
     nameInBlock_ = false;
-    type_ = TypeFromMode(status.Mode);
-    inode_ = status.Inode;
+    type_ = TypeFromMode(status.Mode());
+    inode_ = status.Inode();
     status_ = status;
     statusReady_ = true;
     displayName_ = std::move(displayName);
     wide_ = displayName_;
     wideName_ = wide_.c_str();
+    wideLength_ = wide_.size();
     wideReady_ = true;
 }
 
@@ -308,21 +353,46 @@ TL_WALK_INLINE void nt_dir_iterator::Load() {
     const std::size_t room = std::min(
         length > Platform::DirRecordLayout::kName ? length - Platform::DirRecordLayout::kName : 0,
         filled_ - start);
-    nameLength_ = NameLength(record + Platform::DirRecordLayout::kName, room, kBlockSize - start);
+    nameRoom_ = room;
+    nameLength_ = kLengthUnknown;
     nameInBlock_ = true;
     hasCurrent_ = true;
     ForgetEntry();
 }
 
+TL_WALK_INLINE bool nt_dir_iterator::IsDotEntry() const noexcept {
+    // "." and "..", told apart from longer names without the length.
+    return nameRoom_ > 0 && name_[0] == '.' &&
+           (nameRoom_ == 1 || name_[1] == '\0' ||
+            (name_[1] == '.' && (nameRoom_ == 2 || name_[2] == '\0')));
+}
+
 TL_WALK_INLINE bool nt_dir_iterator::Matches() {
-    if (nameLength_ <= 2 && nameLength_ > 0 && name_[0] == '.' &&
-        (nameLength_ == 1 || name_[1] == '.')) {
-        return false;  // "." and ".."
+    if (IsDotEntry()) {
+        return false;
     }
     return mask_.empty() || MatchMask(mask_, GetName());
 }
 
 TL_WALK_HOT bool nt_dir_iterator::Next() {
+    // The common step of a listing without a mask: from one entry of the block to the next,
+    // which is not "." or "..". It needs no frame of its own.
+    if (hasCurrent_ && plainListing_ && Clean()) {
+        const std::size_t length = Load16(buffer_ + pos_ + Platform::DirRecordLayout::kLength);
+        const std::size_t next = pos_ + length;
+        if (length != 0 && next + Platform::DirRecordLayout::kName < filled_) {
+            pos_ = next;
+            Load();
+            if (!IsDotEntry()) {
+                matchedAny_ = true;
+                return true;
+            }
+        }
+    }
+    return Step();
+}
+
+[[gnu::noinline]] bool nt_dir_iterator::Step() {
     if (InError()) {
         return false;
     }
@@ -362,11 +432,57 @@ TL_WALK_HOT bool nt_dir_iterator::Next() {
     }
 }
 
+std::size_t nt_dir_iterator::NameSize() const noexcept {
+    if (nameLength_ == kLengthUnknown) {
+        const auto* name = reinterpret_cast<const unsigned char*>(name_);
+        nameLength_ = NameLength(name, nameRoom_, kBlockSize - static_cast<std::size_t>(name - buffer_));
+    }
+    return nameLength_;
+}
+
 std::string_view nt_dir_iterator::NativeName() const noexcept {
-    return hasCurrent_ && !InError() ? std::string_view(name_, nameLength_) : std::string_view();
+    return hasCurrent_ && !InError() ? std::string_view(name_, NameSize()) : std::string_view();
+}
+
+TL_WALK_INLINE bool nt_dir_iterator::WidenShortName() noexcept {
+    // An ASCII name of fewer than 16 bytes in the block (nearly every name), not asked for
+    // yet, widened with its end found in the same 16 bytes; false leaves it to WideName.
+#if defined(__SSE2__)
+    const auto* name = reinterpret_cast<const unsigned char*>(name_);
+    if (nameLength_ != kLengthUnknown ||
+        kBlockSize - static_cast<std::size_t>(name - buffer_) < 16) {
+        return false;
+    }
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(name));
+    const unsigned ends = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, zero))) |
+                          (1u << std::min<std::size_t>(nameRoom_, 16));
+    const unsigned end = static_cast<unsigned>(__builtin_ctz(ends));
+    const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(bytes));
+    if (end >= 16 || (high & ((1u << end) - 1)) != 0) {
+        return false;
+    }
+    _mm_store_si128(reinterpret_cast<__m128i*>(asciiWide_), _mm_unpacklo_epi8(bytes, zero));
+    _mm_store_si128(reinterpret_cast<__m128i*>(asciiWide_ + 8), _mm_unpackhi_epi8(bytes, zero));
+    asciiWide_[end] = u'\0';
+    nameLength_ = end;
+    wideName_ = asciiWide_;
+    wideLength_ = end;
+    wideReady_ = true;
+    return true;
+#else
+    return false;
+#endif
 }
 
 TL_WALK_HOT const char16_t* nt_dir_iterator::GetName() {
+    if (hasCurrent_ && !wideReady_ && Clean() && WidenShortName()) {
+        return asciiWide_;
+    }
+    return WideName();
+}
+
+[[gnu::noinline]] const char16_t* nt_dir_iterator::WideName() {
     if (InError() || !hasCurrent_) {
         return nullptr;
     }
@@ -376,12 +492,20 @@ TL_WALK_HOT const char16_t* nt_dir_iterator::GetName() {
             nameInBlock_ ? kBlockSize - static_cast<std::size_t>(
                                             reinterpret_cast<const unsigned char*>(name_) - buffer_)
                          : nameLength_;
-        if (nameLength_ + 16 <= kAsciiRoom &&
-            WidenAscii(name_, nameLength_, readable, asciiWide_)) {
+        std::size_t length = 0;
+        if (nameLength_ == kLengthUnknown &&
+            WidenAsciiZeroEnded(name_, nameRoom_, readable, asciiWide_, kAsciiRoom, length)) {
+            nameLength_ = length;
             wideName_ = asciiWide_;
+            wideLength_ = nameLength_;
+        } else if (NameSize() + 16 <= kAsciiRoom &&
+                   WidenAscii(name_, nameLength_, readable, asciiWide_)) {
+            wideName_ = asciiWide_;
+            wideLength_ = nameLength_;
         } else {
             WidenNativeName(std::string_view(name_, nameLength_), wide_);
             wideName_ = wide_.c_str();
+            wideLength_ = wide_.size();
         }
         wideReady_ = true;
     }
@@ -393,7 +517,7 @@ file_identifier* nt_dir_iterator::GetIdentifier() {
     if (name == nullptr) {
         return nullptr;
     }
-    return new the_identifier(name, name_, nameLength_);
+    return new the_identifier(name, name_, NameSize());
 }
 
 const char16_t* nt_dir_iterator::GetFullPath() {
@@ -430,7 +554,7 @@ TL_WALK_INLINE const Platform::EntryStatus* nt_dir_iterator::StatusInPlace() {
     return &status_;
 }
 
-const Platform::EntryStatus* nt_dir_iterator::LoadStatus() {
+[[gnu::noinline]] const Platform::EntryStatus* nt_dir_iterator::LoadStatus() {
     return StatusInPlace();
 }
 
@@ -439,14 +563,31 @@ const Platform::EntryStatus* nt_dir_iterator::LoadStatus() {
                                 GetFullPath(), failure, kOpenFailed));
 }
 
+namespace {
+
+// The entry class of each type of record.
+constexpr std::uint8_t kEntryClass[16] = {
+    entry_other, entry_other, entry_other, entry_other, entry_dir,   entry_other,
+    entry_other, entry_other, entry_file,  entry_other, entry_link,  entry_other,
+    entry_other, entry_other, entry_other, entry_other};
+
+}  // namespace
+
 TL_WALK_HOT std::uint32_t nt_dir_iterator::GetType() {
+    if (hasCurrent_ && type_ != Platform::kTypeUnknown && type_ < 16 && Clean()) {
+        return kEntryClass[type_];
+    }
+    return TypeOfStatus();
+}
+
+[[gnu::noinline]] std::uint32_t nt_dir_iterator::TypeOfStatus() {
     if (InError() || !hasCurrent_) {
         return entry_other;
     }
     unsigned char type = type_;
     if (type == Platform::kTypeUnknown) {
         const Platform::EntryStatus* s = Status();
-        type = s != nullptr ? TypeFromMode(s->Mode) : static_cast<unsigned char>(Platform::kTypeUnknown);
+        type = s != nullptr ? TypeFromMode(s->Mode()) : static_cast<unsigned char>(Platform::kTypeUnknown);
     }
     switch (type) {
         case Platform::kTypeFile:
@@ -475,61 +616,109 @@ std::uint32_t nt_dir_iterator::GetAttributes() {
         default:
             attributes = kAttributeNormal;
     }
-    if (nameLength_ > 0 && name_[0] == '.') {
+    if (NameSize() > 0 && name_[0] == '.') {
         attributes |= kAttributeHidden;
     }
     return attributes;
 }
 
-TL_WALK_HOT std::uint64_t nt_dir_iterator::GetSize() {
+TL_WALK_HOT bool nt_dir_iterator::GetEntryInfo(dir_entry_info& info) {
+    // The common case in one pass: a clean iterator on an entry of the block whose record
+    // tells its type.
+    if (hasCurrent_ && type_ != Platform::kTypeUnknown && type_ < 16 && Clean()) {
+        if (wideReady_ || WidenShortName()) {
+            info.Name = wideName_;
+            info.NameLength = wideLength_;
+        } else {
+            info.Name = WideName();
+            info.NameLength = wideLength_;
+        }
+        info.Type = kEntryClass[type_];
+        if (!statusReady_) {
+            const Platform::SystemError failure =
+                systemIo_ ? Platform::SystemStatus(fd_, name_, false, status_)
+                          : io_->Status(fd_, name_, false, status_);
+            if (failure.Failed()) {
+                RecordStatusFailure(failure);
+                info.Size = 0;
+                info.WriteTime = 0;
+                return false;
+            }
+            statusReady_ = true;
+        }
+        info.Size = status_.Size();
+        info.WriteTime = status_.WriteMs();
+        return true;
+    }
+    return EntryInfoByGetters(info);
+}
+
+[[gnu::noinline]] bool nt_dir_iterator::EntryInfoByGetters(dir_entry_info& info) {
+    // The getters of this final class, called without the virtual dispatch.
+    info.Name = GetName();
+    info.NameLength = info.Name != nullptr ? wideLength_ : 0;
+    info.Type = GetType();
     const Platform::EntryStatus* s = StatusInPlace();
-    return s != nullptr ? s->Size : 0;
+    info.Size = s != nullptr ? s->Size() : 0;
+    info.WriteTime = s != nullptr ? s->WriteMs() : 0;
+    return !InError();
+}
+
+TL_WALK_HOT std::uint64_t nt_dir_iterator::GetSize() {
+    if (statusReady_ && Clean()) {
+        return status_.Size();
+    }
+    const Platform::EntryStatus* s = StatusInPlace();
+    return s != nullptr ? s->Size() : 0;
 }
 
 std::uint64_t nt_dir_iterator::GetAllocatedSize() {
     const Platform::EntryStatus* s = StatusInPlace();
-    return s != nullptr ? s->Allocated : 0;
+    return s != nullptr ? s->Allocated() : 0;
 }
 
 std::int64_t nt_dir_iterator::GetCreationTime() {
     const Platform::EntryStatus* s = StatusInPlace();
-    return s != nullptr ? Milliseconds(s->BirthNs) : 0;
+    return s != nullptr ? s->BirthMs() : 0;
 }
 
 std::int64_t nt_dir_iterator::GetAccessTime() {
     const Platform::EntryStatus* s = StatusInPlace();
-    return s != nullptr ? Milliseconds(s->AccessNs) : 0;
+    return s != nullptr ? s->AccessMs() : 0;
 }
 
 TL_WALK_HOT std::int64_t nt_dir_iterator::GetWriteTime() {
-    const Platform::EntryStatus* s = StatusInPlace();
-    return s != nullptr ? Milliseconds(s->WriteNs) : 0;
+    if (statusReady_ && Clean()) {
+        return status_.WriteMs();
+    }
+    const Platform::EntryStatus* s = LoadStatus();
+    return s != nullptr ? s->WriteMs() : 0;
 }
 
 std::uint64_t nt_dir_iterator::GetLinkCount() {
     // With an error present the count is 1, the count of an ordinary file.
     const Platform::EntryStatus* s = Status();
-    return s != nullptr ? s->Links : 1;
+    return s != nullptr ? s->Links() : 1;
 }
 
 std::uint64_t nt_dir_iterator::GetUnixMode() {
     const Platform::EntryStatus* s = Status();
-    return s != nullptr ? s->Mode : kUnknown;
+    return s != nullptr ? s->Mode() : kUnknown;
 }
 
 std::uint64_t nt_dir_iterator::GetUnixOwner() {
     const Platform::EntryStatus* s = Status();
-    return s != nullptr ? s->Owner : kUnknown;
+    return s != nullptr ? s->Owner() : kUnknown;
 }
 
 std::uint64_t nt_dir_iterator::GetUnixGroup() {
     const Platform::EntryStatus* s = Status();
-    return s != nullptr ? s->Group : kUnknown;
+    return s != nullptr ? s->Group() : kUnknown;
 }
 
 std::uint64_t nt_dir_iterator::GetRawDevice() {
     const Platform::EntryStatus* s = Status();
-    return s != nullptr ? s->RawDevice : kUnknown;
+    return s != nullptr ? s->RawDevice() : kUnknown;
 }
 
 const char16_t* nt_dir_iterator::GetSymLinkTarget() {
@@ -539,7 +728,7 @@ const char16_t* nt_dir_iterator::GetSymLinkTarget() {
     if (!targetReady_) {
         std::string target;
         const Platform::SystemError failure =
-            io_->ReadLink(fd_, std::string(name_, nameLength_), target);
+            io_->ReadLink(fd_, std::string(name_, NameSize()), target);
         if (failure.Failed()) {
             RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetSymLinkTarget"),
                                         "readlinkat", GetFullPath(), failure, kOpenFailed));
@@ -562,7 +751,7 @@ std::uint64_t nt_dir_iterator::GetInodeId() {
 
 std::uint64_t nt_dir_iterator::GetDeviceId() {
     const Platform::EntryStatus* s = Status();
-    return s != nullptr ? s->Device : 0;
+    return s != nullptr ? s->Device() : 0;
 }
 
 }  // namespace File

@@ -60,6 +60,7 @@ public:
     const char16_t* GetExtendedName() override;
     std::uint64_t GetInodeId() override;
     std::uint64_t GetDeviceId() override;
+    bool GetEntryInfo(dir_entry_info& info) override;
 
     // Bytes of storage of the entry (0 when unknown or in error).
     std::uint64_t GetAllocatedSize();
@@ -73,12 +74,22 @@ public:
 private:
     enum class Mode { Listing, Single, Self, Volume };
 
+    // The whole of Next, GetName and GetType, for what their quick paths leave.
+    bool Step();
+    const char16_t* WideName();
+    bool WidenShortName() noexcept;
+    bool EntryInfoByGetters(dir_entry_info& info);
+    std::uint32_t TypeOfStatus();
     bool Open(Platform::DirHandle at, const std::string& dirName, const char* function);
     // Reads the next block; false at the end or on failure, with the reason recorded.
     bool Fetch();
     // Takes the record at pos_ as the current entry.
     void Load();
     bool Matches();
+    bool IsDotEntry() const noexcept;
+    // The length of the current name.
+    std::size_t NameSize() const noexcept;
+    static constexpr std::size_t kLengthUnknown = ~std::size_t{0};
     void Finish();  // no current entry and no more reads
     void ForgetEntry();
     // The status of the current entry, asked for once per position; null in error.
@@ -92,6 +103,8 @@ private:
     void RecordStatusFailure(Platform::SystemError failure);
     void CloseDirectory();
 
+    // Whether no error at all is recorded: the quick paths take only a clean iterator.
+    bool Clean() const noexcept { return GetError().Empty(); }
     // Whether a failure is recorded; a clean iterator answers without a call.
     bool InError() const noexcept {
         const Common::Error& error = GetError();
@@ -104,6 +117,7 @@ private:
     bool systemIo_ = false;  // io_ is the system's own, which the status call may bypass
     Platform::DirHandle fd_ = Platform::kNoDir;
     Mode mode_ = Mode::Listing;
+    bool plainListing_ = false;  // a listing without a mask, which Next steps through quickly
     bool reading_ = false;  // more blocks to read
     bool hasCurrent_ = false;
     bool matchedAny_ = false;
@@ -119,9 +133,13 @@ private:
     std::size_t filled_ = 0;
     std::size_t pos_ = 0;
     const char* name_ = nullptr;
-    std::size_t nameLength_ = 0;
+    // The length of a name in the block is found when first wanted, often while widening it:
+    // a walk that only asks for the status never scans the name.
+    mutable std::size_t nameLength_ = 0;
+    std::size_t nameRoom_ = 0;  // bytes that the name in the block may take
     std::uint64_t inode_ = 0;
     const char16_t* wideName_ = nullptr;
+    std::size_t wideLength_ = 0;  // of wideName_, in units
     Platform::EntryStatus status_;
     std::u16string mask_;
     std::u16string fullPath_;

@@ -38,6 +38,14 @@ const char16_t* i_dir::iterator::GetShortName() {
 const char16_t* i_dir::iterator::GetDisplayName() {
     return GetName();
 }
+bool i_dir::iterator::GetEntryInfo(dir_entry_info& info) {
+    info.Name = GetName();
+    info.NameLength = info.Name != nullptr ? std::char_traits<char16_t>::length(info.Name) : 0;
+    info.Type = GetType();
+    info.Size = GetSize();
+    info.WriteTime = GetWriteTime();
+    return !Failed();
+}
 std::uint64_t i_dir::iterator::Reserved5() {
     return 0;
 }

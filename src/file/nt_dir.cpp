@@ -449,7 +449,7 @@ i_dir::iterator* nt_dir::GetSelfIterator() {
     bool volume = false;
     if (!io_->Status(handle_, "", true, self).Failed() &&
         !io_->Status(handle_, "..", true, parent).Failed()) {
-        volume = self.Device != parent.Device || self.Inode == parent.Inode;
+        volume = self.Device() != parent.Device() || self.Inode() == parent.Inode();
     }
     auto* it = new nt_dir_iterator(io_);
     it->StartSelf(handle_, ".", path_, LeafOf(path_), volume);
@@ -497,7 +497,7 @@ bool nt_dir::FindOwnMount(MountPoint& mount, const char* function) {
         return Fail(function, "mountinfo", u"/proc/self/mountinfo", failure, kOpenFailed);
     }
     const std::vector<MountPoint> mounts = ParseMountTable(table);
-    const MountPoint* found = FindMount(mounts, self.Device, WideNameToNative(path_));
+    const MountPoint* found = FindMount(mounts, self.Device(), WideNameToNative(path_));
     if (found == nullptr) {
         return Fail(function, "mountinfo", path_, Platform::SystemError{2, 0}, kOpenFailed);
     }

@@ -5,6 +5,7 @@
 // changes made relative to a directory. Names are the system's bytes, never converted here.
 // Tests put a fake in place of the system to reach the failure paths.
 
+#include <sys/stat.h>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -41,20 +42,36 @@ enum DirEntryType : unsigned char {
     kTypeSocket = 12,
 };
 
+// The status of an entry in the system's own form: the status call writes it in place, and
+// the accessors convert only the fields that are asked for. A walk that reads two or three
+// fields of every entry so neither copies nor converts the rest.
 struct EntryStatus {
-    std::uint64_t Device = 0;
-    std::uint64_t Inode = 0;
-    std::uint32_t Mode = 0;  // type and permission bits as in st_mode
-    std::uint64_t Links = 0;
-    std::uint32_t Owner = 0;
-    std::uint32_t Group = 0;
-    std::uint64_t RawDevice = 0;
-    std::uint64_t Size = 0;
-    std::uint64_t Allocated = 0;  // bytes of storage the entry takes
-    std::int64_t AccessNs = 0;    // nanoseconds since 1970
-    std::int64_t WriteNs = 0;
-    std::int64_t ChangeNs = 0;
-    std::int64_t BirthNs = 0;  // 0 when the file system does not keep it
+    struct stat Raw;  // not zeroed: a call that succeeds fills it
+
+    std::uint64_t Device() const noexcept { return Raw.st_dev; }
+    std::uint64_t Inode() const noexcept { return Raw.st_ino; }
+    std::uint32_t Mode() const noexcept { return Raw.st_mode; }  // type and permission bits
+    std::uint64_t Links() const noexcept { return Raw.st_nlink; }
+    std::uint32_t Owner() const noexcept { return Raw.st_uid; }
+    std::uint32_t Group() const noexcept { return Raw.st_gid; }
+    std::uint64_t RawDevice() const noexcept { return Raw.st_rdev; }
+    std::uint64_t Size() const noexcept { return static_cast<std::uint64_t>(Raw.st_size); }
+    // Bytes of storage the entry takes.
+    std::uint64_t Allocated() const noexcept {
+        return static_cast<std::uint64_t>(Raw.st_blocks) * 512;
+    }
+    // Milliseconds since 1970, rounded towards the past so that times before 1970 stay
+    // ordered (the nanoseconds of a time are never negative).
+    std::int64_t AccessMs() const noexcept { return Milliseconds(Raw.st_atim); }
+    std::int64_t WriteMs() const noexcept { return Milliseconds(Raw.st_mtim); }
+    std::int64_t ChangeMs() const noexcept { return Milliseconds(Raw.st_ctim); }
+    // The status call of this system does not give the time of birth.
+    std::int64_t BirthMs() const noexcept { return 0; }
+
+    static std::int64_t Milliseconds(const struct timespec& t) noexcept {
+        return static_cast<std::int64_t>(t.tv_sec) * 1000 +
+               static_cast<std::int64_t>(static_cast<std::uint64_t>(t.tv_nsec) / 1000000);
+    }
 };
 
 struct VolumeSpace {

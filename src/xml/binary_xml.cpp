@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <stdexcept>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -19,6 +20,53 @@ namespace Xml {
 namespace {
 // Any other file is read in blocks of this size.
 constexpr std::size_t kBlockSize = 65536;
+
+// The `size` bytes of UTF-8 at `p`, up to the first NUL, as UTF-16 at `out`, which has room
+// for sixteen units more than the bytes; the input may be read up to `readable`. Returns the
+// units of the text.
+std::size_t WidenInto(const std::uint8_t* p, std::size_t size, const std::uint8_t* readable,
+                      char16_t* out) {
+    std::size_t i = 0;
+    // Texts are mostly ASCII: widened sixteen bytes at a time until a NUL or a byte of a
+    // longer sequence turns up. A short text is one chunk, read on into the bytes behind it
+    // where the input has them; what lies beyond the text is written but not counted.
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    while (i < size && readable - (p + i) >= 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        unsigned special = static_cast<unsigned>(_mm_movemask_epi8(chunk) |
+                                                 _mm_movemask_epi8(_mm_cmpeq_epi8(chunk, zero)));
+        const std::size_t left = size - i;
+        if (left < 16) {
+            special &= (1u << left) - 1;
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(chunk, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(chunk, zero));
+        if (special != 0) {
+            i += static_cast<std::size_t>(__builtin_ctz(special));
+            break;
+        }
+        i += left < 16 ? left : 16;
+    }
+#endif
+    for (; i < size; ++i) {
+        const unsigned char c = p[i];
+        if (c == 0) {
+            return i;
+        }
+        if (c >= 0x80) {
+            // An ASCII byte always stands for itself, so the rest, up to its first NUL,
+            // decodes alone as it would have as part of the whole.
+            std::string_view rest(reinterpret_cast<const char*>(p + i), size - i);
+            rest = rest.substr(0, rest.find('\0'));
+            const char16_t* end = Common::Detail::Utf8ToUtf16LenientTo(rest, out + i);
+            return static_cast<std::size_t>(end - out);
+        }
+        out[i] = c;
+    }
+    return size;
+}
+
 }  // namespace
 
 BinaryXmlReader::BinaryXmlReader(File::i_file& file, XmlTreeBuilder& builder)
@@ -160,65 +208,43 @@ std::string_view BinaryXmlReader::GatherBytes(std::uint64_t count) {
     return gathered_;
 }
 
-std::u16string_view BinaryXmlReader::ReadText(std::uint64_t count) {
+const Detail::XmlText* BinaryXmlReader::ReadTextEntry(std::uint64_t count) {
+    if (count == 0) {
+        return nullptr;
+    }
+    const std::uint8_t* text = next_;
+    std::size_t size = 0;
+    const std::uint8_t* readable = end_;
     if (count <= static_cast<std::uint64_t>(end_ - next_)) {
         // The input at hand holds the text and may be read on up to its end.
-        const std::uint8_t* text = next_;
+        size = static_cast<std::size_t>(count);
         next_ += count;
-        return Widen(text, static_cast<std::size_t>(count), end_);
+    } else {
+        const std::string_view bytes = GatherBytes(count);
+        text = reinterpret_cast<const std::uint8_t*>(bytes.data());
+        size = bytes.size();
+        readable = text + size;
     }
-    const std::string_view bytes = GatherBytes(count);
-    const auto* text = reinterpret_cast<const std::uint8_t*>(bytes.data());
-    return Widen(text, bytes.size(), text + bytes.size());
-}
-
-std::u16string_view BinaryXmlReader::Widen(const std::uint8_t* p, std::size_t size,
-                                           const std::uint8_t* readable) {
-    // Room for a whole chunk of sixteen behind the last unit.
-    if (textCapacity_ < size + 16) {
-        textCapacity_ = std::max<std::size_t>({size + 16, 2 * textCapacity_, 256});
-        text_.reset(new char16_t[textCapacity_]);
+    // A byte never becomes more than one unit. The room covers a whole chunk of sixteen
+    // behind the last unit, and is no larger than what the input holds.
+    Detail::Arena& arena = builder_.Arena();
+    const std::size_t room = sizeof(Detail::XmlText) + (size + 16) * sizeof(char16_t);
+    char* base = arena.Tail();
+    if (static_cast<std::size_t>(arena.TailEnd() - base) < room) {
+        base = arena.RegrowTail(0, room);
     }
-    char16_t* const out = text_.get();
-    std::size_t i = 0;
-    // Texts are mostly ASCII: widened sixteen bytes at a time until a NUL or a byte of a
-    // longer sequence turns up. A short text is one chunk, read on into the bytes behind it
-    // where the input has them; what lies beyond the text is written but not counted.
-#if defined(__SSE2__)
-    const __m128i zero = _mm_setzero_si128();
-    while (i < size && readable - (p + i) >= 16) {
-        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        unsigned special = static_cast<unsigned>(_mm_movemask_epi8(chunk) |
-                                                 _mm_movemask_epi8(_mm_cmpeq_epi8(chunk, zero)));
-        const std::size_t left = size - i;
-        if (left < 16) {
-            special &= (1u << left) - 1;
-        }
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(chunk, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(chunk, zero));
-        if (special != 0) {
-            i += static_cast<std::size_t>(__builtin_ctz(special));
-            break;
-        }
-        i += left < 16 ? left : 16;
+    auto* out = reinterpret_cast<char16_t*>(base + sizeof(Detail::XmlText));
+    const std::size_t units = WidenInto(text, size, readable, out);
+    if (units == 0) {
+        return nullptr;
     }
-#endif
-    for (; i < size; ++i) {
-        const unsigned char c = p[i];
-        if (c == 0) {
-            return {out, i};
-        }
-        if (c >= 0x80) {
-            // An ASCII byte always stands for itself, so the rest, up to its first NUL,
-            // decodes alone as it would have as part of the whole.
-            std::string_view rest(reinterpret_cast<const char*>(p + i), size - i);
-            rest = rest.substr(0, rest.find('\0'));
-            const char16_t* end = Common::Detail::Utf8ToUtf16LenientTo(rest, out + i);
-            return {out, static_cast<std::size_t>(end - out)};
-        }
-        out[i] = c;
+    if (units > UINT32_MAX) {
+        throw std::length_error("text too long");
     }
-    return {out, size};
+    auto* entry = reinterpret_cast<Detail::XmlText*>(base);
+    entry->Size = static_cast<std::uint32_t>(units);
+    arena.TakeTail(reinterpret_cast<char*>(out + units));
+    return entry;
 }
 
 inline const Detail::XmlName* BinaryXmlReader::ResolveName(std::uint32_t reference) {
@@ -261,56 +287,83 @@ void BinaryXmlReader::ReadOld() {
     const std::uint8_t attributes = ReadByte();
     for (unsigned i = 0; i < attributes; ++i) {
         const Detail::XmlName* name = ResolveName(ReadNumber());
-        builder_.AddAttribute(name, ReadText(ReadNumber()));  // a repeated name keeps the first
+        // A repeated name keeps the first.
+        builder_.AddAttributeText(name, ReadTextEntry(ReadNumber()));
     }
     const std::uint32_t textCount = ReadNumber();
     TL_ASSERT_TEXT(textCount != 0, "textCount");
-    builder_.SetText(ReadText(ReadNumber()));
+    builder_.SetTextEntry(ReadTextEntry(ReadNumber()));
     // A count of 0 wraps as it always has; the loop then runs until the input fails.
     for (std::uint32_t i = textCount - 1; i != 0 && !failed_ && !TooDeep(); --i) {
         ReadOld();
-        builder_.SetText(ReadText(ReadNumber()));
+        builder_.SetTextEntry(ReadTextEntry(ReadNumber()));
     }
     builder_.Close();
     Leave();
 }
 
 bool BinaryXmlReader::ReadNew() {
+    return ReadElement(ReadNumber());
+}
+
+bool BinaryXmlReader::ReadElement(std::uint32_t reference) {
     // The terminator is no element: it must not count against the nesting bound, or a
     // document would be refused one level earlier than the same tree as text.
-    const std::uint32_t reference = ReadNumber();
     if (reference == 0 || !Enter()) {
         return false;
     }
-    builder_.Open(ResolveName(reference));
-    for (;;) {
-        const std::uint32_t attribute = ReadNumber();
-        if (attribute == 0) {
-            break;
+    const Detail::XmlName* name = ResolveName(reference);
+    std::uint32_t attribute = ReadNumber();
+    if (attribute == 0 && builder_.Depth() != 0) {
+        // No attributes: most such elements are leaves with one text, which are added whole
+        // without opening them.
+        XmlTag* tag = builder_.NewTag(name);
+        const Detail::XmlText* text = ReadTextItem();
+        const std::uint32_t child = ReadNumber();
+        if (child == 0) {
+            builder_.AddLeaf(tag, text);
+            Leave();
+            return !failed_;
         }
-        const Detail::XmlName* name = ResolveName(attribute);
-        const std::uint32_t textLength = ReadNumber();
-        TL_ASSERT_TEXT((textLength & 1) == 0, "(textLength & 1) == 0");
-        builder_.AddAttribute(name, textLength < 2 ? std::u16string_view()
-                                                   : ReadText(textLength / 2));
-    }
-    ReadTextItem();
-    while (!TooDeep() && ReadNew()) {
-        ReadTextItem();
+        builder_.OpenTag(tag);
+        builder_.SetTextEntry(text);
+        ReadChildren(child);
+    } else {
+        builder_.Open(name);
+        for (; attribute != 0; attribute = ReadNumber()) {
+            const Detail::XmlName* attributeName = ResolveName(attribute);
+            const std::uint32_t textLength = ReadNumber();
+            TL_ASSERT_TEXT((textLength & 1) == 0, "(textLength & 1) == 0");
+            builder_.AddAttributeText(attributeName,
+                                      textLength < 2 ? nullptr : ReadTextEntry(textLength / 2));
+        }
+        builder_.SetTextEntry(ReadTextItem());
+        ReadChildren(ReadNumber());
     }
     builder_.Close();
     Leave();
     return !failed_;
 }
 
-void BinaryXmlReader::ReadTextItem() {
+void BinaryXmlReader::ReadChildren(std::uint32_t reference) {
+    // Each child is followed by a text item; a subtree that went too deep ends the list.
+    while (ReadElement(reference)) {
+        builder_.SetTextEntry(ReadTextItem());
+        if (TooDeep()) {
+            return;
+        }
+        reference = ReadNumber();
+    }
+}
+
+const Detail::XmlText* BinaryXmlReader::ReadTextItem() {
     const std::uint32_t item = ReadNumber();
     const std::uint32_t length = item >> 1;
     if ((item & 1) != 0) {
         ReadBytes(length);  // raw data: the tree keeps no text for it
-    } else {
-        builder_.SetText(ReadText(length));
+        return nullptr;
     }
+    return ReadTextEntry(length);
 }
 
 bool ReadBinaryDocument(XmlDocument& document, File::i_file& file) {

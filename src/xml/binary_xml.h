@@ -56,18 +56,20 @@ private:
     // length cannot demand more memory than the input holds.
     std::string_view ReadBytes(std::uint64_t count);
     std::string_view GatherBytes(std::uint64_t count);
-    // `count` bytes of UTF-8, up to the first NUL, as UTF-16; valid until the next read.
-    std::u16string_view ReadText(std::uint64_t count);
-    // The `size` bytes at `p` decoded as ReadText does; the input may be read up to
-    // `readable`.
-    std::u16string_view Widen(const std::uint8_t* p, std::size_t size,
-                              const std::uint8_t* readable);
+    // `count` bytes of UTF-8, up to the first NUL, as a text of the tree, decoded straight
+    // into the document's arena; null for an empty text.
+    const Detail::XmlText* ReadTextEntry(std::uint64_t count);
     // The name that `reference` stands for; a reference seen for the first time is followed
     // by the name's length and bytes. A known reference is one lookup in the dictionary,
     // whatever the length of its name.
     const Detail::XmlName* ResolveName(std::uint32_t reference);
     const Detail::XmlName* DefineName(std::uint32_t reference);
-    void ReadTextItem();
+    // One element of revision 2 whose name reference has been read, with its subtree.
+    bool ReadElement(std::uint32_t reference);
+    // Children up to the terminator, the first of whose references has been read.
+    void ReadChildren(std::uint32_t reference);
+    // A text, or raw data that the tree keeps no text for (null).
+    const Detail::XmlText* ReadTextItem();
 
     // Guards the recursion of the reads.
     bool Enter();
@@ -94,8 +96,6 @@ private:
 
     std::unique_ptr<std::uint8_t[]> block_;
     std::string gathered_;
-    std::unique_ptr<char16_t[]> text_;
-    std::size_t textCapacity_ = 0;
     const std::uint8_t* next_ = nullptr;
     const std::uint8_t* end_ = nullptr;
     std::uint32_t depth_ = 0;

@@ -77,8 +77,10 @@ TEST(DirIterator, AWalkAllocatesNothingForAnEntry) {
     std::uint64_t sizes = 0;
     for (;;) {
         const std::size_t before = allocations.load();
+        File::dir_entry_info info;
+        ASSERT_TRUE(it->GetEntryInfo(info));
         ASSERT_NE(it->GetName(), nullptr);
-        sizes += it->GetSize() + static_cast<std::uint64_t>(it->GetWriteTime() != 0) +
+        sizes += info.Size + info.NameLength + it->GetSize() + static_cast<std::uint64_t>(it->GetWriteTime() != 0) +
                  it->GetType() + it->GetAttributes() + it->GetLinkCount() +
                  std::char_traits<char16_t>::length(it->GetFullPath());
         ++entries;

@@ -3,6 +3,7 @@
 // Directory objects: reading a directory's entries, opening its files and subdirectories, and
 // changing them.
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -29,6 +30,15 @@ TL_API std::uint32_t DriveTypeFromWindows(std::uint32_t windowsType) noexcept;
 // Milliseconds since 1970-01-01 UTC from a count of 100 ns since 1601, the unit of the
 // times that iterators report.
 TL_API std::int64_t FileTimeToUnixMilliseconds(std::uint64_t fileTime) noexcept;
+
+// What a walk reads of most entries, given by i_dir::iterator::GetEntryInfo in one call.
+struct dir_entry_info {
+    const char16_t* Name = nullptr;  // as GetName: valid until the iterator moves
+    std::size_t NameLength = 0;      // in UTF-16 units, without the closing zero
+    std::uint32_t Type = 0;          // as GetType: the entry class
+    std::uint64_t Size = 0;          // as GetSize
+    std::int64_t WriteTime = 0;      // as GetWriteTime: milliseconds since 1970
+};
 
 // The receiver of change notifications; the notification service defines it.
 class dir_notification;
@@ -70,6 +80,11 @@ public:
         virtual const char16_t* GetExtendedName();  // null
         virtual std::uint64_t GetInodeId();         // 0
         virtual std::uint64_t GetDeviceId();        // 0
+        // Name, its length, type, size and modification time of the entry in one call, each
+        // as its own getter gives it, with those getters' errors: for a walk that wants all
+        // of them, one call instead of four. False, with the fields as those getters left
+        // them, when the iterator is in error afterwards. The default asks the four getters.
+        virtual bool GetEntryInfo(dir_entry_info& info);
     };
 
     // Opens an entry for reading: by identifier, at an iterator's position, or by name.
