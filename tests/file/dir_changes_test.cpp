@@ -13,6 +13,7 @@
 namespace {
 
 using test_support::FakeDirIo;
+using test_support::OpenTree;
 using test_support::TempTree;
 using Call = FakeDirIo::Call;
 
@@ -31,13 +32,6 @@ std::string ReadAll(File::i_file& file) {
     file.Read(out.data(), out.size(), got);
     out.resize(got);
     return out;
-}
-
-std::unique_ptr<File::nt_dir> OpenTree(Platform::DirIo& io, const TempTree& tree) {
-    Common::Error error;
-    auto dir = File::nt_dir::Open(io, tree.Wide(), error);
-    EXPECT_TRUE(dir != nullptr) << error.Code();
-    return dir;
 }
 
 TEST(SystemDir, CreatesWritesReadsRenamesAndRemoves) {

@@ -19,14 +19,8 @@
 namespace {
 
 using test_support::FakeDirIo;
+using test_support::OpenTree;
 using test_support::TempTree;
-
-std::unique_ptr<File::nt_dir> OpenTree(Platform::DirIo& io, const TempTree& tree) {
-    Common::Error error;
-    auto dir = File::nt_dir::Open(io, tree.Wide(), error);
-    EXPECT_TRUE(dir != nullptr) << error.Code();
-    return dir;
-}
 
 void SetWriteTime(const TempTree& tree, const std::string& name, time_t seconds, long ns) {
     const struct timespec times[2] = {{0, UTIME_OMIT}, {seconds, ns}};

@@ -14,18 +14,12 @@
 namespace {
 
 using test_support::FakeDirIo;
+using test_support::OpenTree;
 using test_support::TempTree;
 using Call = FakeDirIo::Call;
 
 std::string Func(const Common::Error& e) {
     return e.Origin().Func != nullptr ? e.Origin().Func : "";
-}
-
-std::unique_ptr<File::nt_dir> OpenTree(Platform::DirIo& io, const TempTree& tree) {
-    Common::Error error;
-    auto dir = File::nt_dir::Open(io, tree.Wide(), error);
-    EXPECT_TRUE(dir != nullptr) << error.Code();
-    return dir;
 }
 
 // Every name the iterator gives, as system bytes, checking that each comes once.

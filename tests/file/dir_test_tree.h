@@ -8,11 +8,14 @@
 #include <unistd.h>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include <tessel_link/file/system_dir.h>
+
+#include "file/nt_dir.h"
 
 namespace test_support {
 
@@ -54,5 +57,13 @@ public:
 
     std::string path;
 };
+
+// The tree's directory through `io`; a failure to open it fails the test.
+inline std::unique_ptr<File::nt_dir> OpenTree(Platform::DirIo& io, const TempTree& tree) {
+    Common::Error error;
+    auto dir = File::nt_dir::Open(io, tree.Wide(), error);
+    EXPECT_TRUE(dir != nullptr) << error.Code();
+    return dir;
+}
 
 }  // namespace test_support

@@ -17,14 +17,8 @@
 namespace {
 
 using test_support::FakeDirIo;
+using test_support::OpenTree;
 using test_support::TempTree;
-
-std::unique_ptr<File::nt_dir> OpenTree(Platform::DirIo& io, const TempTree& tree) {
-    Common::Error error;
-    auto dir = File::nt_dir::Open(io, tree.Wide(), error);
-    EXPECT_TRUE(dir != nullptr) << error.Code();
-    return dir;
-}
 
 TEST(NativeNames, AsciiWideningAgreesWithTheGeneralDecoder) {
     constexpr std::size_t kLongest = 300;
