@@ -245,27 +245,14 @@ void WholeReader::PreservedRun(const unsigned char*& p) {
 bool WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
 #if defined(__SSE2__)
     const __m128i quotes = _mm_set1_epi8(static_cast<char>(quote));
-    for (;;) {
-        text_.Need(kBlockRoom);
-        const __m128i v = Load16(p);
-        const unsigned closing = Mask(_mm_cmpeq_epi8(v, quotes));
-        const __m128i stop = _mm_or_si128(Eq(v, '<'), Eq(v, '&'));
-        const unsigned pass =
-            Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20)))) & ~closing;
-        const unsigned ok = pass | (Mask(Eq(v, ' ')) & (pass >> 1));
-        char16_t* out = text_.Out();
-        StoreWide(out, v);
-        if (ok == 0xffff) {
-            p += 16;
-            text_.Out() = out + 16;
-            continue;
-        }
-        const int count = std::countr_one(ok);
-        p += count;
-        text_.Out() = out + count;
-        // Most values end here, at their quote: no need to look at the byte again.
-        return ((closing >> count) & 1) != 0;
-    }
+    CopyRun(p, [quotes](__m128i v) {
+        const __m128i stop = _mm_or_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
+                                          _mm_cmpeq_epi8(v, quotes));
+        const unsigned pass = Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
+        return pass | (Mask(Eq(v, ' ')) & (pass >> 1));
+    });
+    // Most values end here, at their quote.
+    return *p == quote;
 #else
     (void)quote;
     text_.Need(1);
@@ -276,23 +263,9 @@ bool WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
 
 void WholeReader::CDataRun(const unsigned char*& p) {
 #if defined(__SSE2__)
-    for (;;) {
-        text_.Need(kBlockRoom);
-        const __m128i v = Load16(p);
-        const unsigned ok =
-            Mask(_mm_andnot_si128(Eq(v, ']'), _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f))));
-        char16_t* out = text_.Out();
-        StoreWide(out, v);
-        if (ok == 0xffff) {
-            p += 16;
-            text_.Out() = out + 16;
-            continue;
-        }
-        const int count = std::countr_one(ok);
-        p += count;
-        text_.Out() = out + count;
-        return;
-    }
+    CopyRun(p, [](__m128i v) {
+        return Mask(_mm_andnot_si128(Eq(v, ']'), _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f))));
+    });
 #else
     text_.Need(1);
     text_.Put(*p++);
