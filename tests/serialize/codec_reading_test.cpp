@@ -20,15 +20,14 @@
 #include <tessel_link/testing/recording_ends.h>
 #include <tessel_link/xidl/records.h>
 
+#include "packet_text.h"
+
 namespace {
 
+using packet_test::Packet;
 using Serialization::MetaInfo;
 using Serialization::ReadScope;
 using Serialization::XMLPacketDeserializer;
-
-std::string Packet(const std::string& body) {
-    return "\xEF\xBB\xBF<XML_SERIALIZER>" + body + "</XML_SERIALIZER>";
-}
 
 struct Reader {
     explicit Reader(const std::string& body) : text(Packet(body)), d(text.data(), text.size(), 0) {}

@@ -18,6 +18,11 @@ inline std::string Finish(Serialization::Serializer& s) {
     return std::string(bytes.begin(), bytes.end());
 }
 
+// A packet of `body`: the frame that Body() takes off, put around it.
+inline std::string Packet(const std::string& body) {
+    return std::string(kBom) + "<XML_SERIALIZER>" + body + "</XML_SERIALIZER>";
+}
+
 // The packet with its frame (byte order mark, root start and end tag) taken off.
 inline std::string Body(Serialization::Serializer& s) {
     const std::string packet = Finish(s);

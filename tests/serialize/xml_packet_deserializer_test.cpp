@@ -9,15 +9,14 @@
 #include <tessel_link/serialize/errors.h>
 #include <tessel_link/impl/serialize/scope_guards.h>
 
+#include "packet_text.h"
+
 namespace {
 
+using packet_test::Packet;
 using Serialization::MetaInfo;
 using Serialization::ReadScope;
 using Serialization::XMLPacketDeserializer;
-
-std::string Packet(const std::string& body) {
-    return "\xEF\xBB\xBF<XML_SERIALIZER>" + body + "</XML_SERIALIZER>";
-}
 
 std::vector<std::string>& Fired() {
     static std::vector<std::string> fired;
