@@ -2,9 +2,9 @@
 
 #include <cstring>
 #include <string_view>
+#include <typeinfo>
 #include <vector>
 
-#include "por/binary_operation.h"
 #include "por/walkers.h"
 
 #include "por/holders.h"
@@ -51,6 +51,85 @@ int CompareStrings(const WideString& a, const WideString& b) {
     return Sign(a.compare(b));
 }
 
+// In-memory units keep their elements, properties and traits in lists that two walks can
+// read side by side, without gathering one side through a processor first. Null for any other
+// implementation, which the walkers serve.
+//
+// The type is told by the address of its type_info alone: where one type should have two
+// (copies across shared objects), the general path serves and the answer is the same.
+template <class Holder, class Value>
+const Holder* IfHolder(const Value& value) {
+    return &typeid(value) == &typeid(Holder) ? static_cast<const Holder*>(&value) : nullptr;
+}
+
+const ArrayValueHolder* MemoryArray(const View::ArrayValue& value) {
+    return IfHolder<ArrayValueHolder>(value);
+}
+
+const CompositeValueHolder* MemoryComposite(const View::CompositeValue& value) {
+    return IfHolder<CompositeValueHolder>(value);
+}
+
+const Por::Detail::TraitList* MemoryTraits(const View::Traits& traits) {
+    const TraitsHolderImpl* impl = IfHolder<TraitsHolderImpl>(traits);
+    return impl != nullptr ? &impl->List() : nullptr;
+}
+
+// The in-memory holder of the values of a read interface.
+template <class Value>
+struct MemoryHolderOf;
+template <>
+struct MemoryHolderOf<View::NilValue> {
+    using Type = NilValueHolder;
+};
+template <class T>
+struct MemoryHolderOf<View::ScalarValue<T>> {
+    using Type = ScalarValueHolder<T>;
+};
+template <class T>
+struct MemoryHolderOf<View::ComplexValue<T>> {
+    using Type = ComplexValueHolder<T>;
+};
+template <>
+struct MemoryHolderOf<View::ArrayValue> {
+    using Type = ArrayValueHolder;
+};
+template <>
+struct MemoryHolderOf<View::CompositeValue> {
+    using Type = CompositeValueHolder;
+};
+
+// Calls `op` with the values of two units, whatever their kinds. The left unit is visited;
+// when the right one is an in-memory unit of the same kind, which is what two trees being
+// compared usually hold, its value is read directly instead of by a second visit.
+template <class Op>
+void ApplyPair(const View::Unit& a, const View::Unit& b, Op& op) {
+    const std::type_info* right = &typeid(b);
+    VisitValue(a, [&](const auto& left) {
+        using Left = std::remove_cvref_t<decltype(left)>;
+        using Holder = typename MemoryHolderOf<Left>::Type;
+        if (right == &typeid(Object<Holder>)) {
+            op(left, static_cast<const Left&>(static_cast<const Object<Holder>&>(b).Value()));
+        } else {
+            VisitValue(b, [&](const auto& value) { op(left, value); });
+        }
+    });
+}
+
+// Both composites are in memory and have the same names at the same places: every property
+// then has its partner at its own index, and no name is on one side only.
+bool SameNames(const std::vector<PropertyPtr>& left, const std::vector<PropertyPtr>& right) {
+    if (left.size() != right.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        if (left[i]->GetName() != right[i]->GetName()) {
+            return false;
+        }
+    }
+    return true;
+}
+
 int CompareBlobs(const ByteVector& a, const ByteVector& b) {
     const std::size_t common = std::min(a.size(), b.size());
     const int bytes = common == 0 ? 0 : std::memcmp(a.data(), b.data(), common);
@@ -86,6 +165,18 @@ int CompareArrays(const View::ArrayValue& a, const View::ArrayValue& b, unsigned
     const std::uint64_t sizeB = b.Size();
     if (sizeA != sizeB) {
         return sizeA < sizeB ? -1 : 1;
+    }
+    const ArrayValueHolder* memoryA = MemoryArray(a);
+    const ArrayValueHolder* memoryB = MemoryArray(b);
+    if (memoryA != nullptr && memoryB != nullptr) {
+        const std::vector<UnitPtr>& left = memoryA->Elements();
+        const std::vector<UnitPtr>& right = memoryB->Elements();
+        for (std::size_t i = 0; i < left.size(); ++i) {
+            if (const int order = CompareAt(*left[i], *right[i], depth + 1); order != 0) {
+                return order;
+            }
+        }
+        return 0;
     }
     ArrayComparisonWalker walker(depth + 1);
     WalkArrays(a, b, walker);
@@ -136,6 +227,21 @@ private:
 
 int CompareComposites(const View::CompositeValue& a, const View::CompositeValue& b,
                       unsigned depth) {
+    const CompositeValueHolder* memoryA = MemoryComposite(a);
+    const CompositeValueHolder* memoryB = MemoryComposite(b);
+    if (memoryA != nullptr && memoryB != nullptr &&
+        SameNames(memoryA->Properties(), memoryB->Properties())) {
+        // No lone names: the first pair that differs decides.
+        const std::vector<PropertyPtr>& left = memoryA->Properties();
+        const std::vector<PropertyPtr>& right = memoryB->Properties();
+        for (std::size_t i = 0; i < left.size(); ++i) {
+            const int order = CompareAt(left[i]->GetUnit(), right[i]->GetUnit(), depth + 1);
+            if (order != 0) {
+                return order;
+            }
+        }
+        return 0;
+    }
     CompositeComparisonWalker walker(depth + 1);
     WalkComposites(a, b, walker);
     return walker.Result();
@@ -188,6 +294,29 @@ public:
     }
     const View::Trait* PartnerOfRight(const View::Trait& trait) {
         return Partner(left_, trait, false);
+    }
+
+    // True when both sets are in memory, equally long, and each trait is equal to the one at
+    // its own place on the other side: then every trait has a partner. Equal sets of
+    // in-memory units always line up so, as their traits are kept in order; when the sets
+    // do not, the pairs worked out on the way are kept for the search of partners.
+    bool LineUp() {
+        const Por::Detail::TraitList* left = MemoryTraits(left_);
+        const Por::Detail::TraitList* right = MemoryTraits(right_);
+        if (left == nullptr || right == nullptr || left->size() != right->size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < left->size(); ++i) {
+            if ((*left)[i]->GetName() != (*right)[i]->GetName()) {
+                return false;
+            }
+        }
+        for (std::size_t i = 0; i < left->size(); ++i) {
+            if (!Equal(*(*left)[i], *(*right)[i])) {
+                return false;
+            }
+        }
+        return true;
     }
 
 private:
@@ -271,6 +400,9 @@ int CompareTraitsAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
         return 0;
     }
     TraitPairs pairs(left, right, depth);
+    if (pairs.LineUp()) {
+        return 0;
+    }
     TraitCandidate leftOnly;
     TraitCandidate rightOnly;
 
@@ -317,7 +449,7 @@ int CompareAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
 
 int CompareAtHere(const View::Unit& a, const View::Unit& b, unsigned depth) {
     PerformValueCompare op{depth, 0};
-    Por::Detail::ApplyBinary(a, b, op);
+    ApplyPair(a, b, op);
     if (op.result != 0) {
         return op.result;
     }
@@ -345,6 +477,9 @@ bool IncludeEachOtherAt(const View::Unit& a, const View::Unit& b, unsigned depth
         return true;
     }
     TraitPairs pairs(a.GetTraits(), b.GetTraits(), depth);
+    if (pairs.LineUp()) {
+        return true;
+    }
     bool missing = false;
     auto leftHasAll = MakeProcessor<const View::Trait>([&](const View::Trait& trait) {
         missing = pairs.PartnerOfRight(trait) == nullptr;
@@ -420,10 +555,33 @@ struct ValueComparator {
                 result = false;
                 return;
             }
+            const ArrayValueHolder* memoryLeft = MemoryArray(left);
+            const ArrayValueHolder* memoryRight = MemoryArray(right);
+            if (memoryLeft != nullptr && memoryRight != nullptr) {
+                const std::vector<UnitPtr>& a = memoryLeft->Elements();
+                const std::vector<UnitPtr>& b = memoryRight->Elements();
+                result = true;
+                for (std::size_t i = 0; i < a.size() && result; ++i) {
+                    result = UnitEqualAt(*a[i], *b[i], depth + 1);
+                }
+                return;
+            }
             ArrayEqualityChecker checker(depth + 1);
             WalkArrays(left, right, checker);
             result = checker.Equal();
         } else if constexpr (leftType == CompositeType) {
+            const CompositeValueHolder* memoryLeft = MemoryComposite(left);
+            const CompositeValueHolder* memoryRight = MemoryComposite(right);
+            if (memoryLeft != nullptr && memoryRight != nullptr &&
+                SameNames(memoryLeft->Properties(), memoryRight->Properties())) {
+                const std::vector<PropertyPtr>& a = memoryLeft->Properties();
+                const std::vector<PropertyPtr>& b = memoryRight->Properties();
+                result = true;
+                for (std::size_t i = 0; i < a.size() && result; ++i) {
+                    result = UnitEqualAt(a[i]->GetUnit(), b[i]->GetUnit(), depth + 1);
+                }
+                return;
+            }
             CompositeEqualityChecker checker(depth + 1);
             WalkComposites(left, right, checker);
             result = checker.Equal();
@@ -438,7 +596,7 @@ struct ValueComparator {
 bool UnitValueEqualAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
     return Por::Detail::Descend(depth, kEqualFunction, [&] {
         ValueComparator op{depth, false};
-        Por::Detail::ApplyBinary(a, b, op);
+        ApplyPair(a, b, op);
         return op.result;
     });
 }

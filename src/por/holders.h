@@ -102,6 +102,8 @@ public:
     // For the copier, which knows the count and never hands in null.
     void Reserve(std::size_t count) { elements_.reserve(count); }
     void Append(UnitPtr unit) { elements_.push_back(std::move(unit)); }
+    // For walks over in-memory trees, which read the elements without a processor.
+    const std::vector<UnitPtr>& Elements() const noexcept { return elements_; }
 
     void Front(ItemProcessor<const View::Unit>& processor) const override;
     void Back(ItemProcessor<const View::Unit>& processor) const override;
@@ -161,6 +163,8 @@ public:
     void AppendInOrder(PropertyPtr property) { properties_.push_back(std::move(property)); }
     // The property of that name, or null.
     Construction::Property* FindProperty(const UnitName& name) const { return Lookup(name); }
+    // The properties in name order, no two of one name.
+    const std::vector<PropertyPtr>& Properties() const noexcept { return properties_; }
     void Remove(const UnitName& name) override;
 
 private:
@@ -227,6 +231,8 @@ public:
     void Add(TraitPtr trait) override;
 
     void Reserve(std::size_t count) { traits_.reserve(count); }
+    // The traits in order: by name, then by the unit order; no two equal.
+    const Detail::TraitList& List() const noexcept { return traits_; }
 
 private:
     Detail::TraitList traits_;

@@ -382,4 +382,201 @@ TEST(Consistency, OrderIsAntisymmetricTransitiveAndAgreesWithEquality) {
     }
 }
 
+// A read-only view of an in-memory tree through classes of its own, as any other
+// implementation of the interfaces would offer it: arrays, composites and trait sets are
+// walked through their processors, scalar values are the source's.
+class ForeignUnit;
+using ForeignPtr = std::unique_ptr<ForeignUnit>;
+
+class ForeignTrait final : public Por::View::Trait {
+public:
+    ForeignTrait(const Por::UnitName& name, ForeignPtr unit) : name_(name), unit_(std::move(unit)) {}
+    const Por::UnitName& GetName() const override { return name_; }
+    const Por::View::Unit& GetUnit() const override;
+
+private:
+    Por::UnitName name_;
+    ForeignPtr unit_;
+};
+
+class ForeignProperty final : public Por::View::Property {
+public:
+    ForeignProperty(const Por::UnitName& name, ForeignPtr unit) : name_(name), unit_(std::move(unit)) {}
+    const Por::UnitName& GetName() const override { return name_; }
+    const Por::View::Unit& GetUnit() const override;
+
+private:
+    Por::UnitName name_;
+    ForeignPtr unit_;
+};
+
+class ForeignTraits final : public Por::View::Traits {
+public:
+    std::vector<std::unique_ptr<ForeignTrait>> traits;
+    bool ForEachByName(const Por::UnitName& name,
+                       Por::ItemProcessor<const Por::View::Trait>& processor) const override {
+        for (const auto& t : traits) {
+            if (t->GetName() == name && processor.Process(*t)) {
+                return true;
+            }
+        }
+        return false;
+    }
+    bool ForEach(Por::ItemProcessor<const Por::View::Trait>& processor) const override {
+        for (const auto& t : traits) {
+            if (processor.Process(*t)) {
+                return true;
+            }
+        }
+        return false;
+    }
+};
+
+class ForeignArray final : public Por::View::ArrayValue {
+public:
+    std::vector<ForeignPtr> elements;
+    bool IsEmpty() const override { return elements.empty(); }
+    std::uint64_t Size() const override { return elements.size(); }
+    void Front(Por::ItemProcessor<const Por::View::Unit>& p) const override;
+    void Back(Por::ItemProcessor<const Por::View::Unit>& p) const override;
+    void At(std::uint64_t i, Por::ItemProcessor<const Por::View::Unit>& p) const override;
+    bool ForEach(Por::ItemProcessor<const Por::View::Unit>& p) const override;
+};
+
+class ForeignComposite final : public Por::View::CompositeValue {
+public:
+    std::vector<std::unique_ptr<ForeignProperty>> properties;
+    bool ForEach(Por::ItemProcessor<const Por::View::Property>& processor) const override {
+        for (const auto& p : properties) {
+            if (processor.Process(*p)) {
+                return true;
+            }
+        }
+        return false;
+    }
+    bool Find(const Por::UnitName& name,
+              Por::ItemProcessor<const Por::View::Property>& processor) const override {
+        for (const auto& p : properties) {
+            if (p->GetName() == name) {
+                processor.Process(*p);
+                return true;
+            }
+        }
+        return false;
+    }
+    std::shared_ptr<Por::IteratorState<const Por::View::Property>> GetIterator() const override {
+        return nullptr;
+    }
+};
+
+class ForeignUnit final : public Por::View::Unit {
+public:
+    explicit ForeignUnit(const Por::View::Unit& source) : source_(source) {
+        Por::VisitValue(source, [&](const auto& value) {
+            using V = std::remove_cvref_t<decltype(value)>;
+            if constexpr (Por::ValueKindOf<V> == Por::ArrayType) {
+                array_ = std::make_unique<ForeignArray>();
+                auto each = Por::MakeProcessor<const Por::View::Unit>([&](const Por::View::Unit& u) {
+                    array_->elements.push_back(std::make_unique<ForeignUnit>(u));
+                });
+                value.ForEach(each);
+            } else if constexpr (Por::ValueKindOf<V> == Por::CompositeType) {
+                composite_ = std::make_unique<ForeignComposite>();
+                auto each = Por::MakeProcessor<const Por::View::Property>(
+                    [&](const Por::View::Property& p) {
+                        composite_->properties.push_back(std::make_unique<ForeignProperty>(
+                            p.GetName(), std::make_unique<ForeignUnit>(p.GetUnit())));
+                    });
+                value.ForEach(each);
+            }
+        });
+        auto each = Por::MakeProcessor<const Por::View::Trait>([&](const Por::View::Trait& t) {
+            traits_.traits.push_back(
+                std::make_unique<ForeignTrait>(t.GetName(), std::make_unique<ForeignUnit>(t.GetUnit())));
+        });
+        source.GetTraits().ForEach(each);
+    }
+    void Accept(Por::View::UnitReader& visitor) const override {
+        if (array_) {
+            visitor.OnArray(*array_);
+        } else if (composite_) {
+            visitor.OnComposite(*composite_);
+        } else {
+            source_.Accept(visitor);
+        }
+    }
+    const Por::View::Traits& GetTraits() const override { return traits_; }
+
+private:
+    const Por::View::Unit& source_;
+    std::unique_ptr<ForeignArray> array_;
+    std::unique_ptr<ForeignComposite> composite_;
+    ForeignTraits traits_;
+};
+
+const Por::View::Unit& ForeignTrait::GetUnit() const {
+    return *unit_;
+}
+const Por::View::Unit& ForeignProperty::GetUnit() const {
+    return *unit_;
+}
+void ForeignArray::Front(Por::ItemProcessor<const Por::View::Unit>& p) const {
+    p.Process(*elements.front());
+}
+void ForeignArray::Back(Por::ItemProcessor<const Por::View::Unit>& p) const {
+    p.Process(*elements.back());
+}
+void ForeignArray::At(std::uint64_t i, Por::ItemProcessor<const Por::View::Unit>& p) const {
+    p.Process(*elements.at(i));
+}
+bool ForeignArray::ForEach(Por::ItemProcessor<const Por::View::Unit>& p) const {
+    for (const auto& e : elements) {
+        if (p.Process(*e)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// In-memory trees are compared by reading their lists side by side; any other implementation
+// through the walkers. Both ways, and any mix of them, give the same answers.
+TEST(Consistency, InMemoryTreesAndOtherImplementationsAgree) {
+    std::vector<UnitPtr> pool;
+    pool.push_back(Arr(Dword(1), Dword(5)));
+    pool.push_back(Arr(Dword(1), Dword(4)));
+    pool.push_back(Arr(Dword(1), With(Dword(5), "T")));
+    pool.push_back(Arr(Dword(2)));
+    pool.push_back(Comp("a", Dword(1), "b", Dword(5)));
+    pool.push_back(Comp("a", Dword(2), "b", Dword(0)));
+    pool.push_back(Comp("a", Dword(1), "c", Dword(0)));
+    pool.push_back(Comp("a", Dword(1)));
+    pool.push_back(Comp("a", Comp("q", Str(u"x")), "b", Arr(Str(u"y"))));
+    pool.push_back(Comp("a", Comp("q", Str(u"x")), "b", Arr(Str(u"z"))));
+    pool.push_back(With(With(Nil(), "A", Dword(1)), "T", Dword(5)));
+    pool.push_back(With(With(Nil(), "A", Dword(1)), "T", Dword(3)));
+    pool.push_back(With(With(Nil(), "A", Dword(2)), "T", Dword(5)));
+    pool.push_back(With(With(Nil(), "T", Dword(7)), "T", Dword(2)));
+    pool.push_back(With(Nil(), "T", Dword(3)));
+    pool.push_back(With(Nil(), "T", With(Dword(1), "N")));
+    pool.push_back(With(Comp("a", With(Dword(1), "V", Dword(2))), "V", Dword(1)));
+    pool.push_back(With(Comp("a", With(Dword(1), "V", Dword(3))), "V", Dword(1)));
+    std::vector<ForeignPtr> foreign;
+    for (const UnitPtr& unit : pool) {
+        foreign.push_back(std::make_unique<ForeignUnit>(*unit));
+    }
+    for (std::size_t i = 0; i < pool.size(); ++i) {
+        for (std::size_t j = 0; j < pool.size(); ++j) {
+            const int order = Compare(*foreign[i], *foreign[j]);
+            EXPECT_EQ(Compare(*pool[i], *pool[j]), order) << i << "," << j;
+            EXPECT_EQ(Compare(*pool[i], *foreign[j]), order) << i << "," << j;
+            EXPECT_EQ(Compare(*foreign[i], *pool[j]), order) << i << "," << j;
+            const bool equal = UnitEqual(*foreign[i], *foreign[j]);
+            EXPECT_EQ(UnitEqual(*pool[i], *pool[j]), equal) << i << "," << j;
+            EXPECT_EQ(UnitEqual(*pool[i], *foreign[j]), equal) << i << "," << j;
+            EXPECT_EQ(UnitValueEqual(*pool[i], *pool[j]), UnitValueEqual(*foreign[i], *foreign[j]))
+                << i << "," << j;
+        }
+    }
+}
+
 }  // namespace
