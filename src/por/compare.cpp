@@ -118,7 +118,7 @@ void ApplyPair(const View::Unit& a, const View::Unit& b, Op& op) {
 
 // Both composites are in memory and have the same names at the same places: every property
 // then has its partner at its own index, and no name is on one side only.
-bool SameNames(const std::vector<PropertyPtr>& left, const std::vector<PropertyPtr>& right) {
+bool SameNames(const PropertyList& left, const PropertyList& right) {
     if (left.size() != right.size()) {
         return false;
     }
@@ -169,8 +169,8 @@ int CompareArrays(const View::ArrayValue& a, const View::ArrayValue& b, unsigned
     const ArrayValueHolder* memoryA = MemoryArray(a);
     const ArrayValueHolder* memoryB = MemoryArray(b);
     if (memoryA != nullptr && memoryB != nullptr) {
-        const std::vector<UnitPtr>& left = memoryA->Elements();
-        const std::vector<UnitPtr>& right = memoryB->Elements();
+        const UnitList& left = memoryA->Elements();
+        const UnitList& right = memoryB->Elements();
         for (std::size_t i = 0; i < left.size(); ++i) {
             if (const int order = CompareAt(*left[i], *right[i], depth + 1); order != 0) {
                 return order;
@@ -232,8 +232,8 @@ int CompareComposites(const View::CompositeValue& a, const View::CompositeValue&
     if (memoryA != nullptr && memoryB != nullptr &&
         SameNames(memoryA->Properties(), memoryB->Properties())) {
         // No lone names: the first pair that differs decides.
-        const std::vector<PropertyPtr>& left = memoryA->Properties();
-        const std::vector<PropertyPtr>& right = memoryB->Properties();
+        const PropertyList& left = memoryA->Properties();
+        const PropertyList& right = memoryB->Properties();
         for (std::size_t i = 0; i < left.size(); ++i) {
             const int order = CompareAt(left[i]->GetUnit(), right[i]->GetUnit(), depth + 1);
             if (order != 0) {
@@ -558,8 +558,8 @@ struct ValueComparator {
             const ArrayValueHolder* memoryLeft = MemoryArray(left);
             const ArrayValueHolder* memoryRight = MemoryArray(right);
             if (memoryLeft != nullptr && memoryRight != nullptr) {
-                const std::vector<UnitPtr>& a = memoryLeft->Elements();
-                const std::vector<UnitPtr>& b = memoryRight->Elements();
+                const UnitList& a = memoryLeft->Elements();
+                const UnitList& b = memoryRight->Elements();
                 result = true;
                 for (std::size_t i = 0; i < a.size() && result; ++i) {
                     result = UnitEqualAt(*a[i], *b[i], depth + 1);
@@ -574,8 +574,8 @@ struct ValueComparator {
             const CompositeValueHolder* memoryRight = MemoryComposite(right);
             if (memoryLeft != nullptr && memoryRight != nullptr &&
                 SameNames(memoryLeft->Properties(), memoryRight->Properties())) {
-                const std::vector<PropertyPtr>& a = memoryLeft->Properties();
-                const std::vector<PropertyPtr>& b = memoryRight->Properties();
+                const PropertyList& a = memoryLeft->Properties();
+                const PropertyList& b = memoryRight->Properties();
                 result = true;
                 for (std::size_t i = 0; i < a.size() && result; ++i) {
                     result = UnitEqualAt(a[i]->GetUnit(), b[i]->GetUnit(), depth + 1);

@@ -210,7 +210,7 @@ bool ArrayValueHolder::ForEach(ItemProcessor<Modification::Unit>& processor) {
 }
 
 void ArrayValueHolder::Clear() {
-    std::vector<UnitPtr> old;
+    UnitList old;
     old.swap(elements_);
     Detail::DestroyItems(old);
 }
@@ -309,7 +309,7 @@ bool NameLess(const PropertyPtr& property, const char* name) {
 template <class Item>
 class PropertyIterator final : public IteratorState<Item> {
 public:
-    explicit PropertyIterator(const std::vector<PropertyPtr>& properties)
+    explicit PropertyIterator(const PropertyList& properties)
         : properties_(properties) {}
     Item& Current() override { return *properties_[position_]; }
     void Advance() override {
@@ -320,7 +320,7 @@ public:
     bool Valid() const override { return position_ < properties_.size(); }
 
 private:
-    const std::vector<PropertyPtr>& properties_;
+    const PropertyList& properties_;
     std::size_t position_ = 0;
 };
 
@@ -330,7 +330,7 @@ CompositeValueHolder::~CompositeValueHolder() {
     Detail::DestroyItems(properties_);
 }
 
-std::vector<PropertyPtr>::const_iterator CompositeValueHolder::LowerBound(
+PropertyList::const_iterator CompositeValueHolder::LowerBound(
     const UnitName& name) const {
     return std::lower_bound(properties_.begin(), properties_.end(), name.c_str(), NameLess);
 }

@@ -15,6 +15,10 @@
 
 namespace Por {
 
+// The elements of an array and the properties of a composite.
+using UnitList = std::vector<UnitPtr, Detail::ArenaAllocator<UnitPtr>>;
+using PropertyList = std::vector<PropertyPtr, Detail::ArenaAllocator<PropertyPtr>>;
+
 namespace Detail {
 
 // Calls the visitor slot of a kind with a holder.
@@ -103,7 +107,7 @@ public:
     void Reserve(std::size_t count) { elements_.reserve(count); }
     void Append(UnitPtr unit) { elements_.push_back(std::move(unit)); }
     // For walks over in-memory trees, which read the elements without a processor.
-    const std::vector<UnitPtr>& Elements() const noexcept { return elements_; }
+    const UnitList& Elements() const noexcept { return elements_; }
 
     void Front(ItemProcessor<const View::Unit>& processor) const override;
     void Back(ItemProcessor<const View::Unit>& processor) const override;
@@ -135,7 +139,7 @@ private:
     bool Each(ItemProcessor<Item>& processor) const;
     void Place(std::uint64_t index, UnitPtr unit);
 
-    std::vector<UnitPtr> elements_;
+    UnitList elements_;
 };
 
 class CompositeValueHolder final : public Construction::CompositeValue {
@@ -164,17 +168,17 @@ public:
     // The property of that name, or null.
     Construction::Property* FindProperty(const UnitName& name) const { return Lookup(name); }
     // The properties in name order, no two of one name.
-    const std::vector<PropertyPtr>& Properties() const noexcept { return properties_; }
+    const PropertyList& Properties() const noexcept { return properties_; }
     void Remove(const UnitName& name) override;
 
 private:
     // The first property whose name is not less than `name`.
-    std::vector<PropertyPtr>::const_iterator LowerBound(const UnitName& name) const;
+    PropertyList::const_iterator LowerBound(const UnitName& name) const;
     Construction::Property* Lookup(const UnitName& name) const;
     template <class Item>
     bool Each(ItemProcessor<Item>& processor) const;
 
-    std::vector<PropertyPtr> properties_;
+    PropertyList properties_;
 };
 
 namespace Detail {

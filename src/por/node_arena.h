@@ -37,4 +37,34 @@ void ArenaFree(void* object) noexcept;
         ::Por::Detail::ArenaFree(object);                                              \
     }
 
+// An allocator for the lists of in-memory units (the elements of an array, the properties of
+// a composite). The lists of records are short and made together with the units they point
+// to: they are cut from the arena too, and only the longer ones come from the heap.
+template <class T>
+struct ArenaAllocator {
+    using value_type = T;
+
+    ArenaAllocator() noexcept = default;
+    template <class U>
+    ArenaAllocator(const ArenaAllocator<U>&) noexcept {}
+
+    T* allocate(std::size_t count) {
+        const std::size_t bytes = count * sizeof(T);
+        return static_cast<T*>(bytes <= kArenaLargestObject ? ArenaAllocate(bytes)
+                                                            : ::operator new(bytes));
+    }
+    void deallocate(T* items, std::size_t count) noexcept {
+        if (count * sizeof(T) <= kArenaLargestObject) {
+            ArenaFree(items);
+        } else {
+            ::operator delete(items);
+        }
+    }
+
+    template <class U>
+    bool operator==(const ArenaAllocator<U>&) const noexcept {
+        return true;
+    }
+};
+
 }  // namespace Por::Detail

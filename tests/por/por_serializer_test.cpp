@@ -2,6 +2,7 @@
 // descriptor's decisions, descriptor traits, failures, and the unit member bridge.
 
 #include "por/serialize/por_serializer.h"
+#include "por/serialize/record_to_unit.h"
 
 #include <list>
 #include <map>
@@ -60,6 +61,24 @@ Serializer& operator<<(Serializer& s, const Outer& v) {
     Serialization::WriteMember(s, MetaInfo("None"), v.None);
     return s;
 }
+
+// Fails halfway: a stray member inside an optional.
+struct Broken {
+    std::uint32_t Before = 1;
+};
+Serializer& operator<<(Serializer& s, const Broken& v) {
+    Serialization::WriteMember(s, MetaInfo("Before"), v.Before);
+    Serialization::WriteScope optional(s, MetaInfo("optional_type"));
+    s.Write(MetaInfo("stray"), true);
+    return s;
+}
+
+// Makes the tree of its inner record while it is being written itself, as a member that
+// holds a unit does.
+struct Nesting {
+    Inner In;
+};
+Serializer& operator<<(Serializer& s, const Nesting& v);
 
 }  // namespace Sample
 
@@ -271,6 +290,34 @@ TEST(PORSerializer, UnrecognizedChildrenUseTheSerializerUp) {
     }
 }
 
+TEST(RecordToUnit, EachTreeIsWholeWhateverTheRecordsBeforeIt) {
+    const Sample::Inner inner{3, u"x"};
+    UnitPtr first;
+    Por::Serialization::RecordToUnit(first, inner, F());
+    // A failure leaves the destination empty and nothing behind for the next record.
+    UnitPtr failed = Str(u"old");
+    EXPECT_EQ(Thrown([&] { Por::Serialization::RecordToUnit(failed, Sample::Broken{}, F()); }).Code(),
+              0xfa0019u);
+    EXPECT_EQ(failed, nullptr);
+    UnitPtr second;
+    Por::Serialization::RecordToUnit(second, inner, F());
+    UnitPtr nested;
+    Por::Serialization::RecordToUnit(nested, Sample::Nesting{inner}, F());
+    UnitPtr third;
+    Por::Serialization::RecordToUnit(third, inner, F());
+
+    const UnitPtr expected = InnerUnit(3, u"x", true);
+    for (const UnitPtr* tree : {&first, &second, &third}) {
+        ASSERT_NE(*tree, nullptr);
+        EXPECT_TRUE(Por::Util::UnitEqual(**tree, *expected));
+    }
+    // The inner tree was made while the outer one was being made, and each went to its own
+    // destination.
+    const UnitPtr outer = Comp("In", InnerUnit(3, u"x", true), "Tree", InnerUnit(3, u"x", true));
+    ASSERT_NE(nested, nullptr);
+    EXPECT_TRUE(Por::Util::UnitEqual(*nested, *outer));
+}
+
 TEST(PORSerializer, ANodeWithoutValueCannotEnd) {
     Por::Serialization::Detail::BridgeNode parent(nullptr, MetaInfo(), F());
     Por::Serialization::Detail::BridgeNode empty(&parent, MetaInfo("Member"), F());
@@ -440,3 +487,16 @@ TEST(UnitMember, ACorruptValueIsTheCorruptionError) {
 }
 
 }  // namespace
+
+namespace Sample {
+
+Serializer& operator<<(Serializer& s, const Nesting& v) {
+    Serialization::WriteMember(s, MetaInfo("In"), v.In);
+    Por::UnitPtr tree;
+    Por::Serialization::RecordToUnit(tree, v.In, PorTest::F());
+    Common::QueryInterface<Por::Serialization::PorAwareSerializer>(s)->WriteUnit(MetaInfo("Tree"),
+                                                                                 tree.get());
+    return s;
+}
+
+}  // namespace Sample

@@ -20,12 +20,23 @@ PorAwareDeserializer::PorAwareDeserializer() {
 PorAwareDeserializer::~PorAwareDeserializer() = default;
 
 PORSerializer::PORSerializer(Construction::UnitFactory& factory, UnitPtr& destination)
-    : factory_(factory), destination_(destination), pool_(Detail::NodePool::Borrow()) {
-    root_ = pool_->Open(Detail::NodeKind::Bridge, nullptr, MetaInfo(), factory);
-    stack_.swap(pool_->stackRoom);
+    : factory_(&factory), destination_(&destination) {
+    Attach();
 }
 
 PORSerializer::~PORSerializer() {
+    if (pool_) {
+        Detach();
+    }
+}
+
+void PORSerializer::Attach() {
+    pool_ = Detail::NodePool::Borrow();
+    root_ = pool_->Open(Detail::NodeKind::Bridge, nullptr, MetaInfo(), *factory_);
+    stack_.swap(pool_->stackRoom);
+}
+
+void PORSerializer::Detach() {
     // The nodes of elements left open by a failure drop what they hold on the way back.
     while (!stack_.empty()) {
         Pop();
@@ -33,6 +44,35 @@ PORSerializer::~PORSerializer() {
     pool_->Return(std::move(root_));
     stack_.swap(pool_->stackRoom);
     Detail::NodePool::GiveBack(std::move(pool_));
+}
+
+namespace {
+thread_local std::unique_ptr<PORSerializer> t_spare;
+}  // namespace
+
+std::unique_ptr<PORSerializer> PORSerializer::Take(Construction::UnitFactory& factory,
+                                                   UnitPtr& destination) {
+    if (!t_spare) {
+        return std::make_unique<PORSerializer>(factory, destination);
+    }
+    std::unique_ptr<PORSerializer> serializer = std::move(t_spare);
+    serializer->factory_ = &factory;
+    serializer->destination_ = &destination;
+    serializer->Attach();
+    return serializer;
+}
+
+void PORSerializer::Keep(std::unique_ptr<PORSerializer> serializer) {
+    if (serializer->failure_.Failed() || serializer->hasPending_ || !serializer->stack_.empty() ||
+        t_spare) {
+        return;
+    }
+    // The spare holds no nodes: they go back to the thread's pool, which serializers made
+    // in the meantime use.
+    serializer->Detach();
+    serializer->context_ = 0;
+    serializer->pending_ = MetaInfo();
+    t_spare = std::move(serializer);
 }
 
 void PORSerializer::Push(std::unique_ptr<Detail::SimpleNode> node) {
@@ -66,7 +106,7 @@ void PORSerializer::Materialize(bool composite) {
     Detail::SimpleNode& parent = Parent();
     hasPending_ = false;
     Push(pool_->Open(composite ? Detail::NodeKind::Composite : Detail::NodeKind::Bridge, &parent,
-                     std::move(pending_), factory_));
+                     std::move(pending_), *factory_));
 }
 
 void PORSerializer::BeginNode(const MetaInfo& meta) {
@@ -82,7 +122,7 @@ void PORSerializer::BeginNode(const MetaInfo& meta) {
     if (hasPending_) {
         Materialize(false);
     }
-    Push(pool_->Open(kind, &Parent(), MetaInfo(meta), factory_));
+    Push(pool_->Open(kind, &Parent(), MetaInfo(meta), *factory_));
 }
 
 void PORSerializer::EndNode() {
@@ -100,14 +140,14 @@ void PORSerializer::EndNode() {
     }
     UnitPtr tree;
     root_->TakeUnit(tree);
-    destination_ = std::move(tree);
+    *destination_ = std::move(tree);
 }
 
 void PORSerializer::WriteValue(const MetaInfo& meta, UnitPtr unit) {
     Guarded([&] {
-        Detail::ApplyDescriptorTraits(*unit, meta, factory_);
+        Detail::ApplyDescriptorTraits(*unit, meta, *factory_);
         if (!hasPending_ && stack_.empty()) {
-            destination_ = std::move(unit);
+            *destination_ = std::move(unit);
             return;
         }
         if (hasPending_) {
@@ -121,77 +161,77 @@ using Serializer = ::Serialization::Serializer;
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const ::Serialization::Blob& value) {
     const unsigned char* bytes = value.Data();
-    WriteValue(meta, factory_.CreateBlob(ByteVector(bytes, bytes + value.Size())));
+    WriteValue(meta, factory_->CreateBlob(ByteVector(bytes, bytes + value.Size())));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::vector<unsigned char>& value) {
-    WriteValue(meta, factory_.CreateBlob(value));
+    WriteValue(meta, factory_->CreateBlob(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::uint16_t& value) {
-    WriteValue(meta, factory_.CreateWord(value));
+    WriteValue(meta, factory_->CreateWord(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::int16_t& value) {
-    WriteValue(meta, factory_.CreateSword(value));
+    WriteValue(meta, factory_->CreateSword(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::string& value) {
-    WriteValue(meta, factory_.CreateString(Common::Utf8ToUtf16Lenient(value)));
+    WriteValue(meta, factory_->CreateString(Common::Utf8ToUtf16Lenient(value)));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::int64_t& value) {
-    WriteValue(meta, factory_.CreateSqword(value));
+    WriteValue(meta, factory_->CreateSqword(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::int32_t& value) {
-    WriteValue(meta, factory_.CreateSdword(value));
+    WriteValue(meta, factory_->CreateSdword(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::uint64_t& value) {
-    WriteValue(meta, factory_.CreateQword(value));
+    WriteValue(meta, factory_->CreateQword(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const double& value) {
-    WriteValue(meta, factory_.CreateDouble(value));
+    WriteValue(meta, factory_->CreateDouble(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::uint32_t& value) {
-    WriteValue(meta, factory_.CreateDword(value));
+    WriteValue(meta, factory_->CreateDword(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const std::u16string& value) {
-    WriteValue(meta, factory_.CreateString(value));
+    WriteValue(meta, factory_->CreateString(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, const Common::Error& value) {
-    WriteValue(meta, factory_.CreateError(value));
+    WriteValue(meta, factory_->CreateError(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, Common::Guid value) {
-    WriteValue(meta, factory_.CreateGuid(value));
+    WriteValue(meta, factory_->CreateGuid(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, std::uint8_t value) {
-    WriteValue(meta, factory_.CreateByte(value));
+    WriteValue(meta, factory_->CreateByte(value));
     return *this;
 }
 
 Serializer& PORSerializer::Write(const MetaInfo& meta, bool value) {
-    WriteValue(meta, factory_.CreateBoolean(value));
+    WriteValue(meta, factory_->CreateBoolean(value));
     return *this;
 }
 
@@ -230,11 +270,11 @@ void PORSerializer::WriteUnit(const MetaInfo& meta, const View::Unit* unit) {
     UnitPtr copy;
     Guarded([&] {
         if (unit != nullptr) {
-            copy = Util::CopyUnit(*unit, factory_);
+            copy = Util::CopyUnit(*unit, *factory_);
         } else {
-            copy = factory_.CreateNil();
-            Util::AddTrait(*copy, UnitName::Literal(TraitNames::IsEmpty), factory_.CreateNil(),
-                           factory_);
+            copy = factory_->CreateNil();
+            Util::AddTrait(*copy, UnitName::Literal(TraitNames::IsEmpty), factory_->CreateNil(),
+                           *factory_);
         }
     });
     WriteValue(meta, std::move(copy));

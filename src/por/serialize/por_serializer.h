@@ -95,7 +95,18 @@ public:
     // The failure that used the serializer up; empty while there is none.
     const Common::Error& Failure() const noexcept { return failure_; }
 
+    // A serializer for one tree: the calling thread's spare one when it has one, so that
+    // trees made one after the other (a record at a time) do not each set one up.
+    static std::unique_ptr<PORSerializer> Take(Construction::UnitFactory& factory,
+                                               UnitPtr& destination);
+    // Keeps a serializer whose tree is finished, without a failure, as the thread's spare.
+    static void Keep(std::unique_ptr<PORSerializer> serializer);
+
 private:
+    // Takes the thread's pool of nodes and opens the root node; gives both back.
+    void Attach();
+    void Detach();
+
     void BeginNode(const MetaInfo& meta);
     void EndNode();
     void WriteValue(const MetaInfo& meta, UnitPtr unit);
@@ -107,8 +118,8 @@ private:
     void Push(std::unique_ptr<Detail::SimpleNode> node);
     void Pop();
 
-    Construction::UnitFactory& factory_;
-    UnitPtr& destination_;
+    Construction::UnitFactory* factory_;
+    UnitPtr* destination_;
     std::unique_ptr<Detail::NodePool> pool_;
     std::unique_ptr<Detail::SimpleNode> root_;
     std::vector<std::unique_ptr<Detail::SimpleNode>> stack_;

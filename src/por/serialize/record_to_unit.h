@@ -23,16 +23,17 @@ struct RecordTypeTraits {
 template <class T>
 void RecordToUnit(UnitPtr& result, const T& record, Construction::UnitFactory& factory) {
     result.reset();
-    PORSerializer serializer(factory, result);
+    std::unique_ptr<PORSerializer> serializer = PORSerializer::Take(factory, result);
     MetaInfo root("Root", RecordTypeTraits<T>::Get(), nullptr);
     root.Version = ::Serialization::TypeVersion<T>::value;
     {
-        ::Serialization::WriteScope scope(serializer, root);
-        serializer << record;
+        ::Serialization::WriteScope scope(*serializer, root);
+        *serializer << record;
     }
-    if (serializer.Failure().Failed()) {
-        throw serializer.Failure();
+    if (serializer->Failure().Failed()) {
+        throw serializer->Failure();
     }
+    PORSerializer::Keep(std::move(serializer));
 }
 
 // The creator of a record type: the unit of a default record, made with the process-wide
