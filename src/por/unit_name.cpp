@@ -1,17 +1,10 @@
 #include <tessel_link/por/unit_name.h>
 
-#include <atomic>
 #include <new>
 
 #include <tessel_link/common/unicode.h>
 
 namespace Por {
-
-// The shared text of copied names: a count of the names that use it, then the bytes.
-struct UnitName::Block {
-    std::atomic<std::uint32_t> References;
-    char Text[1];
-};
 
 std::uint64_t UnitName::HashBytes(const char* bytes, std::size_t count) noexcept {
     std::uint64_t h = 0;
@@ -34,56 +27,9 @@ UnitName::UnitName(std::string_view text) : UnitName() {
 
 UnitName::UnitName(std::u16string_view text) : UnitName(std::string_view(Common::Utf16ToUtf8(text))) {}
 
-UnitName::UnitName(const UnitName& other) noexcept
-    : text_(other.text_), hash_(other.hash_), block_(other.block_) {
-    if (block_ != nullptr) {
-        block_->References.fetch_add(1, std::memory_order_relaxed);
-    }
-}
-
-UnitName::UnitName(UnitName&& other) noexcept
-    : text_(other.text_), hash_(other.hash_), block_(other.block_) {
-    other.text_ = "";
-    other.hash_ = 0;
-    other.block_ = nullptr;
-}
-
-UnitName& UnitName::operator=(const UnitName& other) noexcept {
-    if (this != &other) {
-        if (other.block_ != nullptr) {
-            other.block_->References.fetch_add(1, std::memory_order_relaxed);
-        }
-        Release();
-        text_ = other.text_;
-        hash_ = other.hash_;
-        block_ = other.block_;
-    }
-    return *this;
-}
-
-UnitName& UnitName::operator=(UnitName&& other) noexcept {
-    if (this != &other) {
-        Release();
-        text_ = other.text_;
-        hash_ = other.hash_;
-        block_ = other.block_;
-        other.text_ = "";
-        other.hash_ = 0;
-        other.block_ = nullptr;
-    }
-    return *this;
-}
-
-UnitName::~UnitName() {
-    Release();
-}
-
-void UnitName::Release() noexcept {
-    if (block_ != nullptr && block_->References.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        block_->~Block();
-        ::operator delete(block_);
-    }
-    block_ = nullptr;
+void UnitName::Free(Block* block) noexcept {
+    block->~Block();
+    ::operator delete(block);
 }
 
 std::u16string UnitName::ToWide() const {

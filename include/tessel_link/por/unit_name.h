@@ -2,6 +2,7 @@
 
 // The names of properties and traits.
 
+#include <atomic>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -40,11 +41,44 @@ public:
     // Stored as UTF-8.
     explicit UnitName(std::u16string_view text);
 
-    UnitName(const UnitName& other) noexcept;  // shares the text
-    UnitName(UnitName&& other) noexcept;  // takes the text
-    UnitName& operator=(const UnitName& other) noexcept;  // shares the text
-    UnitName& operator=(UnitName&& other) noexcept;  // takes the text
-    ~UnitName();
+    // Copies share the text, moves take it. Inline: trees copy and move names all the time.
+    UnitName(const UnitName& other) noexcept
+        : text_(other.text_), hash_(other.hash_), block_(other.block_) {
+        if (block_ != nullptr) {
+            block_->References.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    UnitName(UnitName&& other) noexcept
+        : text_(other.text_), hash_(other.hash_), block_(other.block_) {
+        other.text_ = "";
+        other.hash_ = 0;
+        other.block_ = nullptr;
+    }
+    UnitName& operator=(const UnitName& other) noexcept {
+        if (this != &other) {
+            if (other.block_ != nullptr) {
+                other.block_->References.fetch_add(1, std::memory_order_relaxed);
+            }
+            Release();
+            text_ = other.text_;
+            hash_ = other.hash_;
+            block_ = other.block_;
+        }
+        return *this;
+    }
+    UnitName& operator=(UnitName&& other) noexcept {
+        if (this != &other) {
+            Release();
+            text_ = other.text_;
+            hash_ = other.hash_;
+            block_ = other.block_;
+            other.text_ = "";
+            other.hash_ = 0;
+            other.block_ = nullptr;
+        }
+        return *this;
+    }
+    ~UnitName() { Release(); }
 
     const char* c_str() const noexcept { return text_; }  // the text in UTF-8
     std::string_view Text() const noexcept { return std::string_view(text_); }  // the text in UTF-8
@@ -74,8 +108,18 @@ public:
     }
 
 private:
-    struct Block;
-    void Release() noexcept;
+    // The shared text of copied names: a count of the names that use it, then the bytes.
+    struct Block {
+        std::atomic<std::uint32_t> References;
+        char Text[1];
+    };
+    void Release() noexcept {
+        if (block_ != nullptr && block_->References.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            Free(block_);
+        }
+        block_ = nullptr;
+    }
+    static void Free(Block* block) noexcept;
 
     // The text pointer first: it is what comparisons read.
     const char* text_;
