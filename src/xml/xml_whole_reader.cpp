@@ -172,8 +172,8 @@ private:
     void CollapsedRun(const unsigned char*& p);
     void PreservedRun(const unsigned char*& p);
 #if defined(__SSE2__)
-    template <typename Passing>
-    void CopyRun(const unsigned char*& p, const Passing& passing);
+    template <typename Passing, typename Carries>
+    void CopyRun(const unsigned char*& p, const Passing& passing, const Carries& carries);
 #endif
     // True when the run ended at the closing quote, which is left for the caller.
     bool ValueRun(const unsigned char*& p, unsigned char quote);
@@ -191,16 +191,18 @@ private:
 
 #if defined(__SSE2__)
 // Widens the bytes at `p` into the text for as long as `passing` gives a bit for each of 16
-// bytes; stops behind the last byte that passes.
-template <typename Passing>
-void WholeReader::CopyRun(const unsigned char*& p, const Passing& passing) {
+// bytes; stops behind the last byte that passes. A blank that goes along only with the byte
+// behind it cannot be judged at the last place of a block: `carries` tells from the byte
+// behind the block whether it goes all the same.
+template <typename Passing, typename Carries>
+[[gnu::always_inline]] inline void WholeReader::CopyRun(const unsigned char*& p, const Passing& passing, const Carries& carries) {
     for (;;) {
         text_.Need(kBlockRoom);
         const __m128i v = Load16(p);
         const unsigned ok = passing(v);
         char16_t* out = text_.Out();
         StoreWide(out, v);
-        if (ok == 0xffff) {
+        if (ok == 0xffff || (ok == 0x7fff && p[15] == ' ' && carries(p[16]))) {
             p += 16;
             text_.Out() = out + 16;
             continue;
@@ -222,7 +224,7 @@ void WholeReader::CollapsedRun(const unsigned char*& p) {
                                   _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
         // A single blank goes along when the byte behind it passes.
         return pass | (Mask(Eq(v, ' ')) & (pass >> 1));
-    });
+    }, [](unsigned char next) { return Is(next, kRun); });
 #else
     text_.Need(1);
     text_.Put(*p++);
@@ -235,14 +237,15 @@ void WholeReader::PreservedRun(const unsigned char*& p) {
         const __m128i white = _mm_or_si128(_mm_or_si128(Eq(v, '\t'), Eq(v, '\n')), Eq(v, '\r'));
         return Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                      _mm_or_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f)), white)));
-    });
+    }, [](unsigned char) { return false; });
 #else
     text_.Need(1);
     text_.Put(*p++);
 #endif
 }
 
-bool WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
+[[gnu::always_inline]] inline bool WholeReader::ValueRun(const unsigned char*& p,
+                                                         unsigned char quote) {
 #if defined(__SSE2__)
     const __m128i quotes = _mm_set1_epi8(static_cast<char>(quote));
     CopyRun(p, [quotes](__m128i v) {
@@ -250,7 +253,7 @@ bool WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
                                           _mm_cmpeq_epi8(v, quotes));
         const unsigned pass = Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
         return pass | (Mask(Eq(v, ' ')) & (pass >> 1));
-    });
+    }, [quote](unsigned char next) { return Is(next, kRun) && next != quote; });
     // Most values end here, at their quote.
     return *p == quote;
 #else
@@ -265,7 +268,7 @@ void WholeReader::CDataRun(const unsigned char*& p) {
 #if defined(__SSE2__)
     CopyRun(p, [](__m128i v) {
         return Mask(_mm_andnot_si128(Eq(v, ']'), _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f))));
-    });
+    }, [](unsigned char) { return false; });
 #else
     text_.Need(1);
     text_.Put(*p++);
@@ -335,8 +338,14 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
     // Values are always normalised: white space at either end goes, inside it becomes one
     // blank.
     text_.Begin();
+    // Most values are one run of plain characters up to the quote.
+    if (Is(*p, kRun) && ValueRun(p, quote)) {
+        ++p;
+        value = text_.Commit();
+        return true;
+    }
     bool pending = false;
-    bool atStart = true;
+    bool atStart = text_.Out() == text_.First();
     for (;;) {
         const unsigned char c = *p;
         if (c == quote) {
@@ -421,20 +430,29 @@ const unsigned char* WholeReader::CData(const unsigned char* p) {
 }
 
 WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) {
+    // White space around '=' is rare: the bytes expected are tried before any is skipped.
     for (;;) {
-        SkipWhite(p);
-        const unsigned char c = *p;
+        unsigned char c = *p;
+        if (Is(c, kWhite)) {
+            do {
+                c = *++p;
+            } while (Is(c, kWhite));
+        }
         if (Is(c, kNameStart)) {
             const XmlName* name = InternName(p);
-            SkipWhite(p);
             if (*p != '=') {
-                return Step::Failed;
+                SkipWhite(p);
+                if (*p != '=') {
+                    return Step::Failed;
+                }
             }
-            ++p;
-            SkipWhite(p);
-            const unsigned char quote = *p;
+            unsigned char quote = *++p;
             if (quote != '"' && quote != '\'') {
-                return Step::Failed;
+                SkipWhite(p);
+                quote = *p;
+                if (quote != '"' && quote != '\'') {
+                    return Step::Failed;
+                }
             }
             ++p;
             const XmlText* value = nullptr;
