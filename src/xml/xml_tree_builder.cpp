@@ -71,27 +71,34 @@ bool XmlTreeBuilder::AddAttribute(const Detail::XmlName* name, std::u16string_vi
     return AddAttributeText(name, store_.NewText(value));
 }
 
-const std::uint32_t* XmlTreeBuilder::SortOrder(const Detail::XmlAttributeSlot* first,
-                                               std::size_t count) {
-    // Names are interned: the same pointers in the same order sort the same way.
-    const bool repeated =
-        count == lastNames_.size() &&
-        std::equal(first, first + count, lastNames_.begin(),
-                   [](const Detail::XmlAttributeSlot& slot, const Detail::XmlName* name) {
-                       return slot.Name == name;
-                   });
-    if (!repeated) {
-        lastNames_.resize(count);
-        lastOrder_.resize(count);
+void XmlTreeBuilder::PutSorted(Detail::XmlAttributeSlot* slots,
+                               const Detail::XmlAttributeSlot* first, std::size_t count) {
+    // The last tag's order is tried first. Names are interned and a tag has each at most
+    // once, so when every place gets the name it had last time, the order is right.
+    if (count == lastOrder_.size()) {
+        const std::uint32_t* order = lastOrder_.data();
+        const Detail::XmlName* const* sorted = lastSorted_.data();
+        bool same = true;
         for (std::size_t i = 0; i < count; ++i) {
-            lastNames_[i] = first[i].Name;
-            lastOrder_[i] = static_cast<std::uint32_t>(i);
+            slots[i] = first[order[i]];
+            same &= slots[i].Name == sorted[i];
         }
-        std::sort(lastOrder_.begin(), lastOrder_.end(), [first](std::uint32_t a, std::uint32_t b) {
-            return first[a].Name->View() < first[b].Name->View();
-        });
+        if (same) {
+            return;
+        }
     }
-    return lastOrder_.data();
+    lastOrder_.resize(count);
+    lastSorted_.resize(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        lastOrder_[i] = static_cast<std::uint32_t>(i);
+    }
+    std::sort(lastOrder_.begin(), lastOrder_.end(), [first](std::uint32_t a, std::uint32_t b) {
+        return first[a].Name->View() < first[b].Name->View();
+    });
+    for (std::size_t i = 0; i < count; ++i) {
+        slots[i] = first[lastOrder_[i]];
+        lastSorted_[i] = slots[i].Name;
+    }
 }
 
 void XmlTreeBuilder::Close() {
@@ -118,10 +125,7 @@ void XmlTreeBuilder::Close() {
         auto* slots = const_cast<Detail::XmlAttributeSlot*>(content->Attributes());
         if (attributeCount > 1) {
             // Sorted by name on the way into the tree.
-            const std::uint32_t* order = SortOrder(first, attributeCount);
-            for (std::size_t i = 0; i < attributeCount; ++i) {
-                slots[i] = first[order[i]];
-            }
+            PutSorted(slots, first, attributeCount);
         } else {
             CopyItems(slots, first, attributeCount);
         }

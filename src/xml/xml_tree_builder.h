@@ -79,9 +79,9 @@ public:
     std::string_view OpenName() const noexcept { return frames_.back().Tag->Name(); }
 
 private:
-    // The order of the `count` attributes at `first` by name: index i of the result is the
-    // attribute that goes to place i. Valid until the next call.
-    const std::uint32_t* SortOrder(const Detail::XmlAttributeSlot* first, std::size_t count);
+    // Writes the `count` attributes at `first` to `slots` in the order of their names.
+    void PutSorted(Detail::XmlAttributeSlot* slots, const Detail::XmlAttributeSlot* first,
+                   std::size_t count);
     struct Frame {
         XmlTag* Tag;
         std::uint32_t Mark;
@@ -96,10 +96,11 @@ private:
     // The pending content of all open tags, innermost last.
     std::vector<const XmlTag*> children_;
     std::vector<Detail::XmlAttributeSlot> attributes_;
-    // The names of the last tag whose attributes were sorted, in the order they came, and
-    // the order that sorting gave them: tags of one kind mostly repeat both.
-    std::vector<const Detail::XmlName*> lastNames_;
+    // The order that sorting gave the attributes of the last tag (index i is the attribute
+    // that went to place i) and their names in that order: tags of one kind mostly repeat
+    // both.
     std::vector<std::uint32_t> lastOrder_;
+    std::vector<const Detail::XmlName*> lastSorted_;
     std::vector<const Detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
 };

@@ -169,15 +169,16 @@ private:
     }
 
     // Content runs: collapsing single blanks between words, or keeping all white space.
-    void CollapsedRun(const unsigned char*& p);
-    void PreservedRun(const unsigned char*& p);
+    const unsigned char* CollapsedRun(const unsigned char* p);
+    const unsigned char* PreservedRun(const unsigned char* p);
 #if defined(__SSE2__)
     template <typename Passing, typename Carries>
-    void CopyRun(const unsigned char*& p, const Passing& passing, const Carries& carries);
+    const unsigned char* CopyRun(const unsigned char* p, const Passing& passing,
+                                 const Carries& carries);
 #endif
     // True when the run ended at the closing quote, which is left for the caller.
-    bool ValueRun(const unsigned char*& p, unsigned char quote);
-    void CDataRun(const unsigned char*& p);
+    const unsigned char* ValueRun(const unsigned char* p, unsigned char quote);
+    const unsigned char* CDataRun(const unsigned char* p);
 
     const unsigned char* end_;  // the end mark behind the last byte
     XmlTreeBuilder& builder_;
@@ -195,7 +196,9 @@ private:
 // behind it cannot be judged at the last place of a block: `carries` tells from the byte
 // behind the block whether it goes all the same.
 template <typename Passing, typename Carries>
-[[gnu::always_inline]] inline void WholeReader::CopyRun(const unsigned char*& p, const Passing& passing, const Carries& carries) {
+[[gnu::always_inline]] inline const unsigned char* WholeReader::CopyRun(const unsigned char* p,
+                                                                        const Passing& passing,
+                                                                        const Carries& carries) {
     for (;;) {
         text_.Need(kBlockRoom);
         const __m128i v = Load16(p);
@@ -208,16 +211,15 @@ template <typename Passing, typename Carries>
             continue;
         }
         const int count = std::countr_one(ok);
-        p += count;
         text_.Out() = out + count;
-        return;
+        return p + count;
     }
 }
 #endif
 
-void WholeReader::CollapsedRun(const unsigned char*& p) {
+const unsigned char* WholeReader::CollapsedRun(const unsigned char* p) {
 #if defined(__SSE2__)
-    CopyRun(p, [](__m128i v) {
+    return CopyRun(p, [](__m128i v) {
         // Signed compare: 0x21 to 0x7f are above 0x20, bytes from 0x80 up are negative.
         const unsigned pass =
             Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
@@ -228,12 +230,13 @@ void WholeReader::CollapsedRun(const unsigned char*& p) {
 #else
     text_.Need(1);
     text_.Put(*p++);
+    return p;
 #endif
 }
 
-void WholeReader::PreservedRun(const unsigned char*& p) {
+const unsigned char* WholeReader::PreservedRun(const unsigned char* p) {
 #if defined(__SSE2__)
-    CopyRun(p, [](__m128i v) {
+    return CopyRun(p, [](__m128i v) {
         const __m128i white = _mm_or_si128(_mm_or_si128(Eq(v, '\t'), Eq(v, '\n')), Eq(v, '\r'));
         return Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                      _mm_or_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f)), white)));
@@ -241,37 +244,37 @@ void WholeReader::PreservedRun(const unsigned char*& p) {
 #else
     text_.Need(1);
     text_.Put(*p++);
+    return p;
 #endif
 }
 
-[[gnu::always_inline]] inline bool WholeReader::ValueRun(const unsigned char*& p,
-                                                         unsigned char quote) {
+[[gnu::always_inline]] inline const unsigned char* WholeReader::ValueRun(const unsigned char* p,
+                                                                         unsigned char quote) {
 #if defined(__SSE2__)
     const __m128i quotes = _mm_set1_epi8(static_cast<char>(quote));
-    CopyRun(p, [quotes](__m128i v) {
+    return CopyRun(p, [quotes](__m128i v) {
         const __m128i stop = _mm_or_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                           _mm_cmpeq_epi8(v, quotes));
         const unsigned pass = Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
         return pass | (Mask(Eq(v, ' ')) & (pass >> 1));
     }, [quote](unsigned char next) { return Is(next, kRun) && next != quote; });
-    // Most values end here, at their quote.
-    return *p == quote;
 #else
     (void)quote;
     text_.Need(1);
     text_.Put(*p++);
-    return false;
+    return p;
 #endif
 }
 
-void WholeReader::CDataRun(const unsigned char*& p) {
+const unsigned char* WholeReader::CDataRun(const unsigned char* p) {
 #if defined(__SSE2__)
-    CopyRun(p, [](__m128i v) {
+    return CopyRun(p, [](__m128i v) {
         return Mask(_mm_andnot_si128(Eq(v, ']'), _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f))));
     }, [](unsigned char) { return false; });
 #else
     text_.Need(1);
     text_.Put(*p++);
+    return p;
 #endif
 }
 
@@ -334,15 +337,19 @@ const unsigned char* WholeReader::PassMarkup(const unsigned char* p, Markup& res
     }
 }
 
-bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlText*& value) {
+bool WholeReader::Value(const unsigned char*& pos, unsigned char quote, const XmlText*& value) {
+    const unsigned char* p = pos;  // in a register; written back when reading goes on
     // Values are always normalised: white space at either end goes, inside it becomes one
     // blank.
     text_.Begin();
     // Most values are one run of plain characters up to the quote.
-    if (Is(*p, kRun) && ValueRun(p, quote)) {
-        ++p;
-        value = text_.Commit();
-        return true;
+    if (Is(*p, kRun)) {
+        p = ValueRun(p, quote);
+        if (*p == quote) {
+            pos = p + 1;
+            value = text_.Commit();
+            return true;
+        }
     }
     bool pending = false;
     bool atStart = text_.Out() == text_.First();
@@ -351,6 +358,7 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
         if (c == quote) {
             ++p;
             value = text_.Commit();
+            pos = p;
             return true;
         }
         const std::uint8_t cls = kByteClass[c];
@@ -362,8 +370,9 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
             }
             atStart = false;
             if ((cls & kRun) != 0) {
-                if (ValueRun(p, quote)) {
-                    ++p;
+                p = ValueRun(p, quote);
+                if (*p == quote) {
+                    pos = p + 1;
                     value = text_.Commit();
                     return true;
                 }
@@ -398,7 +407,7 @@ const unsigned char* WholeReader::CData(const unsigned char* p) {
     for (;;) {
         const unsigned char c = *p;
         if (c >= 0x20 && c < 0x80 && c != ']') {
-            CDataRun(p);
+            p = CDataRun(p);
             continue;
         }
         if (c == '\r') {
@@ -429,7 +438,8 @@ const unsigned char* WholeReader::CData(const unsigned char* p) {
     }
 }
 
-WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) {
+WholeReader::Step WholeReader::TagBody(const unsigned char*& pos, bool& preserve) {
+    const unsigned char* p = pos;  // in a register; written back when reading goes on
     // White space around '=' is rare: the bytes expected are tried before any is skipped.
     for (;;) {
         unsigned char c = *p;
@@ -466,18 +476,21 @@ WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) 
         }
         if (c == '>') {
             ++p;
+            pos = p;
             return Step::Content;
         }
         if (c == '/' && p[1] == '>') {
             p += 2;
+            pos = p;
             return Step::Closed;
         }
         return Step::Failed;
     }
 }
 
-WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, bool atStart,
+WholeReader::Step WholeReader::Content(const unsigned char*& pos, bool preserve, bool atStart,
                                        bool carriedPreserve, bool textBegun) {
+    const unsigned char* p = pos;  // in a register; written back when reading goes on
     // `atStart`: nothing of the element's text seen yet, so white space is dropped. A blank
     // owed is written in front of the next text, start tag or section, and dropped before
     // the end tag.
@@ -519,9 +532,9 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
             atStart = false;
             if ((cls & kRun) != 0) {
                 if (preserve) {
-                    PreservedRun(p);
+                    p = PreservedRun(p);
                 } else {
-                    CollapsedRun(p);
+                    p = CollapsedRun(p);
                 }
             } else if ((p = Sequence(p)) == nullptr) {
                 return Step::Failed;
@@ -530,7 +543,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
         }
         if ((cls & kWhite) != 0) {
             if (preserve) {
-                PreservedRun(p);
+                p = PreservedRun(p);
                 continue;
             }
             SkipWhite(p);
@@ -552,6 +565,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 const XmlName* name = InternName(p);
                 if (*p != '>' || preserve) {
                     builder_.Open(name);
+                    pos = p;
                     return Step::Content;  // the caller reads the new tag's body
                 }
                 // No attributes: most such tags are leaves with plain text, which are added
@@ -560,7 +574,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 XmlTag* tag = builder_.NewTag(name);
                 text_.Begin();
                 if (Is(*p, kRun)) {
-                    CollapsedRun(p);
+                    p = CollapsedRun(p);
                 }
                 if (p[0] == '<' && p[1] == '/' && NameAt(p + 2, name)) {
                     const unsigned char* close = p + 2 + name->Size;
@@ -577,6 +591,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 // Something else: the tag is opened with the text read so far.
                 openedWithText_ = text_.Out() != text_.First();
                 builder_.OpenTag(tag);
+                pos = p;
                 return Step::Opened;
             }
             if (c1 == '/') {
@@ -595,6 +610,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                     return Step::Failed;
                 }
                 ++p;
+                pos = p;
                 return Step::Closed;
             }
             if (c1 == '!' && std::memcmp(p, "<![CDATA[", 9) == 0) {
