@@ -272,12 +272,13 @@ bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line
         column = 1;
         return ReadBinaryDocument(document, file);
     }
-    // A file in memory is taken in one pass that copies and counts; the file is then read
-    // on to its end, where a read from it finds nothing more.
+    // A file in memory is taken in one pass that copies and counts, and the file moves on
+    // to its end as if it had been read.
     const Remainder remainder = more ? KnownRemainder(file) : Remainder{};
     if (remainder.Size != 0) {
         input.Take(remainder.Data, remainder.Size);
         remainder.Seeker->SeekRel(static_cast<std::int64_t>(remainder.Size));
+        more = false;
     }
     while (more) {
         more = input.Fill(file, kBlockSize);
