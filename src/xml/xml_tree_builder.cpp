@@ -61,7 +61,8 @@ void XmlTreeBuilder::OpenTag(XmlTag* tag) {
         children_.push_back(tag);
         texts_.push_back(nullptr);
     }
-    frames_.push_back(Frame{tag, ++nextMark_, static_cast<std::uint32_t>(children_.size()),
+    openMark_ = ++nextMark_;
+    frames_.push_back(Frame{tag, openMark_, static_cast<std::uint32_t>(children_.size()),
                             static_cast<std::uint32_t>(attributes_.size()),
                             static_cast<std::uint32_t>(texts_.size())});
     texts_.push_back(nullptr);
@@ -104,6 +105,7 @@ void XmlTreeBuilder::PutSorted(Detail::XmlAttributeSlot* slots,
 void XmlTreeBuilder::Close() {
     const Frame frame = frames_.back();
     frames_.pop_back();
+    openMark_ = frames_.empty() ? 0 : frames_.back().Mark;
     const std::size_t childCount = children_.size() - frame.FirstChild;
     const std::size_t attributeCount = attributes_.size() - frame.FirstAttribute;
     const std::size_t textCount = texts_.size() - frame.FirstText;  // childCount + 1

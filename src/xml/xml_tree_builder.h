@@ -60,11 +60,10 @@ public:
     bool AddAttributeText(const Detail::XmlName* name, const Detail::XmlText* value) {
         // Names are interned, so the mark on the name tells whether this tag has it already.
         auto* entry = const_cast<Detail::XmlName*>(name);
-        const std::uint32_t mark = frames_.back().Mark;
-        if (entry->Mark == mark) {
+        if (entry->Mark == openMark_) {
             return false;
         }
-        entry->Mark = mark;
+        entry->Mark = openMark_;
         attributes_.push_back({name, value});
         return true;
     }
@@ -103,6 +102,7 @@ private:
     std::vector<const Detail::XmlName*> lastSorted_;
     std::vector<const Detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
+    std::uint32_t openMark_ = 0;  // the mark of the open tag
 };
 
 }  // namespace Xml

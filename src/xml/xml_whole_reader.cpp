@@ -45,9 +45,6 @@ public:
         if (size == 0) {
             return nullptr;
         }
-        if (size > UINT32_MAX) {
-            throw std::length_error("text too long");
-        }
         auto* text = reinterpret_cast<XmlText*>(base_);
         text->Size = static_cast<std::uint32_t>(size);
         arena_.TakeTail(reinterpret_cast<char*>(out_));
@@ -55,11 +52,19 @@ public:
     }
 
 private:
+public:
+    // Room that Begin leaves: a first block copy needs no check of its own.
     static constexpr std::size_t kMinRoom = 256;
 
+private:
+
+    // Only growing makes a text long, so the limit of its length is checked here.
     void Grow(std::size_t units) {
         const std::size_t used = static_cast<std::size_t>(reinterpret_cast<char*>(out_) - base_);
         const std::size_t want = used + units * sizeof(char16_t);
+        if ((want - sizeof(XmlText)) / sizeof(char16_t) > UINT32_MAX) {
+            throw std::length_error("text too long");
+        }
         base_ = arena_.RegrowTail(used, want + want / 2 + kMinRoom);
         out_ = reinterpret_cast<char16_t*>(base_ + used);
         limit_ = reinterpret_cast<char16_t*>(arena_.TailEnd());
@@ -147,6 +152,15 @@ private:
     // Whether the name at `p` is `name`: its bytes, and no name character behind them.
     bool NameAt(const unsigned char* p, const XmlName* name) const {
         const std::size_t size = name->Size;
+#if defined(__SSE2__)
+        if (size <= kNameBlock) {
+            // One block from each: the input has its padding and the name its kNameBlock.
+            const unsigned same = Mask(_mm_cmpeq_epi8(
+                Load16(p), Load16(reinterpret_cast<const unsigned char*>(name + 1))));
+            const unsigned want = (1u << size) - 1;
+            return (same & want) == want && !Is(p[size], kNameChar);
+        }
+#endif
         if (static_cast<std::size_t>(end_ - p) < size || Is(p[size], kNameChar)) {
             return false;
         }
@@ -172,11 +186,13 @@ private:
     const unsigned char* CollapsedRun(const unsigned char* p);
     const unsigned char* PreservedRun(const unsigned char* p);
 #if defined(__SSE2__)
-    template <typename Passing, typename Carries>
+    template <bool kFresh = false, typename Passing, typename Carries>
     const unsigned char* CopyRun(const unsigned char* p, const Passing& passing,
                                  const Carries& carries);
 #endif
     // True when the run ended at the closing quote, which is left for the caller.
+    // kFresh: the text was just begun and nothing written to it yet.
+    template <bool kFresh = false>
     const unsigned char* ValueRun(const unsigned char* p, unsigned char quote);
     const unsigned char* CDataRun(const unsigned char* p);
 
@@ -195,12 +211,16 @@ private:
 // bytes; stops behind the last byte that passes. A blank that goes along only with the byte
 // behind it cannot be judged at the last place of a block: `carries` tells from the byte
 // behind the block whether it goes all the same.
-template <typename Passing, typename Carries>
+template <bool kFresh, typename Passing, typename Carries>
 [[gnu::always_inline]] inline const unsigned char* WholeReader::CopyRun(const unsigned char* p,
                                                                         const Passing& passing,
                                                                         const Carries& carries) {
-    for (;;) {
-        text_.Need(kBlockRoom);
+    // A text just begun has room for its first block.
+    static_assert(TextOut::kMinRoom >= sizeof(XmlText) + kBlockRoom * sizeof(char16_t));
+    for (bool first = true;; first = false) {
+        if (!kFresh || !first) {
+            text_.Need(kBlockRoom);
+        }
         const __m128i v = Load16(p);
         const unsigned ok = passing(v);
         char16_t* out = text_.Out();
@@ -248,11 +268,12 @@ const unsigned char* WholeReader::PreservedRun(const unsigned char* p) {
 #endif
 }
 
+template <bool kFresh>
 [[gnu::always_inline]] inline const unsigned char* WholeReader::ValueRun(const unsigned char* p,
                                                                          unsigned char quote) {
 #if defined(__SSE2__)
     const __m128i quotes = _mm_set1_epi8(static_cast<char>(quote));
-    return CopyRun(p, [quotes](__m128i v) {
+    return CopyRun<kFresh>(p, [quotes](__m128i v) {
         const __m128i stop = _mm_or_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                           _mm_cmpeq_epi8(v, quotes));
         const unsigned pass = Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
@@ -344,7 +365,7 @@ bool WholeReader::Value(const unsigned char*& pos, unsigned char quote, const Xm
     text_.Begin();
     // Most values are one run of plain characters up to the quote.
     if (Is(*p, kRun)) {
-        p = ValueRun(p, quote);
+        p = ValueRun<true>(p, quote);
         if (*p == quote) {
             pos = p + 1;
             value = text_.Commit();
