@@ -54,6 +54,10 @@ void XmlTreeBuilder::Open(const Detail::XmlName* name) {
 }
 
 void XmlTreeBuilder::OpenTag(XmlTag* tag) {
+    PushFrame(tag, ++nextMark_, static_cast<std::uint32_t>(attributes_.size()));
+}
+
+void XmlTreeBuilder::PushFrame(XmlTag* tag, std::uint32_t mark, std::uint32_t firstAttribute) {
     if (frames_.empty()) {
         document_.root_ = tag;
     } else {
@@ -61,11 +65,39 @@ void XmlTreeBuilder::OpenTag(XmlTag* tag) {
         children_.push_back(tag);
         texts_.push_back(nullptr);
     }
-    openMark_ = ++nextMark_;
-    frames_.push_back(Frame{tag, openMark_, static_cast<std::uint32_t>(children_.size()),
-                            static_cast<std::uint32_t>(attributes_.size()),
-                            static_cast<std::uint32_t>(texts_.size())});
+    openMark_ = mark;
+    frames_.push_back(Frame{tag, mark, static_cast<std::uint32_t>(children_.size()),
+                            firstAttribute, static_cast<std::uint32_t>(texts_.size())});
     texts_.push_back(nullptr);
+}
+
+void XmlTreeBuilder::EndEmptyTag(XmlTag* tag) {
+    // What Close makes of a tag with attributes and nothing else, without a frame.
+    const std::size_t count = attributes_.size() - begunAttributes_;
+    tag->parent_ = frames_.back().Tag;
+    if (count == 0) {
+        tag->content_ = 0;
+    } else {
+        const std::size_t bytes = sizeof(Detail::XmlContent) +
+                                  count * sizeof(Detail::XmlAttributeSlot) +
+                                  sizeof(Detail::XmlText*);
+        auto* content = static_cast<Detail::XmlContent*>(store_.arena.Allocate(bytes));
+        content->ChildCount = 0;
+        content->AttributeCount = static_cast<std::uint32_t>(count);
+        auto* slots = const_cast<Detail::XmlAttributeSlot*>(content->Attributes());
+        const Detail::XmlAttributeSlot* first = attributes_.data() + begunAttributes_;
+        if (count > 1) {
+            PutSorted(slots, first, count);
+        } else {
+            slots[0] = first[0];
+        }
+        const_cast<const Detail::XmlText**>(content->Texts())[0] = nullptr;
+        tag->content_ = reinterpret_cast<std::uintptr_t>(content);
+    }
+    children_.push_back(tag);
+    texts_.push_back(nullptr);
+    attributes_.resize(begunAttributes_);
+    openMark_ = frames_.back().Mark;
 }
 
 bool XmlTreeBuilder::AddAttribute(const Detail::XmlName* name, std::u16string_view value) {

@@ -46,6 +46,18 @@ public:
         texts_.push_back(nullptr);
     }
     void OpenTag(XmlTag* tag);
+    // A tag in two steps for readers that learn only after its attributes whether it is
+    // empty: BeginTag makes it and takes the attributes that follow; then either
+    // EndEmptyTag adds it with them as a closed child of the open tag, or OpenBegunTag opens
+    // it with them as Open does.
+    XmlTag* BeginTag(const Detail::XmlName* name) {
+        XmlTag* tag = NewTag(name);
+        openMark_ = ++nextMark_;
+        begunAttributes_ = static_cast<std::uint32_t>(attributes_.size());
+        return tag;
+    }
+    void EndEmptyTag(XmlTag* tag);
+    void OpenBegunTag(XmlTag* tag) { PushFrame(tag, openMark_, begunAttributes_); }
 
     // Adds an attribute to the open tag; false, with nothing changed, when the tag already
     // has one of that name.
@@ -78,6 +90,7 @@ public:
     std::string_view OpenName() const noexcept { return frames_.back().Tag->Name(); }
 
 private:
+    void PushFrame(XmlTag* tag, std::uint32_t mark, std::uint32_t firstAttribute);
     // Writes the `count` attributes at `first` to `slots` in the order of their names.
     void PutSorted(Detail::XmlAttributeSlot* slots, const Detail::XmlAttributeSlot* first,
                    std::size_t count);
@@ -102,7 +115,8 @@ private:
     std::vector<const Detail::XmlName*> lastSorted_;
     std::vector<const Detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
-    std::uint32_t openMark_ = 0;  // the mark of the open tag
+    std::uint32_t openMark_ = 0;  // the mark of the tag whose attributes are read
+    std::uint32_t begunAttributes_ = 0;  // where the attributes of a begun tag start
 };
 
 }  // namespace Xml

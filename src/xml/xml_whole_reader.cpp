@@ -110,9 +110,11 @@ public:
 
 private:
     // Behind the name of a tag just opened: its attributes up to '>' or "/>".
-    // Content: a child was opened, its attributes come next. Opened: a child was opened
-    // and read up to the first byte its fast path could not take; its content goes on.
-    enum class Step { Content, Opened, Closed, Failed };
+    // Content: the content of the open tag goes on. Opened: a child without attributes
+    // was opened and read up to the first byte its fast path could not take; its content
+    // goes on. BodyRead: a child was opened and its attributes read, and bodyStep_ says
+    // what came behind them.
+    enum class Step { Content, Opened, BodyRead, Closed, Failed };
     Step TagBody(const unsigned char*& p, bool& preserve);
     // The content of the open element up to its end tag.
     Step Content(const unsigned char*& p, bool preserve, bool atStart, bool carriedPreserve,
@@ -202,6 +204,9 @@ private:
     TextOut text_;
     // Whether a child opened by Step::Opened had text read into it.
     bool openedWithText_ = false;
+    // For Step::BodyRead: Content or Closed, and the child's rule for white space.
+    Step bodyStep_ = Step::Failed;
+    bool bodyPreserve_ = false;
     // xml:space="preserve" of each open element, the root at 0.
     bool preserve_[kMaxXmlDepth + 1] = {};
 };
@@ -585,9 +590,28 @@ WholeReader::Step WholeReader::Content(const unsigned char*& pos, bool preserve,
                 ++p;
                 const XmlName* name = InternName(p);
                 if (*p != '>' || preserve) {
-                    builder_.Open(name);
+                    // Attributes follow. Most such tags are empty and are added whole here,
+                    // unless their own rule for white space would hold behind them.
+                    XmlTag* tag = builder_.BeginTag(name);
+                    bool childPreserve = preserve;
+                    const unsigned char* q = p;
+                    const Step body = TagBody(q, childPreserve);
+                    p = q;
+                    if (body == Step::Failed) {
+                        return Step::Failed;
+                    }
+                    if (body == Step::Closed && childPreserve == preserve) {
+                        builder_.EndEmptyTag(tag);
+                        text_.Begin();
+                        atStart = false;
+                        pending = false;
+                        continue;
+                    }
+                    builder_.OpenBegunTag(tag);
+                    bodyStep_ = body;
+                    bodyPreserve_ = childPreserve;
                     pos = p;
-                    return Step::Content;  // the caller reads the new tag's body
+                    return Step::BodyRead;
                 }
                 // No attributes: most such tags are leaves with plain text, which are added
                 // whole without opening them.
@@ -720,50 +744,48 @@ const unsigned char* WholeReader::Read(const unsigned char* p) {
     ++p;
     builder_.Open(InternName(p));
     std::size_t depth = 0;  // of the open element, the root at 0
-    preserve_[0] = false;
+    bool rootPreserve = false;
+    Step step = TagBody(p, rootPreserve);
+    preserve_[0] = rootPreserve;
+    bool atStart = true;
+    bool carried = false;
+    bool textBegun = false;
     for (;;) {
-        // A tag was opened and its name read: its attributes, then its content.
-        bool preserve = preserve_[depth];
-        Step step = TagBody(p, preserve);
-        preserve_[depth] = preserve;
-        bool atStart = true;
-        bool carried = false;
-        bool textBegun = false;
-        for (;;) {
-            if (step == Step::Failed) {
-                return nullptr;
-            }
-            if (step == Step::Content) {
-                step = Content(p, preserve_[depth], atStart, carried, textBegun);
-                if (step == Step::Content) {
-                    // A child was opened: it inherits the rule.
-                    ++depth;
-                    preserve_[depth] = preserve_[depth - 1];
-                    break;
-                }
-                if (step == Step::Opened) {
-                    // A child without attributes, its content begun.
-                    ++depth;
-                    preserve_[depth] = preserve_[depth - 1];
-                    atStart = !openedWithText_;
-                    carried = false;
-                    textBegun = true;
-                    step = Step::Content;
-                }
-                continue;
-            }
-            // Closed: back to the parent's content, behind the child.
-            builder_.Close();
-            const bool closedPreserve = preserve_[depth];
-            if (depth == 0) {
-                return Trailing(p, closedPreserve) ? p : nullptr;
-            }
-            --depth;
-            atStart = false;
-            carried = closedPreserve && !preserve_[depth];
-            textBegun = false;
-            step = Step::Content;
+        if (step == Step::Failed) {
+            return nullptr;
         }
+        if (step == Step::Content) {
+            step = Content(p, preserve_[depth], atStart, carried, textBegun);
+            if (step == Step::BodyRead) {
+                // A child with attributes, which may have turned its rule on.
+                ++depth;
+                preserve_[depth] = bodyPreserve_;
+                atStart = true;
+                carried = false;
+                textBegun = false;
+                step = bodyStep_;
+            } else if (step == Step::Opened) {
+                // A child without attributes, its content begun; it inherits the rule.
+                ++depth;
+                preserve_[depth] = preserve_[depth - 1];
+                atStart = !openedWithText_;
+                carried = false;
+                textBegun = true;
+                step = Step::Content;
+            }
+            continue;
+        }
+        // Closed: back to the parent's content, behind the child.
+        builder_.Close();
+        const bool closedPreserve = preserve_[depth];
+        if (depth == 0) {
+            return Trailing(p, closedPreserve) ? p : nullptr;
+        }
+        --depth;
+        atStart = false;
+        carried = closedPreserve && !preserve_[depth];
+        textBegun = false;
+        step = Step::Content;
     }
 }
 

@@ -127,6 +127,9 @@ const std::vector<std::string>& Documents() {
         "<r>t <a>x</a> <a>\xC3\xA9</a><a><![CDATA[c]]></a><a>x<!--c--></a><ab>x</ab></r>",
         "<r><a>x</ab></r>",
         "<r xml:space='preserve'><a> x </a><b>y</b></r>",
+        // Tags with attributes, empty or not, under either rule.
+        "<r> <e a='1' /> <e a='2'/>x<e a='3'>y</e><e a='4' xml:space='preserve'/> z</r>",
+        "<r xml:space='preserve'> <e a='1'/> <e a='2' xml:space='preserve'> </e> </r>",
         // Failures of every kind.
         "",
         "just text",
