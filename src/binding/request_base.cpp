@@ -25,7 +25,7 @@ namespace {
 constexpr std::uint32_t kPacketFormatRevision = 2;
 }  // namespace
 
-RequestBase::RequestBase(MethodDescriptor method) : method_(std::move(method)) {}
+RequestBase::RequestBase(const MethodDescriptor& method) : method_(method) {}
 
 RequestBase::~RequestBase() = default;
 
@@ -82,12 +82,18 @@ public:
         } else {
             meta_ = &own_.emplace();
         }
-        std::string& name = meta_->Name;
-        name.clear();
-        name.reserve(direction.size() + method.ComponentName.size() + method.MethodName.size() +
-                     2);
-        name.append(direction).append(1, '_').append(method.ComponentName).append(1, '_').append(
-            method.MethodName);
+        // Sized first, then copied piece by piece: within the kept capacity this touches no
+        // allocator and runs no growth checks per piece.
+        const std::string_view component = method.ComponentName;
+        const std::string_view name = method.MethodName;
+        std::string& formed = meta_->Name;
+        formed.resize(direction.size() + component.size() + name.size() + 2);
+        char* at = formed.data();
+        at = Put(at, direction);
+        *at++ = '_';
+        at = Put(at, component);
+        *at++ = '_';
+        Put(at, name);
     }
     ~ElementMeta() {
         if (kept_ != nullptr) {
@@ -100,6 +106,11 @@ public:
     const Serialization::MetaInfo& Get() const { return *meta_; }
 
 private:
+    static char* Put(char* at, std::string_view piece) {
+        std::memcpy(at, piece.data(), piece.size());
+        return at + piece.size();
+    }
+
     struct Kept {
         Serialization::MetaInfo Meta;
         bool InUse = false;

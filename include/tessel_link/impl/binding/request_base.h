@@ -16,7 +16,7 @@ namespace Binding::Detail {
 // frame of request and reply. The arguments belong to RequestImpl.
 class TL_API RequestBase : public Request, public RequestSerializer {
 public:
-    explicit RequestBase(MethodDescriptor method);
+    explicit RequestBase(const MethodDescriptor& method);
     ~RequestBase() override;
 
     void SetProperty(const std::string& key, const std::u16string& value) override;
