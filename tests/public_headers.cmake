@@ -54,5 +54,8 @@ endforeach()
 
 add_library(tl_public_header_check OBJECT ${tl_check_sources})
 target_link_libraries(tl_public_header_check PRIVATE tessel_link_usage)
+# The units only show that the headers compile: nothing in them is run, so nothing is
+# optimised or described for a debugger.
+target_compile_options(tl_public_header_check PRIVATE -O0 -g0)
 # The generated headers must exist first.
 add_dependencies(tl_public_header_check tessel_link_objects)
