@@ -25,6 +25,9 @@ namespace {
 // "The operation is not supported."
 constexpr std::uint32_t kRowNotSupported = 564;
 
+// The largest block for request packets that a thread keeps between its calls.
+constexpr std::size_t kKeptRequestBytes = 64 * 1024;
+
 Common::Error NotSupported(const Common::ErrorOrigin& origin) {
     return Common::Error(origin, Detail::kNotSupported, Common::GetMessageRow(kRowNotSupported));
 }
@@ -128,28 +131,108 @@ private:
     std::shared_ptr<State> state_;
 };
 
-// The job of one call through the loopback. What a worker needs lives in a shared core, so
-// that the job object may be destroyed (which stops it) while its worker is still busy.
+// What one call through the loopback needs, wherever it is served: the request, the
+// component's dispatcher (null for an unknown component) and the channel's observer.
+class LoopbackChannel::Call {
+public:
+    Call(std::unique_ptr<Request> request, const ServiceDispatcher* dispatcher,
+         const PacketObserver& observer)
+        : request_(std::move(request)), dispatcher_(dispatcher), observer_(&observer) {}
+
+    // Lets the service answer into `replyPacket`; the request's targets stay untouched.
+    Common::Error Serve(Serialization::Blob& replyPacket) {
+        if (dispatcher_ == nullptr) {
+            return Detail::UnknownComponentError(request_->GetComponentID());
+        }
+        try {
+            ServePacket(replyPacket);
+            return Common::ErrorSuccess;
+        } catch (const Common::Error& error) {
+            return error;
+        }
+    }
+
+    // Reads the reply into the request's targets and returns the call's outcome, as
+    // ReadReplyPacket does. The reader keeps what it needs of the packet, so the packet's
+    // block (as large as the reply, and more) is given back before the out values are
+    // made, not after: the records then reuse its memory instead of adding to it.
+    Common::Error ReadReply(Serialization::Blob& replyPacket) {
+        try {
+            Serialization::XMLPacketDeserializer reader(replyPacket.Data(), replyPacket.Size(),
+                                                        kRootSubjectVersion);
+            replyPacket = Serialization::Blob();
+            ReplyResultCapture capture(reader);
+            request_->ReadReply(capture);
+            return capture.Result();
+        } catch (const Common::Error& error) {
+            return error;
+        }
+    }
+
+    // Serves the call and reads its reply.
+    Common::Error Complete() {
+        Serialization::Blob reply;
+        const Common::Error served = Serve(reply);
+        return served.Failed() ? served : ReadReply(reply);
+    }
+
+private:
+    // The request's packet is written here as CreateDeserializer writes it (the same
+    // revision and the low word of the request's category), so that an observer can be
+    // shown its bytes and a call without one needs no packet of its own: the reader copies
+    // what it needs while it is built, and the bytes go into a block that the thread keeps
+    // for its next call.
+    void ServePacket(Serialization::Blob& replyPacket) {
+        Request& request = *request_;
+        const auto category = static_cast<std::uint32_t>(request.GetCategory());
+        std::vector<unsigned char> observed;
+        {
+            Serialization::XMLPacketSerializer requestWriter(kPacketFormatRevision, category);
+            request.WriteRequest(requestWriter);
+            // Only ever in use between Finish and the reader's constructor, where no code of
+            // a service or a host runs, so a call made while serving another finds it free.
+            thread_local std::vector<unsigned char> scratch;
+            std::vector<unsigned char>& bytes = *observer_ ? observed : scratch;
+            requestWriter.Finish(bytes);
+            Serialization::XMLPacketDeserializer requestReader(bytes.data(), bytes.size(),
+                                                               kRootSubjectVersion);
+            if (scratch.capacity() > kKeptRequestBytes) {
+                scratch = std::vector<unsigned char>();
+            }
+            // The reply's block is taken over as it is, not copied.
+            Serialization::XMLPacketSerializer replyWriter(kPacketFormatRevision, category);
+            dispatcher_->Serve(request.GetMethodNumber(), request.GetInterfaceVersion(),
+                               requestReader, replyWriter);
+            replyPacket = replyWriter.Finish();
+        }
+        if (*observer_) {
+            (*observer_)(request, observed,
+                         {replyPacket.Data(), static_cast<std::size_t>(replyPacket.Size())});
+        }
+    }
+
+    std::unique_ptr<Request> request_;
+    const ServiceDispatcher* dispatcher_;
+    const PacketObserver* observer_;
+};
+
+// The job of one call through the loopback. Run serves the call on the caller's thread with
+// the job's own state. Start moves the call into a core shared with a worker, so that the
+// job object may be destroyed (which stops it) while its worker is still busy.
 class LoopbackChannel::Job final : public RequestJob {
 public:
     Job(std::unique_ptr<Request> request, const ServiceDispatcher* dispatcher,
         const PacketObserver& observer, LoopbackChannel& channel)
-        : core_(std::make_shared<Core>(std::move(request), dispatcher, observer)),
-          channel_(channel) {}
+        : call_(std::move(request), dispatcher, observer), channel_(channel) {}
 
     ~Job() override { (void)Stop(); }
 
     Common::Error Run(JobManagement::JobHandler*) override {
-        {
-            const std::lock_guard<std::mutex> lock(core_->Lock);
-            if (core_->Step != Phase::Idle || core_->Stopped) {
-                return NotSupported(TL_ORIGIN("Binding::LoopbackChannel::Job::Run"));
-            }
-            core_->Step = Phase::Done;
+        Use expected = Use::Fresh;
+        if (!use_.compare_exchange_strong(expected, Use::Ran, std::memory_order_acq_rel)) {
+            return NotSupported(TL_ORIGIN("Binding::LoopbackChannel::Job::Run"));
         }
-        Serialization::Blob reply;
-        const Common::Error served = core_->Serve(reply);
-        return served.Failed() ? served : core_->ReadReply(reply);
+        return call_.Complete();
     }
 
     Common::Error Start(JobManagement::JobHandler* handler) override {
@@ -157,16 +240,14 @@ public:
             return NullPointerError(TL_ORIGIN("Binding::LoopbackChannel::Job::Start"),
                                     "handler != nullptr");
         }
-        {
-            const std::lock_guard<std::mutex> lock(core_->Lock);
-            if (core_->Step != Phase::Idle || core_->Stopped) {
-                return NotSupported(TL_ORIGIN("Binding::LoopbackChannel::Job::Start"));
-            }
-            core_->Step = Phase::Queued;
-            core_->Handler = handler;
+        const std::lock_guard<std::mutex> lock(startLock_);
+        Use expected = Use::Fresh;
+        if (!use_.compare_exchange_strong(expected, Use::Started, std::memory_order_acq_rel)) {
+            return NotSupported(TL_ORIGIN("Binding::LoopbackChannel::Job::Start"));
         }
+        core_ = std::make_shared<Core>(std::move(call_), handler);
         if (!channel_.pool_->Post([core = core_] { Work(*core); })) {
-            const std::lock_guard<std::mutex> lock(core_->Lock);
+            const std::lock_guard<std::mutex> coreLock(core_->Lock);
             core_->Step = Phase::Done;
             return NotSupported(TL_ORIGIN("Binding::LoopbackChannel::Job::Start"));
         }
@@ -174,96 +255,51 @@ public:
     }
 
     Common::Error Stop() override {
-        std::unique_lock<std::mutex> lock(core_->Lock);
-        core_->Stopped = true;
+        // A job that ran on its caller's thread has ended with Run; nothing is left to stop.
+        if (use_.load(std::memory_order_acquire) == Use::Ran) {
+            return Common::ErrorSuccess;
+        }
+        Core* core = nullptr;
+        {
+            const std::lock_guard<std::mutex> lock(startLock_);
+            Use expected = Use::Fresh;
+            if (use_.compare_exchange_strong(expected, Use::Stopped, std::memory_order_acq_rel)) {
+                return Common::ErrorSuccess;
+            }
+            core = core_.get();
+        }
+        if (core == nullptr) {
+            return Common::ErrorSuccess;
+        }
+        // Not under startLock_: a handler that stops its own job must get through while
+        // another thread waits here for it.
+        std::unique_lock<std::mutex> lock(core->Lock);
+        core->Stopped = true;
         // The service call is not waited for; reading the reply and the handler are, as the
         // request's targets and the handler may go once Stop has returned. The handler's own
         // thread must not wait for itself.
-        core_->Ended.wait(lock, [this] {
-            return core_->Step != Phase::Finishing ||
-                   core_->Finisher == std::this_thread::get_id();
+        core->Ended.wait(lock, [core] {
+            return core->Step != Phase::Finishing || core->Finisher == std::this_thread::get_id();
         });
         return Common::ErrorSuccess;
     }
 
 private:
-    enum class Phase { Idle, Queued, Serving, Finishing, Done };
+    // What the job has been used for: each job serves at most once.
+    enum class Use { Fresh, Ran, Started, Stopped };
+    enum class Phase { Queued, Serving, Finishing, Done };
 
     struct Core {
-        Core(std::unique_ptr<Request> request, const ServiceDispatcher* dispatcher,
-             const PacketObserver& observer)
-            : RequestObject(std::move(request)), Dispatcher(dispatcher), Observer(observer) {}
+        Core(Call&& call, JobManagement::JobHandler* handler)
+            : Served(std::move(call)), Handler(handler) {}
 
-        // Lets the service answer into `replyPacket`; the request's targets stay untouched.
-        Common::Error Serve(Serialization::Blob& replyPacket) {
-            if (Dispatcher == nullptr) {
-                return Detail::UnknownComponentError(RequestObject->GetComponentID());
-            }
-            try {
-                ServePacket(replyPacket);
-                return Common::ErrorSuccess;
-            } catch (const Common::Error& error) {
-                return error;
-            }
-        }
-
-        // Reads the reply into the request's targets and returns the call's outcome, as
-        // ReadReplyPacket does. The reader keeps what it needs of the packet, so the packet's
-        // block (as large as the reply, and more) is given back before the out values are
-        // made, not after: the records then reuse its memory instead of adding to it.
-        Common::Error ReadReply(Serialization::Blob& replyPacket) {
-            try {
-                Serialization::XMLPacketDeserializer reader(replyPacket.Data(), replyPacket.Size(),
-                                                            kRootSubjectVersion);
-                replyPacket = Serialization::Blob();
-                ReplyResultCapture capture(reader);
-                RequestObject->ReadReply(capture);
-                return capture.Result();
-            } catch (const Common::Error& error) {
-                return error;
-            }
-        }
-
+        Call Served;
+        JobManagement::JobHandler* const Handler;
         std::mutex Lock;
         std::condition_variable Ended;
-        Phase Step = Phase::Idle;
+        Phase Step = Phase::Queued;
         bool Stopped = false;
         std::thread::id Finisher;
-        JobManagement::JobHandler* Handler = nullptr;
-
-        std::unique_ptr<Request> RequestObject;
-        const ServiceDispatcher* Dispatcher;
-        const PacketObserver& Observer;
-
-    private:
-        void ServePacket(Serialization::Blob& replyPacket) {
-            Request& request = *RequestObject;
-            const auto category = static_cast<std::uint32_t>(request.GetCategory());
-            Serialization::Blob requestPacket;
-            {
-                // An observer is shown the request's packet, so it is written here, in the
-                // form CreateDeserializer gives it.
-                std::unique_ptr<Serialization::Deserializer> requestReader;
-                if (Observer) {
-                    Serialization::XMLPacketSerializer requestWriter(kPacketFormatRevision,
-                                                                     category);
-                    request.WriteRequest(requestWriter);
-                    requestPacket = requestWriter.Finish();
-                    requestReader = std::make_unique<Serialization::XMLPacketDeserializer>(
-                        requestPacket.Data(), requestPacket.Size(), kRootSubjectVersion);
-                } else {
-                    requestReader = request.CreateDeserializer(kRootSubjectVersion);
-                }
-                // The reply's block is taken over as it is, not copied.
-                Serialization::XMLPacketSerializer replyWriter(kPacketFormatRevision, category);
-                Dispatcher->Serve(request.GetMethodNumber(), request.GetInterfaceVersion(),
-                                  *requestReader, replyWriter);
-                replyPacket = replyWriter.Finish();
-            }
-            if (Observer) {
-                Observer(request, Bytes(requestPacket), Bytes(replyPacket));
-            }
-        }
     };
 
     // A started job on its worker.
@@ -277,7 +313,7 @@ private:
             core.Step = Phase::Serving;
         }
         Serialization::Blob reply;
-        const Common::Error served = core.Serve(reply);
+        const Common::Error served = core.Served.Serve(reply);
         {
             const std::lock_guard<std::mutex> lock(core.Lock);
             if (core.Stopped) {
@@ -287,7 +323,7 @@ private:
             core.Step = Phase::Finishing;
             core.Finisher = std::this_thread::get_id();
         }
-        const Common::Error result = served.Failed() ? served : core.ReadReply(reply);
+        const Common::Error result = served.Failed() ? served : core.Served.ReadReply(reply);
         try {
             core.Handler->OnJobFinished(result);
         } catch (...) {
@@ -300,10 +336,10 @@ private:
         core.Ended.notify_all();
     }
 
-    static std::span<const unsigned char> Bytes(const Serialization::Blob& blob) {
-        return {blob.Data(), static_cast<std::size_t>(blob.Size())};
-    }
-
+    Call call_;
+    std::atomic<Use> use_{Use::Fresh};
+    // Orders Start against Stop, so that Stop finds the core that Start made.
+    std::mutex startLock_;
     std::shared_ptr<Core> core_;
     LoopbackChannel& channel_;
 };

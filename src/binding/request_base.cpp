@@ -1,7 +1,10 @@
 #include <tessel_link/impl/binding/request_base.h>
 
+#include <cstring>
+#include <optional>
 #include <string_view>
 
+#include <tessel_link/impl/binding/argument_type.h>
 #include <tessel_link/common/assert.h>
 #include <tessel_link/common/messages.h>
 #include <tessel_link/impl/serialize/codec.h>
@@ -22,9 +25,7 @@ namespace {
 constexpr std::uint32_t kPacketFormatRevision = 2;
 }  // namespace
 
-RequestBase::RequestBase(MethodDescriptor method) : method_(std::move(method)) {
-    RegisterInterface<RequestBase>(this);
-}
+RequestBase::RequestBase(const MethodDescriptor& method) : method_(method) {}
 
 RequestBase::~RequestBase() = default;
 
@@ -52,25 +53,87 @@ std::uint64_t RequestBase::GetInterfaceVersion() const {
     return method_.InterfaceVersion;
 }
 
-std::string RequestBase::ElementName(const char* direction) const {
-    // Made once a call in each direction, so in one block rather than grown piece by piece.
-    const std::string_view head(direction);
-    std::string name;
-    name.reserve(head.size() + method_.ComponentName.size() + method_.MethodName.size() + 2);
-    name.append(head).append(1, '_').append(method_.ComponentName).append(1, '_').append(
-        method_.MethodName);
-    return name;
+void* RequestBase::QueryType(const char* typeName) {
+    // The request answers for its own type without an entry in the table: requests are made
+    // for every call, and asked for their type hardly ever.
+    if (void* registered = DynamicCasterImpl::QueryType(typeName)) {
+        return registered;
+    }
+    if (typeName != nullptr && std::strcmp(typeName, TypeKey<RequestBase>()) == 0) {
+        return static_cast<void*>(this);
+    }
+    return nullptr;
 }
 
+namespace {
+
+// The MetaInfo of a request's or a reply's element. Its name is formed anew for every
+// element, into a MetaInfo that the thread keeps, so that a name longer than a short string
+// costs no allocation; an element opened while the thread's one is in use (a call made
+// from inside the reading or writing of another) gets a MetaInfo of its own.
+class ElementMeta {
+public:
+    ElementMeta(std::string_view direction, const MethodDescriptor& method) {
+        thread_local Kept kept;
+        if (!kept.InUse) {
+            kept.InUse = true;
+            kept_ = &kept;
+            meta_ = &kept.Meta;
+        } else {
+            meta_ = &own_.emplace();
+        }
+        // Sized first, then copied piece by piece: within the kept capacity this touches no
+        // allocator and runs no growth checks per piece.
+        const std::string_view component = method.ComponentName;
+        const std::string_view name = method.MethodName;
+        std::string& formed = meta_->Name;
+        formed.resize(direction.size() + component.size() + name.size() + 2);
+        char* at = formed.data();
+        at = Put(at, direction);
+        *at++ = '_';
+        at = Put(at, component);
+        *at++ = '_';
+        Put(at, name);
+    }
+    ~ElementMeta() {
+        if (kept_ != nullptr) {
+            kept_->InUse = false;
+        }
+    }
+    ElementMeta(const ElementMeta&) = delete;
+    ElementMeta& operator=(const ElementMeta&) = delete;
+
+    const Serialization::MetaInfo& Get() const { return *meta_; }
+
+private:
+    static char* Put(char* at, std::string_view piece) {
+        std::memcpy(at, piece.data(), piece.size());
+        return at + piece.size();
+    }
+
+    struct Kept {
+        Serialization::MetaInfo Meta;
+        bool InUse = false;
+    };
+
+    Kept* kept_ = nullptr;
+    std::optional<Serialization::MetaInfo> own_;
+    Serialization::MetaInfo* meta_;
+};
+
+}  // namespace
+
 void RequestBase::WriteRequest(Serialization::Serializer& serializer) const {
-    Serialization::WriteScope element(serializer, Serialization::MetaInfo(ElementName("request")));
+    const ElementMeta meta("request", method_);
+    Serialization::WriteScope element(serializer, meta.Get());
     WriteArguments(serializer);
 }
 
 void RequestBase::ReadReply(Serialization::Deserializer& deserializer) {
-    Serialization::ReadScope element(deserializer, Serialization::MetaInfo(ElementName("reply")));
+    const ElementMeta meta("reply", method_);
+    Serialization::ReadScope element(deserializer, meta.Get());
     Common::Error result;
-    Serialization::ReadMember(deserializer, Serialization::MetaInfo("result"), result);
+    Serialization::ReadMember(deserializer, ResultMeta(), result);
     // A failed call sends no out values worth having: the caller's variables stay as they
     // were, and the failure reaches the caller through the job's result.
     if (result.Code() == Common::ErrorSuccess.Code()) {

@@ -166,19 +166,33 @@ namespace {
 constexpr std::size_t kFirstRead = 4;
 constexpr std::size_t kBlockSize = 32768;
 
-// The bytes left to read in a file that lies in memory, or 0 when that is not known.
-std::size_t KnownRemainder(File::i_file& file) {
+// The bytes left to read in a file that lies in memory; empty when that is not known.
+struct Remainder {
+    const unsigned char* Data = nullptr;
+    std::size_t Size = 0;
+    File::raccess_file* Seeker = nullptr;  // the file, to move on behind the bytes
+};
+
+Remainder KnownRemainder(File::i_file& file) {
+    if (file.Failed()) {
+        return {};
+    }
     if (auto* view = dynamic_cast<File::buf_ifile<char>*>(&file)) {
-        return static_cast<std::size_t>(view->Size() - view->Position());
+        return {reinterpret_cast<const unsigned char*>(view->Data()) + view->Position(),
+                static_cast<std::size_t>(view->Size() - view->Position()), view};
     }
     if (auto* view = dynamic_cast<File::buf_ifile<unsigned char>*>(&file)) {
-        return static_cast<std::size_t>(view->Size() - view->Position());
+        return {view->Data() + view->Position(),
+                static_cast<std::size_t>(view->Size() - view->Position()), view};
     }
     if (auto* memory = dynamic_cast<File::memory_file*>(&file)) {
         const std::uint64_t size = memory->Content().size();
-        return memory->Position() < size ? static_cast<std::size_t>(size - memory->Position()) : 0;
+        if (memory->Position() < size) {
+            return {memory->Content().data() + memory->Position(),
+                    static_cast<std::size_t>(size - memory->Position()), memory};
+        }
     }
-    return 0;
+    return {};
 }
 
 // The input gathered whole, with the zero padding that the whole-text reader needs behind it.
@@ -202,6 +216,12 @@ public:
         Detail::CountFeeds(data_.get() + size_, data_.get() + size_ + got, feeds_, tabs_);
         size_ += static_cast<std::size_t>(got);
         return true;
+    }
+    // Takes the `count` bytes at `from` whole, as a file in memory holds them.
+    void Take(const unsigned char* from, std::size_t count) {
+        Reserve(count);
+        Detail::CopyCountingFeeds(data_.get() + size_, from, count, feeds_, tabs_);
+        size_ += count;
     }
     // The position of `stop`, counted from the first byte.
     void PositionOf(const unsigned char* stop, std::uint32_t& line, std::uint32_t& column) {
@@ -252,8 +272,14 @@ bool ReadDocument(XmlDocument& document, File::i_file& file, std::uint32_t& line
         column = 1;
         return ReadBinaryDocument(document, file);
     }
-    // A file in memory says how much follows, so the buffer is made once.
-    input.Reserve(KnownRemainder(file) + kBlockSize);
+    // A file in memory is taken in one pass that copies and counts, and the file moves on
+    // to its end as if it had been read.
+    const Remainder remainder = more ? KnownRemainder(file) : Remainder{};
+    if (remainder.Size != 0) {
+        input.Take(remainder.Data, remainder.Size);
+        remainder.Seeker->SeekRel(static_cast<std::int64_t>(remainder.Size));
+        more = false;
+    }
     while (more) {
         more = input.Fill(file, kBlockSize);
     }

@@ -33,6 +33,38 @@ void CountFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t& 
     }
 }
 
+void CopyCountingFeeds(unsigned char* to, const unsigned char* from, std::size_t count,
+                       std::uint64_t& feeds, bool& tabs) {
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i feed = _mm_set1_epi8('\n');
+    const __m128i tab = _mm_set1_epi8('\t');
+    while (count - i >= 64) {
+        __m128i counts = _mm_setzero_si128();
+        __m128i anyTab = _mm_setzero_si128();
+        for (int round = 0; round < 63 && count - i >= 64; ++round, i += 64) {
+            for (int k = 0; k < 4; ++k) {
+                const __m128i v =
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i + 16 * k));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i + 16 * k), v);
+                counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, feed));
+                anyTab = _mm_or_si128(anyTab, _mm_cmpeq_epi8(v, tab));
+            }
+        }
+        const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
+        feeds += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums)) +
+                 static_cast<std::uint64_t>(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+        tabs = tabs || _mm_movemask_epi8(anyTab) != 0;
+    }
+#endif
+    for (; i < count; ++i) {
+        const unsigned char b = from[i];
+        to[i] = b;
+        feeds += b == '\n';
+        tabs = tabs || b == '\t';
+    }
+}
+
 void CountFromFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t feeds,
                     bool tabs, std::uint32_t& line, std::uint32_t& column) {
     // The column is the bytes behind the last feed, one each up to the first tab there and

@@ -221,6 +221,10 @@ inline void CountBytes(const unsigned char* p, const unsigned char* to, std::uin
 // behind the last of them decide the column.
 void CountLongStretch(const unsigned char* p, const unsigned char* to, std::uint32_t& line,
                       std::uint32_t& column);
+// Copies the `count` bytes at `from` to `to` and adds the line feeds among them to `feeds`,
+// noting a tab in `tabs`: CountFeeds done in the same pass as the copy.
+void CopyCountingFeeds(unsigned char* to, const unsigned char* from, std::size_t count,
+                       std::uint64_t& feeds, bool& tabs);
 // The two halves of CountLongStretch, for input counted piece by piece as it arrives: adds
 // the line feeds from `p` to `to`, and notes whether there is a tab among them.
 void CountFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t& feeds,

@@ -1,5 +1,6 @@
 #include "xml/xml_store.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
@@ -132,11 +133,15 @@ XmlName* NameTable::Lookup(std::string_view name) {
     for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
         Slot& slot = slots_[i];
         if (slot.Name == nullptr) {
-            auto* entry = static_cast<XmlName*>(arena_.Allocate(sizeof(XmlName) + name.size()));
+            // At least kNameBlock bytes, zero behind the name, so that a short name is
+            // compared as one block.
+            const std::size_t room = std::max(name.size(), kNameBlock);
+            auto* entry = static_cast<XmlName*>(arena_.Allocate(sizeof(XmlName) + room));
             entry->Size = static_cast<std::uint32_t>(name.size());
             entry->Mark = 0;
             entry->Successor = nullptr;
             std::memcpy(entry + 1, name.data(), name.size());
+            std::memset(reinterpret_cast<char*>(entry + 1) + name.size(), 0, room - name.size());
             slot = {hash, entry};
             ++used_;
             cached = entry;

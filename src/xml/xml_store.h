@@ -85,6 +85,9 @@ inline bool SameBytes(std::string_view x, std::string_view y) noexcept {
     return std::memcmp(a, b, size) == 0;
 }
 
+// Interned names keep at least this many bytes, the name and zero bytes behind it.
+inline constexpr std::size_t kNameBlock = 16;
+
 // The hash of a name in the table below, keyed per process.
 std::uint64_t HashName(std::string_view name);
 

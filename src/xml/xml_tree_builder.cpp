@@ -54,6 +54,10 @@ void XmlTreeBuilder::Open(const Detail::XmlName* name) {
 }
 
 void XmlTreeBuilder::OpenTag(XmlTag* tag) {
+    PushFrame(tag, ++nextMark_, static_cast<std::uint32_t>(attributes_.size()));
+}
+
+void XmlTreeBuilder::PushFrame(XmlTag* tag, std::uint32_t mark, std::uint32_t firstAttribute) {
     if (frames_.empty()) {
         document_.root_ = tag;
     } else {
@@ -61,42 +65,79 @@ void XmlTreeBuilder::OpenTag(XmlTag* tag) {
         children_.push_back(tag);
         texts_.push_back(nullptr);
     }
-    frames_.push_back(Frame{tag, ++nextMark_, static_cast<std::uint32_t>(children_.size()),
-                            static_cast<std::uint32_t>(attributes_.size()),
-                            static_cast<std::uint32_t>(texts_.size())});
+    openMark_ = mark;
+    frames_.push_back(Frame{tag, mark, static_cast<std::uint32_t>(children_.size()),
+                            firstAttribute, static_cast<std::uint32_t>(texts_.size())});
     texts_.push_back(nullptr);
+}
+
+void XmlTreeBuilder::EndEmptyTag(XmlTag* tag) {
+    // What Close makes of a tag with attributes and nothing else, without a frame.
+    const std::size_t count = attributes_.size() - begunAttributes_;
+    tag->parent_ = frames_.back().Tag;
+    if (count == 0) {
+        tag->content_ = 0;
+    } else {
+        const std::size_t bytes = sizeof(Detail::XmlContent) +
+                                  count * sizeof(Detail::XmlAttributeSlot) +
+                                  sizeof(Detail::XmlText*);
+        auto* content = static_cast<Detail::XmlContent*>(store_.arena.Allocate(bytes));
+        content->ChildCount = 0;
+        content->AttributeCount = static_cast<std::uint32_t>(count);
+        auto* slots = const_cast<Detail::XmlAttributeSlot*>(content->Attributes());
+        const Detail::XmlAttributeSlot* first = attributes_.data() + begunAttributes_;
+        if (count > 1) {
+            PutSorted(slots, first, count);
+        } else {
+            slots[0] = first[0];
+        }
+        const_cast<const Detail::XmlText**>(content->Texts())[0] = nullptr;
+        tag->content_ = reinterpret_cast<std::uintptr_t>(content);
+    }
+    children_.push_back(tag);
+    texts_.push_back(nullptr);
+    attributes_.resize(begunAttributes_);
+    openMark_ = frames_.back().Mark;
 }
 
 bool XmlTreeBuilder::AddAttribute(const Detail::XmlName* name, std::u16string_view value) {
     return AddAttributeText(name, store_.NewText(value));
 }
 
-const std::uint32_t* XmlTreeBuilder::SortOrder(const Detail::XmlAttributeSlot* first,
-                                               std::size_t count) {
-    // Names are interned: the same pointers in the same order sort the same way.
-    const bool repeated =
-        count == lastNames_.size() &&
-        std::equal(first, first + count, lastNames_.begin(),
-                   [](const Detail::XmlAttributeSlot& slot, const Detail::XmlName* name) {
-                       return slot.Name == name;
-                   });
-    if (!repeated) {
-        lastNames_.resize(count);
-        lastOrder_.resize(count);
+void XmlTreeBuilder::PutSorted(Detail::XmlAttributeSlot* slots,
+                               const Detail::XmlAttributeSlot* first, std::size_t count) {
+    // The last tag's order is tried first. Names are interned and a tag has each at most
+    // once, so when every place gets the name it had last time, the order is right.
+    if (count == lastOrder_.size()) {
+        const std::uint32_t* order = lastOrder_.data();
+        const Detail::XmlName* const* sorted = lastSorted_.data();
+        bool same = true;
         for (std::size_t i = 0; i < count; ++i) {
-            lastNames_[i] = first[i].Name;
-            lastOrder_[i] = static_cast<std::uint32_t>(i);
+            slots[i] = first[order[i]];
+            same &= slots[i].Name == sorted[i];
         }
-        std::sort(lastOrder_.begin(), lastOrder_.end(), [first](std::uint32_t a, std::uint32_t b) {
-            return first[a].Name->View() < first[b].Name->View();
-        });
+        if (same) {
+            return;
+        }
     }
-    return lastOrder_.data();
+    lastOrder_.resize(count);
+    lastSorted_.resize(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        lastOrder_[i] = static_cast<std::uint32_t>(i);
+    }
+    std::sort(lastOrder_.begin(), lastOrder_.end(), [first](std::uint32_t a, std::uint32_t b) {
+        return first[a].Name->View() < first[b].Name->View();
+    });
+    for (std::size_t i = 0; i < count; ++i) {
+        slots[i] = first[lastOrder_[i]];
+        lastSorted_[i] = slots[i].Name;
+    }
 }
 
 void XmlTreeBuilder::Close() {
     const Frame frame = frames_.back();
     frames_.pop_back();
+    openMark_ = frames_.empty() ? 0 : frames_.back().Mark;
     const std::size_t childCount = children_.size() - frame.FirstChild;
     const std::size_t attributeCount = attributes_.size() - frame.FirstAttribute;
     const std::size_t textCount = texts_.size() - frame.FirstText;  // childCount + 1
@@ -118,10 +159,7 @@ void XmlTreeBuilder::Close() {
         auto* slots = const_cast<Detail::XmlAttributeSlot*>(content->Attributes());
         if (attributeCount > 1) {
             // Sorted by name on the way into the tree.
-            const std::uint32_t* order = SortOrder(first, attributeCount);
-            for (std::size_t i = 0; i < attributeCount; ++i) {
-                slots[i] = first[order[i]];
-            }
+            PutSorted(slots, first, attributeCount);
         } else {
             CopyItems(slots, first, attributeCount);
         }

@@ -46,6 +46,18 @@ public:
         texts_.push_back(nullptr);
     }
     void OpenTag(XmlTag* tag);
+    // A tag in two steps for readers that learn only after its attributes whether it is
+    // empty: BeginTag makes it and takes the attributes that follow; then either
+    // EndEmptyTag adds it with them as a closed child of the open tag, or OpenBegunTag opens
+    // it with them as Open does.
+    XmlTag* BeginTag(const Detail::XmlName* name) {
+        XmlTag* tag = NewTag(name);
+        openMark_ = ++nextMark_;
+        begunAttributes_ = static_cast<std::uint32_t>(attributes_.size());
+        return tag;
+    }
+    void EndEmptyTag(XmlTag* tag);
+    void OpenBegunTag(XmlTag* tag) { PushFrame(tag, openMark_, begunAttributes_); }
 
     // Adds an attribute to the open tag; false, with nothing changed, when the tag already
     // has one of that name.
@@ -60,11 +72,10 @@ public:
     bool AddAttributeText(const Detail::XmlName* name, const Detail::XmlText* value) {
         // Names are interned, so the mark on the name tells whether this tag has it already.
         auto* entry = const_cast<Detail::XmlName*>(name);
-        const std::uint32_t mark = frames_.back().Mark;
-        if (entry->Mark == mark) {
+        if (entry->Mark == openMark_) {
             return false;
         }
-        entry->Mark = mark;
+        entry->Mark = openMark_;
         attributes_.push_back({name, value});
         return true;
     }
@@ -79,9 +90,10 @@ public:
     std::string_view OpenName() const noexcept { return frames_.back().Tag->Name(); }
 
 private:
-    // The order of the `count` attributes at `first` by name: index i of the result is the
-    // attribute that goes to place i. Valid until the next call.
-    const std::uint32_t* SortOrder(const Detail::XmlAttributeSlot* first, std::size_t count);
+    void PushFrame(XmlTag* tag, std::uint32_t mark, std::uint32_t firstAttribute);
+    // Writes the `count` attributes at `first` to `slots` in the order of their names.
+    void PutSorted(Detail::XmlAttributeSlot* slots, const Detail::XmlAttributeSlot* first,
+                   std::size_t count);
     struct Frame {
         XmlTag* Tag;
         std::uint32_t Mark;
@@ -96,12 +108,15 @@ private:
     // The pending content of all open tags, innermost last.
     std::vector<const XmlTag*> children_;
     std::vector<Detail::XmlAttributeSlot> attributes_;
-    // The names of the last tag whose attributes were sorted, in the order they came, and
-    // the order that sorting gave them: tags of one kind mostly repeat both.
-    std::vector<const Detail::XmlName*> lastNames_;
+    // The order that sorting gave the attributes of the last tag (index i is the attribute
+    // that went to place i) and their names in that order: tags of one kind mostly repeat
+    // both.
     std::vector<std::uint32_t> lastOrder_;
+    std::vector<const Detail::XmlName*> lastSorted_;
     std::vector<const Detail::XmlText*> texts_;
     std::uint32_t nextMark_ = 0;
+    std::uint32_t openMark_ = 0;  // the mark of the tag whose attributes are read
+    std::uint32_t begunAttributes_ = 0;  // where the attributes of a begun tag start
 };
 
 }  // namespace Xml

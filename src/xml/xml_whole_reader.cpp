@@ -45,9 +45,6 @@ public:
         if (size == 0) {
             return nullptr;
         }
-        if (size > UINT32_MAX) {
-            throw std::length_error("text too long");
-        }
         auto* text = reinterpret_cast<XmlText*>(base_);
         text->Size = static_cast<std::uint32_t>(size);
         arena_.TakeTail(reinterpret_cast<char*>(out_));
@@ -55,11 +52,19 @@ public:
     }
 
 private:
+public:
+    // Room that Begin leaves: a first block copy needs no check of its own.
     static constexpr std::size_t kMinRoom = 256;
 
+private:
+
+    // Only growing makes a text long, so the limit of its length is checked here.
     void Grow(std::size_t units) {
         const std::size_t used = static_cast<std::size_t>(reinterpret_cast<char*>(out_) - base_);
         const std::size_t want = used + units * sizeof(char16_t);
+        if ((want - sizeof(XmlText)) / sizeof(char16_t) > UINT32_MAX) {
+            throw std::length_error("text too long");
+        }
         base_ = arena_.RegrowTail(used, want + want / 2 + kMinRoom);
         out_ = reinterpret_cast<char16_t*>(base_ + used);
         limit_ = reinterpret_cast<char16_t*>(arena_.TailEnd());
@@ -105,9 +110,11 @@ public:
 
 private:
     // Behind the name of a tag just opened: its attributes up to '>' or "/>".
-    // Content: a child was opened, its attributes come next. Opened: a child was opened
-    // and read up to the first byte its fast path could not take; its content goes on.
-    enum class Step { Content, Opened, Closed, Failed };
+    // Content: the content of the open tag goes on. Opened: a child without attributes
+    // was opened and read up to the first byte its fast path could not take; its content
+    // goes on. BodyRead: a child was opened and its attributes read, and bodyStep_ says
+    // what came behind them.
+    enum class Step { Content, Opened, BodyRead, Closed, Failed };
     Step TagBody(const unsigned char*& p, bool& preserve);
     // The content of the open element up to its end tag.
     Step Content(const unsigned char*& p, bool preserve, bool atStart, bool carriedPreserve,
@@ -147,6 +154,15 @@ private:
     // Whether the name at `p` is `name`: its bytes, and no name character behind them.
     bool NameAt(const unsigned char* p, const XmlName* name) const {
         const std::size_t size = name->Size;
+#if defined(__SSE2__)
+        if (size <= kNameBlock) {
+            // One block from each: the input has its padding and the name its kNameBlock.
+            const unsigned same = Mask(_mm_cmpeq_epi8(
+                Load16(p), Load16(reinterpret_cast<const unsigned char*>(name + 1))));
+            const unsigned want = (1u << size) - 1;
+            return (same & want) == want && !Is(p[size], kNameChar);
+        }
+#endif
         if (static_cast<std::size_t>(end_ - p) < size || Is(p[size], kNameChar)) {
             return false;
         }
@@ -169,15 +185,18 @@ private:
     }
 
     // Content runs: collapsing single blanks between words, or keeping all white space.
-    void CollapsedRun(const unsigned char*& p);
-    void PreservedRun(const unsigned char*& p);
+    const unsigned char* CollapsedRun(const unsigned char* p);
+    const unsigned char* PreservedRun(const unsigned char* p);
 #if defined(__SSE2__)
-    template <typename Passing>
-    void CopyRun(const unsigned char*& p, const Passing& passing);
+    template <bool kFresh = false, typename Passing, typename Carries>
+    const unsigned char* CopyRun(const unsigned char* p, const Passing& passing,
+                                 const Carries& carries);
 #endif
     // True when the run ended at the closing quote, which is left for the caller.
-    bool ValueRun(const unsigned char*& p, unsigned char quote);
-    void CDataRun(const unsigned char*& p);
+    // kFresh: the text was just begun and nothing written to it yet.
+    template <bool kFresh = false>
+    const unsigned char* ValueRun(const unsigned char* p, unsigned char quote);
+    const unsigned char* CDataRun(const unsigned char* p);
 
     const unsigned char* end_;  // the end mark behind the last byte
     XmlTreeBuilder& builder_;
@@ -185,90 +204,103 @@ private:
     TextOut text_;
     // Whether a child opened by Step::Opened had text read into it.
     bool openedWithText_ = false;
+    // For Step::BodyRead: Content or Closed, and the child's rule for white space.
+    Step bodyStep_ = Step::Failed;
+    bool bodyPreserve_ = false;
     // xml:space="preserve" of each open element, the root at 0.
     bool preserve_[kMaxXmlDepth + 1] = {};
 };
 
 #if defined(__SSE2__)
 // Widens the bytes at `p` into the text for as long as `passing` gives a bit for each of 16
-// bytes; stops behind the last byte that passes.
-template <typename Passing>
-void WholeReader::CopyRun(const unsigned char*& p, const Passing& passing) {
-    for (;;) {
-        text_.Need(kBlockRoom);
+// bytes; stops behind the last byte that passes. A blank that goes along only with the byte
+// behind it cannot be judged at the last place of a block: `carries` tells from the byte
+// behind the block whether it goes all the same.
+template <bool kFresh, typename Passing, typename Carries>
+[[gnu::always_inline]] inline const unsigned char* WholeReader::CopyRun(const unsigned char* p,
+                                                                        const Passing& passing,
+                                                                        const Carries& carries) {
+    // A text just begun has room for its first block.
+    static_assert(TextOut::kMinRoom >= sizeof(XmlText) + kBlockRoom * sizeof(char16_t));
+    for (bool first = true;; first = false) {
+        if (!kFresh || !first) {
+            text_.Need(kBlockRoom);
+        }
         const __m128i v = Load16(p);
         const unsigned ok = passing(v);
         char16_t* out = text_.Out();
         StoreWide(out, v);
-        if (ok == 0xffff) {
+        if (ok == 0xffff || (ok == 0x7fff && p[15] == ' ' && carries(p[16]))) {
             p += 16;
             text_.Out() = out + 16;
             continue;
         }
         const int count = std::countr_one(ok);
-        p += count;
         text_.Out() = out + count;
-        return;
+        return p + count;
     }
 }
 #endif
 
-void WholeReader::CollapsedRun(const unsigned char*& p) {
+const unsigned char* WholeReader::CollapsedRun(const unsigned char* p) {
 #if defined(__SSE2__)
-    CopyRun(p, [](__m128i v) {
+    return CopyRun(p, [](__m128i v) {
         // Signed compare: 0x21 to 0x7f are above 0x20, bytes from 0x80 up are negative.
         const unsigned pass =
             Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                   _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
         // A single blank goes along when the byte behind it passes.
         return pass | (Mask(Eq(v, ' ')) & (pass >> 1));
-    });
+    }, [](unsigned char next) { return Is(next, kRun); });
 #else
     text_.Need(1);
     text_.Put(*p++);
+    return p;
 #endif
 }
 
-void WholeReader::PreservedRun(const unsigned char*& p) {
+const unsigned char* WholeReader::PreservedRun(const unsigned char* p) {
 #if defined(__SSE2__)
-    CopyRun(p, [](__m128i v) {
+    return CopyRun(p, [](__m128i v) {
         const __m128i white = _mm_or_si128(_mm_or_si128(Eq(v, '\t'), Eq(v, '\n')), Eq(v, '\r'));
         return Mask(_mm_andnot_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                      _mm_or_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f)), white)));
-    });
+    }, [](unsigned char) { return false; });
 #else
     text_.Need(1);
     text_.Put(*p++);
+    return p;
 #endif
 }
 
-bool WholeReader::ValueRun(const unsigned char*& p, unsigned char quote) {
+template <bool kFresh>
+[[gnu::always_inline]] inline const unsigned char* WholeReader::ValueRun(const unsigned char* p,
+                                                                         unsigned char quote) {
 #if defined(__SSE2__)
     const __m128i quotes = _mm_set1_epi8(static_cast<char>(quote));
-    CopyRun(p, [quotes](__m128i v) {
+    return CopyRun<kFresh>(p, [quotes](__m128i v) {
         const __m128i stop = _mm_or_si128(_mm_or_si128(Eq(v, '<'), Eq(v, '&')),
                                           _mm_cmpeq_epi8(v, quotes));
         const unsigned pass = Mask(_mm_andnot_si128(stop, _mm_cmpgt_epi8(v, _mm_set1_epi8(0x20))));
         return pass | (Mask(Eq(v, ' ')) & (pass >> 1));
-    });
-    // Most values end here, at their quote.
-    return *p == quote;
+    }, [quote](unsigned char next) { return Is(next, kRun) && next != quote; });
 #else
     (void)quote;
     text_.Need(1);
     text_.Put(*p++);
-    return false;
+    return p;
 #endif
 }
 
-void WholeReader::CDataRun(const unsigned char*& p) {
+const unsigned char* WholeReader::CDataRun(const unsigned char* p) {
 #if defined(__SSE2__)
-    CopyRun(p, [](__m128i v) {
+    return CopyRun(p, [](__m128i v) {
         return Mask(_mm_andnot_si128(Eq(v, ']'), _mm_cmpgt_epi8(v, _mm_set1_epi8(0x1f))));
-    });
+    }, [](unsigned char) { return false; });
 #else
     text_.Need(1);
     text_.Put(*p++);
+    return p;
 #endif
 }
 
@@ -331,17 +363,28 @@ const unsigned char* WholeReader::PassMarkup(const unsigned char* p, Markup& res
     }
 }
 
-bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlText*& value) {
+bool WholeReader::Value(const unsigned char*& pos, unsigned char quote, const XmlText*& value) {
+    const unsigned char* p = pos;  // in a register; written back when reading goes on
     // Values are always normalised: white space at either end goes, inside it becomes one
     // blank.
     text_.Begin();
+    // Most values are one run of plain characters up to the quote.
+    if (Is(*p, kRun)) {
+        p = ValueRun<true>(p, quote);
+        if (*p == quote) {
+            pos = p + 1;
+            value = text_.Commit();
+            return true;
+        }
+    }
     bool pending = false;
-    bool atStart = true;
+    bool atStart = text_.Out() == text_.First();
     for (;;) {
         const unsigned char c = *p;
         if (c == quote) {
             ++p;
             value = text_.Commit();
+            pos = p;
             return true;
         }
         const std::uint8_t cls = kByteClass[c];
@@ -353,8 +396,9 @@ bool WholeReader::Value(const unsigned char*& p, unsigned char quote, const XmlT
             }
             atStart = false;
             if ((cls & kRun) != 0) {
-                if (ValueRun(p, quote)) {
-                    ++p;
+                p = ValueRun(p, quote);
+                if (*p == quote) {
+                    pos = p + 1;
                     value = text_.Commit();
                     return true;
                 }
@@ -389,7 +433,7 @@ const unsigned char* WholeReader::CData(const unsigned char* p) {
     for (;;) {
         const unsigned char c = *p;
         if (c >= 0x20 && c < 0x80 && c != ']') {
-            CDataRun(p);
+            p = CDataRun(p);
             continue;
         }
         if (c == '\r') {
@@ -420,21 +464,31 @@ const unsigned char* WholeReader::CData(const unsigned char* p) {
     }
 }
 
-WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) {
+WholeReader::Step WholeReader::TagBody(const unsigned char*& pos, bool& preserve) {
+    const unsigned char* p = pos;  // in a register; written back when reading goes on
+    // White space around '=' is rare: the bytes expected are tried before any is skipped.
     for (;;) {
-        SkipWhite(p);
-        const unsigned char c = *p;
+        unsigned char c = *p;
+        if (Is(c, kWhite)) {
+            do {
+                c = *++p;
+            } while (Is(c, kWhite));
+        }
         if (Is(c, kNameStart)) {
             const XmlName* name = InternName(p);
-            SkipWhite(p);
             if (*p != '=') {
-                return Step::Failed;
+                SkipWhite(p);
+                if (*p != '=') {
+                    return Step::Failed;
+                }
             }
-            ++p;
-            SkipWhite(p);
-            const unsigned char quote = *p;
+            unsigned char quote = *++p;
             if (quote != '"' && quote != '\'') {
-                return Step::Failed;
+                SkipWhite(p);
+                quote = *p;
+                if (quote != '"' && quote != '\'') {
+                    return Step::Failed;
+                }
             }
             ++p;
             const XmlText* value = nullptr;
@@ -448,18 +502,21 @@ WholeReader::Step WholeReader::TagBody(const unsigned char*& p, bool& preserve) 
         }
         if (c == '>') {
             ++p;
+            pos = p;
             return Step::Content;
         }
         if (c == '/' && p[1] == '>') {
             p += 2;
+            pos = p;
             return Step::Closed;
         }
         return Step::Failed;
     }
 }
 
-WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, bool atStart,
+WholeReader::Step WholeReader::Content(const unsigned char*& pos, bool preserve, bool atStart,
                                        bool carriedPreserve, bool textBegun) {
+    const unsigned char* p = pos;  // in a register; written back when reading goes on
     // `atStart`: nothing of the element's text seen yet, so white space is dropped. A blank
     // owed is written in front of the next text, start tag or section, and dropped before
     // the end tag.
@@ -501,9 +558,9 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
             atStart = false;
             if ((cls & kRun) != 0) {
                 if (preserve) {
-                    PreservedRun(p);
+                    p = PreservedRun(p);
                 } else {
-                    CollapsedRun(p);
+                    p = CollapsedRun(p);
                 }
             } else if ((p = Sequence(p)) == nullptr) {
                 return Step::Failed;
@@ -512,7 +569,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
         }
         if ((cls & kWhite) != 0) {
             if (preserve) {
-                PreservedRun(p);
+                p = PreservedRun(p);
                 continue;
             }
             SkipWhite(p);
@@ -533,8 +590,28 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 ++p;
                 const XmlName* name = InternName(p);
                 if (*p != '>' || preserve) {
-                    builder_.Open(name);
-                    return Step::Content;  // the caller reads the new tag's body
+                    // Attributes follow. Most such tags are empty and are added whole here,
+                    // unless their own rule for white space would hold behind them.
+                    XmlTag* tag = builder_.BeginTag(name);
+                    bool childPreserve = preserve;
+                    const unsigned char* q = p;
+                    const Step body = TagBody(q, childPreserve);
+                    p = q;
+                    if (body == Step::Failed) {
+                        return Step::Failed;
+                    }
+                    if (body == Step::Closed && childPreserve == preserve) {
+                        builder_.EndEmptyTag(tag);
+                        text_.Begin();
+                        atStart = false;
+                        pending = false;
+                        continue;
+                    }
+                    builder_.OpenBegunTag(tag);
+                    bodyStep_ = body;
+                    bodyPreserve_ = childPreserve;
+                    pos = p;
+                    return Step::BodyRead;
                 }
                 // No attributes: most such tags are leaves with plain text, which are added
                 // whole without opening them.
@@ -542,7 +619,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 XmlTag* tag = builder_.NewTag(name);
                 text_.Begin();
                 if (Is(*p, kRun)) {
-                    CollapsedRun(p);
+                    p = CollapsedRun(p);
                 }
                 if (p[0] == '<' && p[1] == '/' && NameAt(p + 2, name)) {
                     const unsigned char* close = p + 2 + name->Size;
@@ -559,6 +636,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                 // Something else: the tag is opened with the text read so far.
                 openedWithText_ = text_.Out() != text_.First();
                 builder_.OpenTag(tag);
+                pos = p;
                 return Step::Opened;
             }
             if (c1 == '/') {
@@ -577,6 +655,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& p, bool preserve, b
                     return Step::Failed;
                 }
                 ++p;
+                pos = p;
                 return Step::Closed;
             }
             if (c1 == '!' && std::memcmp(p, "<![CDATA[", 9) == 0) {
@@ -665,50 +744,48 @@ const unsigned char* WholeReader::Read(const unsigned char* p) {
     ++p;
     builder_.Open(InternName(p));
     std::size_t depth = 0;  // of the open element, the root at 0
-    preserve_[0] = false;
+    bool rootPreserve = false;
+    Step step = TagBody(p, rootPreserve);
+    preserve_[0] = rootPreserve;
+    bool atStart = true;
+    bool carried = false;
+    bool textBegun = false;
     for (;;) {
-        // A tag was opened and its name read: its attributes, then its content.
-        bool preserve = preserve_[depth];
-        Step step = TagBody(p, preserve);
-        preserve_[depth] = preserve;
-        bool atStart = true;
-        bool carried = false;
-        bool textBegun = false;
-        for (;;) {
-            if (step == Step::Failed) {
-                return nullptr;
-            }
-            if (step == Step::Content) {
-                step = Content(p, preserve_[depth], atStart, carried, textBegun);
-                if (step == Step::Content) {
-                    // A child was opened: it inherits the rule.
-                    ++depth;
-                    preserve_[depth] = preserve_[depth - 1];
-                    break;
-                }
-                if (step == Step::Opened) {
-                    // A child without attributes, its content begun.
-                    ++depth;
-                    preserve_[depth] = preserve_[depth - 1];
-                    atStart = !openedWithText_;
-                    carried = false;
-                    textBegun = true;
-                    step = Step::Content;
-                }
-                continue;
-            }
-            // Closed: back to the parent's content, behind the child.
-            builder_.Close();
-            const bool closedPreserve = preserve_[depth];
-            if (depth == 0) {
-                return Trailing(p, closedPreserve) ? p : nullptr;
-            }
-            --depth;
-            atStart = false;
-            carried = closedPreserve && !preserve_[depth];
-            textBegun = false;
-            step = Step::Content;
+        if (step == Step::Failed) {
+            return nullptr;
         }
+        if (step == Step::Content) {
+            step = Content(p, preserve_[depth], atStart, carried, textBegun);
+            if (step == Step::BodyRead) {
+                // A child with attributes, which may have turned its rule on.
+                ++depth;
+                preserve_[depth] = bodyPreserve_;
+                atStart = true;
+                carried = false;
+                textBegun = false;
+                step = bodyStep_;
+            } else if (step == Step::Opened) {
+                // A child without attributes, its content begun; it inherits the rule.
+                ++depth;
+                preserve_[depth] = preserve_[depth - 1];
+                atStart = !openedWithText_;
+                carried = false;
+                textBegun = true;
+                step = Step::Content;
+            }
+            continue;
+        }
+        // Closed: back to the parent's content, behind the child.
+        builder_.Close();
+        const bool closedPreserve = preserve_[depth];
+        if (depth == 0) {
+            return Trailing(p, closedPreserve) ? p : nullptr;
+        }
+        --depth;
+        atStart = false;
+        carried = closedPreserve && !preserve_[depth];
+        textBegun = false;
+        step = Step::Content;
     }
 }
 

@@ -161,6 +161,57 @@ TEST(LoopbackJobs, StartServesOnAWorkerAndReportsTheEnd) {
     EXPECT_EQ(handler.Results()[1].Code(), Binding::kErrorUnknownComponent);
 }
 
+TEST(LoopbackJobs, AJobServesOnceWhicheverWayItIsUsed) {
+    Loopback loopback;
+    loopback.Service->Open();
+    RecordingHandler handler;
+    std::string result = "before";
+    auto ran = loopback.GetData("ran", 1, result);
+    ASSERT_TRUE(ran->Run(nullptr).Succeeded());
+    EXPECT_EQ(result, "ran#1");
+    result = "after";
+    EXPECT_TRUE(ran->Run(nullptr).Failed());
+    EXPECT_TRUE(ran->Start(&handler).Failed());
+    EXPECT_TRUE(ran->Stop().Succeeded());
+    EXPECT_EQ(result, "after");
+
+    // Stopped before it was used, a job neither runs nor starts.
+    auto stopped = loopback.GetData("stopped", 2, result);
+    EXPECT_TRUE(stopped->Stop().Succeeded());
+    EXPECT_TRUE(stopped->Run(nullptr).Failed());
+    EXPECT_TRUE(stopped->Start(&handler).Failed());
+    EXPECT_EQ(result, "after");
+    EXPECT_TRUE(handler.Results().empty());
+}
+
+// Start and Stop of one job, Run and Stop of another, each pair on two threads at once:
+// whichever comes first, the job serves at most once and the out argument is either
+// untouched or complete.
+TEST(LoopbackJobs, StartOrRunRacingStopServesAtMostOnce) {
+    Loopback loopback;
+    loopback.Service->Open();
+    for (int round = 0; round < 100; ++round) {
+        RecordingHandler handler;
+        std::string started = "before";
+        std::string ran = "before";
+        auto background = loopback.GetData("started", 2000, started);
+        auto direct = loopback.GetData("ran", 2001, ran);
+        Common::Error startOutcome;
+        Common::Error runOutcome;
+        std::thread user([&] {
+            startOutcome = background->Start(&handler);
+            runOutcome = direct->Run(nullptr);
+        });
+        EXPECT_TRUE(background->Stop().Succeeded());
+        EXPECT_TRUE(direct->Stop().Succeeded());
+        user.join();
+        background.reset();
+        EXPECT_TRUE(started == "before" || started == "started#2000") << started;
+        EXPECT_EQ(runOutcome.Succeeded(), ran == "ran#2001") << ran;
+        EXPECT_LE(handler.Results().size(), startOutcome.Succeeded() ? 1u : 0u);
+    }
+}
+
 TEST(LoopbackJobs, StopNeverWaitsForTheServiceAndDropsItsReply) {
     Loopback loopback;
     RecordingHandler handler;

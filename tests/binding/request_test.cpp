@@ -287,6 +287,86 @@ TEST(RequestBuild, ArgumentCopiesLiveWithTheRequestAndAFailedCopyLeavesNone) {
     Tracked::copiesBeforeFailure = -1;
 }
 
+// An argument whose codec writes, or reads, a whole other request while the element of its
+// own request is open, as a codec that made a call of its own would.
+struct NestedRequest {
+    static inline Binding::Request* Inner = nullptr;
+    static inline std::string InnerPacket;
+    static inline Testing::ScriptedDeserializer* InnerReply = nullptr;
+
+    static void Construct(void* at) { ::new (at) int(0); }
+    static void Copy(void* at, const void* from) { ::new (at) int(*static_cast<const int*>(from)); }
+    static void Destroy(void*) {}
+    static void Write(Serialization::Serializer& serializer, const Serialization::MetaInfo& meta,
+                      const void*) {
+        Serialization::XMLPacketSerializer inner(2, 0xffffffffu);
+        Inner->WriteRequest(inner);
+        std::vector<unsigned char> bytes;
+        inner.Finish(bytes);
+        InnerPacket.assign(bytes.begin(), bytes.end());
+        serializer.Write(meta, std::uint32_t{5});
+    }
+    static void Read(Serialization::Deserializer& deserializer, const Serialization::MetaInfo& meta,
+                     void* value) {
+        Inner->ReadReply(*InnerReply);
+        std::uint32_t read = 0;
+        deserializer.Read(meta, read);
+        *static_cast<int*>(value) = static_cast<int>(read);
+    }
+};
+
+constexpr Binding::Detail::ArgumentType kNestedType{
+    sizeof(int),         alignof(int),         &NestedRequest::Construct,
+    &NestedRequest::Copy, &NestedRequest::Destroy, &NestedRequest::Write,
+    &NestedRequest::Read, false};
+
+// Tells which element each FinishReadMetaInfo names.
+class ClosingTrail : public Testing::ScriptedDeserializer {
+public:
+    using ScriptedDeserializer::ScriptedDeserializer;
+    void FinishReadMetaInfo(const Serialization::MetaInfo& meta) override {
+        Closed.push_back(meta.Name);
+        ScriptedDeserializer::FinishReadMetaInfo(meta);
+    }
+    std::vector<std::string> Closed;
+};
+
+TEST(RequestNesting, ARequestWrittenOrReadInsideAnotherLeavesTheOuterElementItsName) {
+    const auto inner = CreateRequest<void()>(Method("Inner"));
+    NestedRequest::Inner = inner.get();
+    int value = 0;
+    const Binding::Detail::ErasedArgument argument{&kNestedType, &value, &value, "nested",
+                                                   ArgumentKind::InOut};
+    const auto outer = Binding::Detail::MakeRequest(Method("Outer"), &argument, 1);
+
+    Serialization::XMLPacketSerializer serializer(2, 0xffffffffu);
+    outer->WriteRequest(serializer);
+    std::vector<unsigned char> bytes;
+    serializer.Finish(bytes);
+    const std::string packet(bytes.begin(), bytes.end());
+    EXPECT_NE(packet.find("<request_ProbeManager_Outer><nested>5</nested>"
+                          "</request_ProbeManager_Outer>"),
+              std::string::npos)
+        << packet;
+    EXPECT_NE(NestedRequest::InnerPacket.find("<request_ProbeManager_Inner"), std::string::npos)
+        << NestedRequest::InnerPacket;
+    EXPECT_NE(NestedRequest::InnerPacket.find("request_ProbeManager_Inner>"), std::string::npos);
+
+    Testing::ScriptedDeserializer innerReply(Reply("Inner", Common::ErrorSuccess, {}));
+    NestedRequest::InnerReply = &innerReply;
+    ClosingTrail reply(Reply("Outer", Common::ErrorSuccess, {ValueNode("nested", std::uint32_t{9})}));
+    outer->ReadReply(reply);
+    EXPECT_EQ(value, 9);
+    EXPECT_EQ(reply.Closed, (std::vector<std::string>{"reply_ProbeManager_Outer"}));
+
+    // The names are formed anew for every request, whatever the thread formed before.
+    const auto shorter = CreateRequest<void()>(Method("X"));
+    EXPECT_EQ(Written(*shorter).Name, "request_ProbeManager_X");
+    EXPECT_EQ(Written(*inner).Name, "request_ProbeManager_Inner");
+    NestedRequest::Inner = nullptr;
+    NestedRequest::InnerReply = nullptr;
+}
+
 TEST(RequestIdentity, DescriptorPropertiesAndCaster) {
     std::string result;
     const auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
@@ -303,6 +383,8 @@ TEST(RequestIdentity, DescriptorPropertiesAndCaster) {
     auto* base = Common::QueryInterface<Binding::Detail::RequestBase>(*request);
     ASSERT_NE(base, nullptr);
     EXPECT_EQ(base->Method().MethodName, "GetData");
+    EXPECT_EQ(Common::QueryInterface<Binding::Request>(*request), nullptr);
+    EXPECT_EQ(request->QueryType(nullptr), nullptr);
 }
 
 }  // namespace

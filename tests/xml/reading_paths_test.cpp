@@ -3,6 +3,7 @@
 // the same success, the same tree and the same position. Here they are held side by side on
 // documents that exercise each rule, and on every one-byte change of them.
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -126,6 +127,9 @@ const std::vector<std::string>& Documents() {
         "<r>t <a>x</a> <a>\xC3\xA9</a><a><![CDATA[c]]></a><a>x<!--c--></a><ab>x</ab></r>",
         "<r><a>x</ab></r>",
         "<r xml:space='preserve'><a> x </a><b>y</b></r>",
+        // Tags with attributes, empty or not, under either rule.
+        "<r> <e a='1' /> <e a='2'/>x<e a='3'>y</e><e a='4' xml:space='preserve'/> z</r>",
+        "<r xml:space='preserve'> <e a='1'/> <e a='2' xml:space='preserve'> </e> </r>",
         // Failures of every kind.
         "",
         "just text",
@@ -218,6 +222,50 @@ TEST(ReadingPaths, AgreeAcrossBlockBoundaries) {
     }
 }
 
+TEST(ReadingPaths, AgreeOnSingleBlanksAtEveryBlockOffset) {
+    // A single blank goes along with the byte behind it, which at the last place of a block
+    // of sixteen lies in the next block. Every offset, with every kind of byte behind.
+    const std::vector<std::string> behind = {"y", "<b/>", "&amp;", "\xC3\xA9", " ", "\n", "'", "\""};
+    for (std::size_t lead = 1; lead < 40; ++lead) {
+        const std::string words = std::string(lead / 2, 'w') + '.' + std::string(lead - lead / 2, 'v');
+        for (const std::string& next : behind) {
+            ExpectSame("<r>" + words + " " + next + "z</r>");
+            ExpectSame("<r><a>" + words + " " + next + "z</a></r>");
+            ExpectSame("<r k='1'>" + words + " " + next + "z</r>");
+            ExpectSame("<r v='" + words + " " + next + "z'/>");
+            ExpectSame("<r v=\"" + words + " " + next + "z\"/>");
+        }
+        ExpectSame("<r v='" + words + " '/>");
+        ExpectSame("<r v='" + words + "' w=\"" + words + " \"/>");
+    }
+}
+
+TEST(ReadingPaths, AgreeOnNamesThatDifferInAnyByte) {
+    // The name expected next, and the name an end tag must repeat, are compared whole; a
+    // change of any byte, one byte more or one less must be told apart at every length.
+    for (std::size_t size = 1; size <= 20; ++size) {
+        std::string name;
+        for (std::size_t i = 0; i < size; ++i) {
+            name += static_cast<char>('a' + i % 26);
+        }
+        std::vector<std::string> others = {name + "q", name + ".", name.substr(0, size - 1)};
+        for (std::size_t at = 0; at < size; ++at) {
+            others.push_back(name);
+            others.back()[at] = 'Q';
+        }
+        for (const std::string& other : others) {
+            if (other.empty()) {
+                continue;
+            }
+            ExpectSame("<r><" + name + ">t</" + other + "></r>");
+            ExpectSame("<r><e " + name + "='1' x='2'/><e " + other + "='3' x='4'/><e " + name +
+                       "='5' x='6'/></r>");
+            ExpectSame("<r><" + name + "/><" + other + "/><" + name + "/><" + other + " " + name +
+                       "='1'/></r>");
+        }
+    }
+}
+
 }  // namespace
 
 namespace {
@@ -240,6 +288,18 @@ TEST(ReadingPaths, PositionCountedInBulkMatchesCountingByteByByte) {
         Xml::Detail::CountLongStretch(first, first + bytes.size(), bulkLine, bulkColumn);
         ASSERT_EQ(bulkLine, line) << round;
         ASSERT_EQ(bulkColumn, column) << round;
+        // The copy that counts on the way: the same bytes, feeds and tabs.
+        std::vector<unsigned char> copy(bytes.size() + 1, 0xAA);
+        std::uint64_t feeds = 7;
+        bool tabs = false;
+        Xml::Detail::CopyCountingFeeds(copy.data(), first, bytes.size(), feeds, tabs);
+        ASSERT_TRUE(std::equal(bytes.begin(), bytes.end(), copy.begin(),
+                               [](char a, unsigned char b) { return static_cast<unsigned char>(a) == b; }))
+            << round;
+        ASSERT_EQ(copy.back(), 0xAA) << round;
+        ASSERT_EQ(feeds, 7 + static_cast<std::uint64_t>(std::count(bytes.begin(), bytes.end(), '\n')))
+            << round;
+        ASSERT_EQ(tabs, bytes.find('\t') != std::string::npos) << round;
     }
 }
 
@@ -319,6 +379,14 @@ TEST(ReadingPaths, FilesInMemoryAreReadFromTheirPosition) {
     std::uint32_t line = 0, column = 0;
     ASSERT_TRUE(Xml::ReadDocument(document, memory, line, column));
     EXPECT_EQ(xml_test::Text(document.Root()), u"t");
+    // Taken whole, it is left at its end as if it had been read there.
+    EXPECT_EQ(memory.Position(), 12u);
+    const std::string bytes = "<a>\n\t<b>u</b>\n</a>";
+    File::buf_ifile<char> view(bytes.data(), bytes.size());
+    ASSERT_TRUE(Xml::ReadDocument(document, view, line, column));
+    EXPECT_EQ(view.Position(), bytes.size());
+    EXPECT_EQ(line, 3u);
+    EXPECT_EQ(column, 5u);
 
     UnevenFile binary("BXML", 1, -1);
     EXPECT_FALSE(Xml::ReadDocument(document, binary, line, column));

@@ -52,6 +52,29 @@ TEST(TextReaderStructure, AttributesAreSortedUniqueAndSeparatePerElement) {
     EXPECT_FALSE(Read("<a b=\"1\" b=\"2\"/>").Ok);
 }
 
+TEST(TextReaderStructure, AttributesStaySortedWhenTagsRepeatOrChangeTheirNames) {
+    // Tags of one kind repeat their names in the same order, and the order found for one tag
+    // is tried on the next: the same names in another order, a name replaced, fewer names.
+    const auto r = Read(
+        "<r><e b='1' a='2' c='3'/><e b='4' a='5' c='6'/><e c='7' a='8' b='9'/>"
+        "<e b='1' d='2' c='3'/><e b='4' a='5'/><e b='6' a='7' c='8'/><e a='9' b='0' c='1'/></r>");
+    ASSERT_TRUE(r.Ok);
+    const std::vector<std::string> expected = {"a2b1c3", "a5b4c6", "a8b9c7", "b1c3d2",
+                                               "a5b4",   "a7b6c8", "a9b0c1"};
+    const auto children = r.Root()->Children();
+    ASSERT_EQ(children.size(), expected.size());
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        std::string seen;
+        for (const auto& attribute : children[i]->Attributes()) {
+            seen += attribute.Name;
+            for (char16_t c : attribute.Value) {
+                seen += static_cast<char>(c);
+            }
+        }
+        EXPECT_EQ(seen, expected[i]) << i;
+    }
+}
+
 TEST(TextReaderStructure, DocumentShapeIsChecked) {
     EXPECT_FALSE(Read("").Ok);
     EXPECT_FALSE(Read("just text").Ok);

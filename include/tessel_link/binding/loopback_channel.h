@@ -27,10 +27,11 @@ namespace Binding {
 //   Core::ComponentSlot component;
 //   CreateProxy(188, &channel, &component);
 //
-// The job of a call takes the request's own packet (CreateDeserializer), lets the
-// component's dispatcher write the reply into a fresh packet, and reads that packet back
-// with ReadReplyPacket: each call crosses the same bytes as it would between processes. Run
-// returns the reply's "result" as it was read from the packet.
+// The job of a call writes the request's packet (as CreateDeserializer writes it), lets the
+// component's dispatcher read it and write the reply into a fresh packet, and reads that
+// packet back as ReadReplyPacket does: each call crosses the same bytes as it would between
+// processes. Run serves the call on the calling thread and returns the reply's "result" as
+// it was read from the packet.
 //
 // A call for a component without a dispatcher, or for a method its dispatcher does not
 // have, fails with an error from Run; nothing else reaches the service.
@@ -92,6 +93,7 @@ public:
 
 private:
     struct Table;
+    class Call;
     class Job;
     class WorkerPool;
 

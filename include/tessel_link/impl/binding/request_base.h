@@ -16,7 +16,7 @@ namespace Binding::Detail {
 // frame of request and reply. The arguments belong to RequestImpl.
 class TL_API RequestBase : public Request, public RequestSerializer {
 public:
-    explicit RequestBase(MethodDescriptor method);
+    explicit RequestBase(const MethodDescriptor& method);
     ~RequestBase() override;
 
     void SetProperty(const std::string& key, const std::u16string& value) override;
@@ -29,11 +29,12 @@ public:
     std::uint64_t GetInterfaceVersion() const override;
     void WriteRequest(Serialization::Serializer& serializer) const override;
     void ReadReply(Serialization::Deserializer& deserializer) override;
+    // The request itself under the key of RequestBase; other keys as the table has them.
+    void* QueryType(const char* typeName) override;
 
     const MethodDescriptor& Method() const { return method_; }
 
 private:
-    std::string ElementName(const char* direction) const;
 
     MethodDescriptor method_;
     RequestProperties properties_;
