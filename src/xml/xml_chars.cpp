@@ -4,49 +4,28 @@
 
 namespace Xml::Detail {
 
-void CountFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t& feeds,
-                bool& tabs) {
-    const unsigned char* q = p;
-#if defined(__SSE2__)
-    const __m128i feed = _mm_set1_epi8('\n');
-    const __m128i tab = _mm_set1_epi8('\t');
-    while (to - q >= 64) {
-        // Byte counters: a compare gives -1 per feed; up to 63 rounds of four fit in a byte.
-        __m128i counts = _mm_setzero_si128();
-        __m128i anyTab = _mm_setzero_si128();
-        for (int round = 0; round < 63 && to - q >= 64; ++round, q += 64) {
-            for (int i = 0; i < 4; ++i) {
-                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q + 16 * i));
-                counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, feed));
-                anyTab = _mm_or_si128(anyTab, _mm_cmpeq_epi8(v, tab));
-            }
-        }
-        const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
-        feeds += static_cast<std::uint64_t>(_mm_cvtsi128_si32(sums)) +
-                 static_cast<std::uint64_t>(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
-        tabs = tabs || _mm_movemask_epi8(anyTab) != 0;
-    }
-#endif
-    for (; q < to; ++q) {
-        feeds += *q == '\n';
-        tabs = tabs || *q == '\t';
-    }
-}
+namespace {
 
-void CopyCountingFeeds(unsigned char* to, const unsigned char* from, std::size_t count,
-                       std::uint64_t& feeds, bool& tabs) {
+// Counts the line feeds of `count` bytes from `from` and notes a tab among them; with `kCopy`
+// it also copies the bytes to `to` in the same pass.
+template <bool kCopy>
+void ScanFeeds(unsigned char* to, const unsigned char* from, std::size_t count,
+               std::uint64_t& feeds, bool& tabs) {
     std::size_t i = 0;
 #if defined(__SSE2__)
     const __m128i feed = _mm_set1_epi8('\n');
     const __m128i tab = _mm_set1_epi8('\t');
     while (count - i >= 64) {
+        // Byte counters: a compare gives -1 per feed; up to 63 rounds of four fit in a byte.
         __m128i counts = _mm_setzero_si128();
         __m128i anyTab = _mm_setzero_si128();
         for (int round = 0; round < 63 && count - i >= 64; ++round, i += 64) {
             for (int k = 0; k < 4; ++k) {
                 const __m128i v =
                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i + 16 * k));
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i + 16 * k), v);
+                if constexpr (kCopy) {
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i + 16 * k), v);
+                }
                 counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, feed));
                 anyTab = _mm_or_si128(anyTab, _mm_cmpeq_epi8(v, tab));
             }
@@ -59,10 +38,24 @@ void CopyCountingFeeds(unsigned char* to, const unsigned char* from, std::size_t
 #endif
     for (; i < count; ++i) {
         const unsigned char b = from[i];
-        to[i] = b;
+        if constexpr (kCopy) {
+            to[i] = b;
+        }
         feeds += b == '\n';
         tabs = tabs || b == '\t';
     }
+}
+
+}  // namespace
+
+void CountFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t& feeds,
+                bool& tabs) {
+    ScanFeeds<false>(nullptr, p, static_cast<std::size_t>(to - p), feeds, tabs);
+}
+
+void CopyCountingFeeds(unsigned char* to, const unsigned char* from, std::size_t count,
+                       std::uint64_t& feeds, bool& tabs) {
+    ScanFeeds<true>(to, from, count, feeds, tabs);
 }
 
 void CountFromFeeds(const unsigned char* p, const unsigned char* to, std::uint64_t feeds,
