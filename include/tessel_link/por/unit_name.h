@@ -54,6 +54,7 @@ public:
         other.hash_ = 0;
         other.block_ = nullptr;
     }
+    // Shares the other's text and lets go of its own.
     UnitName& operator=(const UnitName& other) noexcept {
         if (this != &other) {
             if (other.block_ != nullptr) {
@@ -66,6 +67,7 @@ public:
         }
         return *this;
     }
+    // Takes the other's text, which is left empty, and lets go of its own.
     UnitName& operator=(UnitName&& other) noexcept {
         if (this != &other) {
             Release();
