@@ -130,6 +130,23 @@ bool SameNames(const PropertyList& left, const PropertyList& right) {
     return true;
 }
 
+// The property lists of two composites that are both in memory with the same names at the
+// same places, to be read pair by pair; both null when they are not.
+struct AlignedProperties {
+    const PropertyList* Left = nullptr;
+    const PropertyList* Right = nullptr;
+};
+
+AlignedProperties AlignProperties(const View::CompositeValue& a, const View::CompositeValue& b) {
+    const CompositeValueHolder* memoryA = MemoryComposite(a);
+    const CompositeValueHolder* memoryB = MemoryComposite(b);
+    if (memoryA == nullptr || memoryB == nullptr ||
+        !SameNames(memoryA->Properties(), memoryB->Properties())) {
+        return {};
+    }
+    return {&memoryA->Properties(), &memoryB->Properties()};
+}
+
 int CompareBlobs(const ByteVector& a, const ByteVector& b) {
     const std::size_t common = std::min(a.size(), b.size());
     const int bytes = common == 0 ? 0 : std::memcmp(a.data(), b.data(), common);
@@ -227,13 +244,10 @@ private:
 
 int CompareComposites(const View::CompositeValue& a, const View::CompositeValue& b,
                       unsigned depth) {
-    const CompositeValueHolder* memoryA = MemoryComposite(a);
-    const CompositeValueHolder* memoryB = MemoryComposite(b);
-    if (memoryA != nullptr && memoryB != nullptr &&
-        SameNames(memoryA->Properties(), memoryB->Properties())) {
+    if (const AlignedProperties aligned = AlignProperties(a, b); aligned.Left != nullptr) {
         // No lone names: the first pair that differs decides.
-        const PropertyList& left = memoryA->Properties();
-        const PropertyList& right = memoryB->Properties();
+        const PropertyList& left = *aligned.Left;
+        const PropertyList& right = *aligned.Right;
         for (std::size_t i = 0; i < left.size(); ++i) {
             const int order = CompareAt(left[i]->GetUnit(), right[i]->GetUnit(), depth + 1);
             if (order != 0) {
@@ -570,12 +584,10 @@ struct ValueComparator {
             WalkArrays(left, right, checker);
             result = checker.Equal();
         } else if constexpr (leftType == CompositeType) {
-            const CompositeValueHolder* memoryLeft = MemoryComposite(left);
-            const CompositeValueHolder* memoryRight = MemoryComposite(right);
-            if (memoryLeft != nullptr && memoryRight != nullptr &&
-                SameNames(memoryLeft->Properties(), memoryRight->Properties())) {
-                const PropertyList& a = memoryLeft->Properties();
-                const PropertyList& b = memoryRight->Properties();
+            if (const AlignedProperties aligned = AlignProperties(left, right);
+                aligned.Left != nullptr) {
+                const PropertyList& a = *aligned.Left;
+                const PropertyList& b = *aligned.Right;
                 result = true;
                 for (std::size_t i = 0; i < a.size() && result; ++i) {
                     result = UnitEqualAt(a[i]->GetUnit(), b[i]->GetUnit(), depth + 1);
