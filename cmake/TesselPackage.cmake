@@ -19,25 +19,24 @@ target_link_libraries(tessel_link PRIVATE ZLIB::ZLIB)
 target_link_libraries(tessel_link INTERFACE $<INSTALL_INTERFACE:$<LINK_ONLY:ZLIB::ZLIB>>)
 add_library(TesselLink::tessel_link ALIAS tessel_link)
 
-# Exports: a version script made from the namespaces the public headers open, so that
-# instantiations of standard templates (weak, default visibility) stay inside.
+# Exports: a version script of the names in the namespaces the public headers open, read
+# from the objects, so that instantiations of standard templates (weak, default visibility)
+# stay inside. The archive holds the same objects as the shared library.
 set(TL_EXPORT_MAP ${PROJECT_BINARY_DIR}/tessel_link.map)
 file(GLOB_RECURSE tl_hand_public_headers CONFIGURE_DEPENDS
      ${PROJECT_SOURCE_DIR}/include/tessel_link/*.h)
 get_property(tl_generated_public_headers GLOBAL PROPERTY TL_GENERATED_PUBLIC_HEADERS)
 add_custom_command(
     OUTPUT ${TL_EXPORT_MAP}
-    COMMAND ${CMAKE_COMMAND}
-            "-DHEADER_DIRS=${PROJECT_SOURCE_DIR}/include/tessel_link;${tl_generated_root}/tessel_link"
-            -DOUT=${TL_EXPORT_MAP} -DVERSION_MAJOR=${PROJECT_VERSION_MAJOR}
-            -P ${PROJECT_SOURCE_DIR}/cmake/ExportMap.cmake
-    DEPENDS ${PROJECT_SOURCE_DIR}/cmake/ExportMap.cmake ${tl_hand_public_headers}
-            ${tl_generated_public_headers}
+    COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/exportmap/export_map.py
+            --headers ${PROJECT_SOURCE_DIR}/include/tessel_link ${tl_generated_root}/tessel_link
+            --archive $<TARGET_FILE:tessel_link_static> --nm ${CMAKE_NM}
+            --version ${PROJECT_VERSION_MAJOR} --out ${TL_EXPORT_MAP}
+    DEPENDS ${PROJECT_SOURCE_DIR}/tools/exportmap/export_map.py tessel_link_static
+            ${tl_hand_public_headers} ${tl_generated_public_headers}
     COMMENT "Writing the export map of the shared library"
     VERBATIM)
 add_custom_target(tessel_link_export_map DEPENDS ${TL_EXPORT_MAP})
-# The generated headers must be there before the map is read from them.
-add_dependencies(tessel_link_export_map tessel_link_objects)
 # Sanitized builds are for the tests and keep the linker's defaults, as they do for
 # --no-undefined.
 if(NOT TL_SANITIZE AND NOT TL_TSAN)
