@@ -57,5 +57,9 @@ target_link_libraries(tl_public_header_check PRIVATE tessel_link_usage)
 # The units only show that the headers compile: nothing in them is run, so nothing is
 # optimised or described for a debugger.
 target_compile_options(tl_public_header_check PRIVATE -O0 -g0)
+# Each unit must stay a unit of its own, even in a build that turns on unity batches for
+# every target (CMAKE_UNITY_BUILD): included together, the headers would hide each other's
+# missing includes.
+set_target_properties(tl_public_header_check PROPERTIES UNITY_BUILD OFF)
 # The generated headers must exist first.
 add_dependencies(tl_public_header_check tessel_link_objects)

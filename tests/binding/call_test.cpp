@@ -15,7 +15,7 @@ namespace {
 using Testing::Element;
 using Testing::ValueNode;
 
-Common::Error Failure(std::uint32_t code) {
+Common::Error ChannelFailure(std::uint32_t code) {
     return Common::Error(TL_ORIGIN("Probe"), code);
 }
 
@@ -26,7 +26,7 @@ Testing::Node GetDataReply(Common::Error result, const char* data) {
 
 TEST(ExecuteCall, SendFailureIsTheResultAndSkipsRun) {
     Testing::ScriptedChannel channel;
-    channel.SendResult = Failure(0xb90001);
+    channel.SendResult = ChannelFailure(0xb90001);
     std::string result;
     auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
 
@@ -67,7 +67,7 @@ TEST(ExecuteCall, NullRequestsAndMissingJobsAreUsageErrors) {
 
 TEST(ExecuteCall, RunsTheJobWithoutHandlerAndReturnsItsOutcome) {
     Testing::ScriptedChannel channel;
-    channel.RunResult = Failure(0xb90002);
+    channel.RunResult = ChannelFailure(0xb90002);
     std::string result;
     auto request = TestManagement::MakeRequest_TestManager_GetData("h", 1, result);
 
@@ -97,13 +97,13 @@ TEST(ProxyCall, FailuresLeaveOutArgumentsAlone) {
     std::string result = "before";
 
     // The service failed: its reply carries the failure and a value that must not be used.
-    channel->Reply = GetDataReply(Failure(0xb90003), "payload");
-    channel->RunResult = Failure(0xb90003);
+    channel->Reply = GetDataReply(ChannelFailure(0xb90003), "payload");
+    channel->RunResult = ChannelFailure(0xb90003);
     EXPECT_EQ(proxy.GetData("h", 1, result).Code(), 0xb90003u);
     EXPECT_EQ(result, "before");
 
     // The channel could not start the call.
-    channel->SendResult = Failure(0xb90004);
+    channel->SendResult = ChannelFailure(0xb90004);
     EXPECT_EQ(proxy.GetData("h", 1, result).Code(), 0xb90004u);
     EXPECT_EQ(result, "before");
 }
@@ -111,7 +111,7 @@ TEST(ProxyCall, FailuresLeaveOutArgumentsAlone) {
 TEST(ProxyCall, ErrorWhileBuildingTheRequestIsReturnedWithoutCallingTheChannel) {
     Testing::ScriptedChannel channel;
     const Common::Error error = Binding::Detail::CallRemote(
-        channel, []() -> std::unique_ptr<Binding::Request> { throw Failure(0xb90005); });
+        channel, []() -> std::unique_ptr<Binding::Request> { throw ChannelFailure(0xb90005); });
     EXPECT_EQ(error.Code(), 0xb90005u);
     EXPECT_EQ(channel.Sends, 0);
 

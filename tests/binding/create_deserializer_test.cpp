@@ -12,7 +12,7 @@ using Binding::ArgumentKind;
 using Binding::Detail::CreateRequest;
 using Serialization::MetaInfo;
 
-Binding::MethodDescriptor Method(const char* name, std::uint64_t category) {
+Binding::MethodDescriptor MethodInCategory(const char* name, std::uint64_t category) {
     Binding::MethodDescriptor method;
     method.ComponentID = 900;
     method.MethodNumber = 7;
@@ -41,7 +41,7 @@ TEST(CreateDeserializer, ReadsTheRequestsOwnPacket) {
     const std::u16string secret = u"s3cret";
     std::string out = "not sent";
     const auto request = CreateRequest<void(std::uint32_t, const std::u16string&, std::string&)>(
-        Method("Probe", 0x7'0000'0005), {count, "count", ArgumentKind::In},
+        MethodInCategory("Probe", 0x7'0000'0005), {count, "count", ArgumentKind::In},
         {secret, "password", ArgumentKind::Obscured}, {out, "out", ArgumentKind::Out});
 
     const auto reader = request->CreateDeserializer(11);
@@ -59,7 +59,7 @@ TEST(CreateDeserializer, ReadsTheRequestsOwnPacket) {
 
 TEST(CreateDeserializer, PacketIsWrittenForTheLowWordOfTheCategory) {
     const Split split;
-    const auto request = CreateRequest<void(const Split&)>(Method("Split", 0x7'0000'0005),
+    const auto request = CreateRequest<void(const Split&)>(MethodInCategory("Split", 0x7'0000'0005),
                                                            {split, "split", ArgumentKind::In});
     const auto reader = request->CreateDeserializer(0);
     Serialization::ReadScope element(*reader, MetaInfo("request_ProbeManager_Split"));
@@ -72,7 +72,7 @@ TEST(CreateDeserializer, PacketIsWrittenForTheLowWordOfTheCategory) {
 }
 
 TEST(CreateDeserializer, MethodWithoutParametersStillHasItsElement) {
-    const auto request = CreateRequest<void()>(Method("Ping", Binding::kAllCategories));
+    const auto request = CreateRequest<void()>(MethodInCategory("Ping", Binding::kAllCategories));
     const auto reader = request->CreateDeserializer(0);
     EXPECT_EQ(reader->NextMetaInfo(), MetaInfo("request_ProbeManager_Ping"));
     Serialization::ReadScope element(*reader, MetaInfo("request_ProbeManager_Ping"));

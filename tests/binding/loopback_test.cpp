@@ -51,7 +51,7 @@ struct Traffic {
     }
 };
 
-Common::Error Failure(std::uint32_t code) {
+Common::Error FakeManagerFailure(std::uint32_t code) {
     return Common::Error(TL_ORIGIN("Probe::Fail"), code, u"it went wrong");
 }
 
@@ -60,16 +60,16 @@ Common::Error Failure(std::uint32_t code) {
 class FakeTestManager : public TestManagement::TestManager {
 public:
     Common::Error Test() override { return Common::ErrorSuccess; }
-    Common::Error TestCancel() override { return Failure(0x9c0042); }
+    Common::Error TestCancel() override { return FakeManagerFailure(0x9c0042); }
     Common::Error GetData(const std::string& hostname, std::uint32_t size,
                           std::string& result) override {
         SeenHostname = hostname;
         SeenResultOnEntry = result;
         result = hostname + ":" + std::to_string(size);
         if (hostname == "throw") {
-            throw Failure(0x9c0043);
+            throw FakeManagerFailure(0x9c0043);
         }
-        return hostname == "fail" ? Failure(0x9c0044) : Common::ErrorSuccess;
+        return hostname == "fail" ? FakeManagerFailure(0x9c0044) : Common::ErrorSuccess;
     }
     Common::Error ResumeCancel(std::map<std::string, std::u16string>& resume) override {
         resume["seen"] = std::u16string(resume.size(), u'x');

@@ -22,7 +22,7 @@ using Testing::Element;
 using Testing::Node;
 using Testing::ValueNode;
 
-Binding::MethodDescriptor Method(const char* name) {
+Binding::MethodDescriptor ProbeManagerMethod(const char* name) {
     Binding::MethodDescriptor method;
     method.ComponentID = 900;
     method.MethodNumber = 7;
@@ -46,7 +46,7 @@ Node Reply(const char* method, Common::Error result, std::vector<Node> values) {
     return Element(std::string("reply_ProbeManager_") + method, std::move(values));
 }
 
-Common::Error Failure() {
+Common::Error ReplyFailure() {
     return Common::Error(TL_ORIGIN("Probe"), 0x9c0005);
 }
 
@@ -58,7 +58,7 @@ struct KindsCall {
     std::unique_ptr<Binding::Request> Make() {
         using Sig = void(std::string&, std::string&, std::string&, std::string&, std::string&,
                          std::string&, std::string&, const std::string&);
-        return CreateRequest<Sig>(Method("Kinds"), {k0, "k0", ArgumentKind{0}},
+        return CreateRequest<Sig>(ProbeManagerMethod("Kinds"), {k0, "k0", ArgumentKind{0}},
                                   {k1, "k1", ArgumentKind{1}}, {k2, "k2", ArgumentKind{2}},
                                   {k3, "k3", ArgumentKind{3}}, {k5, "k5", ArgumentKind{5}},
                                   {k6, "k6", ArgumentKind{6}}, {k8, "k8", ArgumentKind{8}},
@@ -117,7 +117,7 @@ TEST(RequestWrite, ObscuredArgumentIsNeverSentInClear) {
     std::uint32_t number = 5;
     const std::u16string secret = u"s3cret";
     const auto request = CreateRequest<void(std::uint32_t, const std::u16string&)>(
-        Method("Secret"), {number, "number", ArgumentKind::Obscured},
+        ProbeManagerMethod("Secret"), {number, "number", ArgumentKind::Obscured},
         {secret, "password", ArgumentKind::Obscured});
     const Node element = Written(*request);
     Common::SetAssertionObserver(previous);
@@ -138,7 +138,7 @@ TEST(RequestWrite, PacketHoldsTheElementWithSentArgumentsOnly) {
     const std::u16string secret = u"s3cret";
     const auto request =
         CreateRequest<void(const std::string&, const std::u16string&, std::string&)>(
-            Method("Logon"), {"host-1", "host", ArgumentKind::Default},
+            ProbeManagerMethod("Logon"), {"host-1", "host", ArgumentKind::Default},
             {secret, "password", ArgumentKind::Obscured}, {result, "result", ArgumentKind::Out});
 
     Serialization::XMLPacketSerializer serializer(2, 0xffffffffu);
@@ -179,7 +179,7 @@ TEST(RequestRead, KindAndConstnessDecideWhatIsReadBack) {
 TEST(RequestRead, FailingResultLeavesOutArgumentsAlone) {
     KindsCall call;
     const auto request = call.Make();
-    Testing::ScriptedDeserializer reply(Reply("Kinds", Failure(), call.AllNew()));
+    Testing::ScriptedDeserializer reply(Reply("Kinds", ReplyFailure(), call.AllNew()));
     request->ReadReply(reply);
     EXPECT_EQ(call.k0, "v0");
     EXPECT_EQ(call.k2, "v2");
@@ -263,8 +263,9 @@ TEST(RequestBuild, ArgumentCopiesLiveWithTheRequestAndAFailedCopyLeavesNone) {
     Tracked a(1), c(3), d(4);
     const std::string b = "b";
     const auto make = [&] {
-        return CreateRequest<Sig>(Method("Track"), {a, "a", ArgumentKind{0}}, {b, "b", ArgumentKind{0}},
-                                  {c, "c", ArgumentKind{0}}, {d, "d", ArgumentKind{0}});
+        return CreateRequest<Sig>(ProbeManagerMethod("Track"), {a, "a", ArgumentKind{0}},
+                                  {b, "b", ArgumentKind{0}}, {c, "c", ArgumentKind{0}},
+                                  {d, "d", ArgumentKind{0}});
     };
     {
         const auto request = make();
@@ -332,12 +333,12 @@ public:
 };
 
 TEST(RequestNesting, ARequestWrittenOrReadInsideAnotherLeavesTheOuterElementItsName) {
-    const auto inner = CreateRequest<void()>(Method("Inner"));
+    const auto inner = CreateRequest<void()>(ProbeManagerMethod("Inner"));
     NestedRequest::Inner = inner.get();
     int value = 0;
     const Binding::Detail::ErasedArgument argument{&kNestedType, &value, &value, "nested",
                                                    ArgumentKind::InOut};
-    const auto outer = Binding::Detail::MakeRequest(Method("Outer"), &argument, 1);
+    const auto outer = Binding::Detail::MakeRequest(ProbeManagerMethod("Outer"), &argument, 1);
 
     Serialization::XMLPacketSerializer serializer(2, 0xffffffffu);
     outer->WriteRequest(serializer);
@@ -360,7 +361,7 @@ TEST(RequestNesting, ARequestWrittenOrReadInsideAnotherLeavesTheOuterElementItsN
     EXPECT_EQ(reply.Closed, (std::vector<std::string>{"reply_ProbeManager_Outer"}));
 
     // The names are formed anew for every request, whatever the thread formed before.
-    const auto shorter = CreateRequest<void()>(Method("X"));
+    const auto shorter = CreateRequest<void()>(ProbeManagerMethod("X"));
     EXPECT_EQ(Written(*shorter).Name, "request_ProbeManager_X");
     EXPECT_EQ(Written(*inner).Name, "request_ProbeManager_Inner");
     NestedRequest::Inner = nullptr;

@@ -14,7 +14,16 @@
 
 namespace {
 
-using namespace Common::Detail;
+using Common::Detail::AssertSettings;
+using Common::Detail::kAssertAbort;
+using Common::Detail::kAssertDebug;
+using Common::Detail::kAssertEvent;
+using Common::Detail::kAssertLog;
+using Common::Detail::kAssertMsgBox;
+using Common::Detail::kAssertOff;
+using Common::Detail::kAssertStack;
+using Common::Detail::ParseAssertMask;
+using Common::Detail::ReportWith;
 using testing_support::FakeDebugServices;
 
 TEST(AssertMask, NumbersWithOrWithoutPrefix) {

@@ -13,7 +13,7 @@ namespace {
 
 using namespace backup_test;
 using test_support::FakeBackupSource;
-using Call = FakeBackupSource::Call;
+using BackupCall = FakeBackupSource::Call;
 
 constexpr std::uint64_t kSecond = 10000000;              // in 100 ns units
 constexpr std::uint64_t k2020 = 132223104000000000ull;   // 2020-01-01 as a file time
@@ -258,7 +258,7 @@ TEST(BackupFile, ReadErrorResumesAtTheByteWhereItBroke) {
         at += b.size();
     }
     EXPECT_EQ(resumedAt, 70000u);
-    EXPECT_EQ(io.Calls(Call::Open), 2);
+    EXPECT_EQ(io.Calls(BackupCall::Open), 2);
 }
 
 TEST(BackupFile, AFileThatChangesBetweenAttemptsFails) {
@@ -278,7 +278,7 @@ TEST(BackupFile, AFileThatChangesBetweenAttemptsFails) {
     const Common::Error e = File::BackupFile(io, u"/f", writer, nullptr);
     EXPECT_EQ(e.Code(), 0x40026u);
     EXPECT_EQ(user.errors.size(), 1u);  // no further retry is offered
-    EXPECT_EQ(io.Calls(Call::Attributes), 2);
+    EXPECT_EQ(io.Calls(BackupCall::Attributes), 2);
 
     // The size is compared, and the attributes.
     for (const int field : {0, 1}) {
@@ -395,7 +395,7 @@ TEST(BackupFile, ReparsePointsAndDeduplicatedFiles) {
     ASSERT_TRUE(File::BackupFile(io, u"/l", followed, nullptr).Succeeded());
     EXPECT_EQ(followed.Of(1).Joined(), (Bytes{0x00, 0x04, 0, 0}));
 
-    io.Fail(Call::ReparseTag, {1, 0});
+    io.Fail(BackupCall::ReparseTag, {1, 0});
     RecordingWriter failing;
     const Common::Error e = File::BackupFile(io, u"/l", failing, nullptr);
     EXPECT_EQ(e.Code(), 0x40001u);
@@ -421,13 +421,13 @@ TEST(BackupFile, EncryptedFilesRawOrDecrypted) {
     EXPECT_EQ(plain.Types(), (std::vector<std::uint32_t>{1, 2, 5}));
 
     // Denied a normal handle, the decrypted backup goes by the raw form.
-    io.Fail(Call::Open, {5, 13});
+    io.Fail(BackupCall::Open, {5, 13});
     RecordingWriter denied(File::backup_decrypted);
     ASSERT_TRUE(File::BackupFile(io, u"/s", denied, nullptr).Succeeded());
     EXPECT_EQ(denied.Types(), (std::vector<std::uint32_t>{1, 4, 5}));
     EXPECT_EQ(denied.Of(4).Joined(), secret.Plain);
 
-    io.Fail(Call::OpenRaw, {50, 0});
+    io.Fail(BackupCall::OpenRaw, {50, 0});
     RecordingWriter unsupported;
     const Common::Error e = File::BackupFile(io, u"/s", unsupported, nullptr);
     EXPECT_EQ(e.Code(), 0x40019u);
@@ -496,7 +496,7 @@ TEST(RestoreFile, Directories) {
     FakeBackupSource io;
     ChunkSource source(Chunks(0x10, {}, 0, k2020Ms));
     ASSERT_TRUE(File::RestoreFile(io, u"/d", source, nullptr).Succeeded());
-    EXPECT_EQ(io.Calls(Call::CreateDirectory), 1);
+    EXPECT_EQ(io.Calls(BackupCall::CreateDirectory), 1);
     EXPECT_EQ(io.opens[0].Disposition, Platform::FileDisposition::OpenExisting);
 
     // An existing encrypted directory restored from a backup that is not: decrypted.
@@ -505,7 +505,7 @@ TEST(RestoreFile, Directories) {
     ASSERT_TRUE(File::RestoreFile(io, u"/d", again, nullptr).Succeeded());
     EXPECT_TRUE(io.files[u"/d"].Decrypted);
 
-    io.Fail(Call::CreateDirectory, {3, 2});
+    io.Fail(BackupCall::CreateDirectory, {3, 2});
     ChunkSource failing(Chunks(0x10, {}, 0, 0));
     const Common::Error e = File::RestoreFile(io, u"/x/d", failing, nullptr);
     EXPECT_EQ(e.Code(), 0x4001au);
@@ -517,10 +517,10 @@ TEST(RestoreFile, TimesThatCannotBeSet) {
     s.Add(1, u"", Pattern(10));
     // "Invalid parameter": a file system without those times; success.
     FakeBackupSource io;
-    io.Fail(Call::SetTimes, {87, 22});
+    io.Fail(BackupCall::SetTimes, {87, 22});
     ChunkSource a(Chunks(0x20, s.bytes, 0, k2020Ms));
     EXPECT_TRUE(File::RestoreFile(io, u"/r", a, nullptr).Succeeded());
-    io.Fail(Call::SetTimes, {5, 1});
+    io.Fail(BackupCall::SetTimes, {5, 1});
     ChunkSource b(Chunks(0x20, s.bytes, 0, k2020Ms));
     const Common::Error e = File::RestoreFile(io, u"/r", b, nullptr);
     EXPECT_EQ(e.Code(), 0x4001au);
@@ -532,14 +532,14 @@ TEST(RestoreFile, TimesThatCannotBeSet) {
     only.files[u"/t"].Info.WriteTime = File::MillisecondsToFileTime(k2020Ms);
     std::vector<Chunk> chunks = Chunks(0x20, {}, 0, k2020Ms);
     chunks.erase(chunks.begin() + 1);
-    only.Fail(Call::Open, {5, 13});
+    only.Fail(BackupCall::Open, {5, 13});
     ChunkSource c(chunks);
     EXPECT_TRUE(File::RestoreFile(only, u"/t", c, nullptr).Succeeded());
     EXPECT_EQ(only.opens[0].Access, 0x100u);
     // Times that differ cannot be left as they are.
     std::vector<Chunk> later = Chunks(0x20, {}, 0, k2020Ms + 1);
     later.erase(later.begin() + 1);
-    only.Fail(Call::Open, {5, 13});
+    only.Fail(BackupCall::Open, {5, 13});
     ChunkSource d(later);
     EXPECT_EQ(File::RestoreFile(only, u"/t", d, nullptr).Cause().Code(), 0x40014u);
 }
@@ -550,7 +550,7 @@ TEST(RestoreFile, SecurityNegotiation) {
     // The open with security rights fails, the plain one works: the user decides.
     for (const int answer : {0, 1, 2}) {
         FakeBackupSource io;
-        io.Fail(Call::Open, {5, 13});
+        io.Fail(BackupCall::Open, {5, 13});
         ScriptedUser user;
         user.answers = {answer};
         ChunkSource source(Chunks(0x20, s.bytes, 0, 0), 0, &user);
@@ -567,7 +567,7 @@ TEST(RestoreFile, SecurityNegotiation) {
     }
     // Writing the security fails: answer 2 goes on without it.
     FakeBackupSource io;
-    io.Fail(Call::BackupWrite, {1307, 1});
+    io.Fail(BackupCall::BackupWrite, {1307, 1});
     ScriptedUser user;
     user.answers = {2};
     ChunkSource source(Chunks(0x20, s.bytes, 0, 0), 0, &user);
@@ -575,7 +575,7 @@ TEST(RestoreFile, SecurityNegotiation) {
     EXPECT_EQ(io.writeSecurity, (std::vector<bool>{true, false}));
     // Without a callback the answer is 2 as well.
     FakeBackupSource quiet;
-    quiet.Fail(Call::BackupWrite, {5, 13});
+    quiet.Fail(BackupCall::BackupWrite, {5, 13});
     ChunkSource silent(Chunks(0x20, s.bytes, 0, 0));
     ASSERT_TRUE(File::RestoreFile(quiet, u"/r", silent, nullptr).Succeeded());
     EXPECT_EQ(quiet.writeSecurity, (std::vector<bool>{true, false}));
@@ -586,7 +586,7 @@ TEST(RestoreFile, AlternateStreamsAndFullDisks) {
     s.Add(4, u":x", Pattern(10));
     {
         FakeBackupSource io;
-        io.Fail(Call::BackupWrite, {3, 95});
+        io.Fail(BackupCall::BackupWrite, {3, 95});
         ScriptedUser user;
         user.answers = {2};
         ChunkSource source(Chunks(0x20, s.bytes, 0, 0), 0, &user);
@@ -595,7 +595,7 @@ TEST(RestoreFile, AlternateStreamsAndFullDisks) {
     }
     {
         FakeBackupSource io;
-        io.Fail(Call::BackupWrite, {3, 95});
+        io.Fail(BackupCall::BackupWrite, {3, 95});
         ScriptedUser user;
         ChunkSource source(Chunks(0x20, s.bytes, 0, 0), 0, &user);
         const Common::Error e = File::RestoreFile(io, u"/r", source, nullptr);
@@ -603,7 +603,7 @@ TEST(RestoreFile, AlternateStreamsAndFullDisks) {
     }
     {
         FakeBackupSource io;
-        io.Fail(Call::BackupWrite, {112, 28});
+        io.Fail(BackupCall::BackupWrite, {112, 28});
         ScriptedUser user;
         user.answers = {1};
         ChunkSource source(Chunks(0x20, s.bytes, 0, 0), 0, &user);
@@ -612,7 +612,7 @@ TEST(RestoreFile, AlternateStreamsAndFullDisks) {
     }
     {
         FakeBackupSource io;
-        io.Fail(Call::BackupWrite, {1117, 5});
+        io.Fail(BackupCall::BackupWrite, {1117, 5});
         ChunkSource source(Chunks(0x20, s.bytes, 0, 0));
         const Common::Error e = File::RestoreFile(io, u"/r", source, nullptr);
         EXPECT_EQ(e.Code(), 0x4001au);
@@ -626,14 +626,14 @@ TEST(RestoreFile, AnUnopenableTargetThatIsAlreadyThere) {
     s.Add(1, u"", Pattern(100000));
     FakeBackupSource io;
     io.files[u"/r"] = PlainFile(s.bytes);
-    io.Fail(Call::Open, {5, 13}, 1, 2);
+    io.Fail(BackupCall::Open, {5, 13}, 1, 2);
     ChunkSource same(Chunks(0x20, s.bytes, 0, 0));
     EXPECT_TRUE(File::RestoreFile(io, u"/r", same, nullptr).Succeeded());
     EXPECT_TRUE(io.files[u"/r"].Written.empty());
 
     StreamBuilder other;
     other.Add(1, u"", Pattern(100000, 7));
-    io.Fail(Call::Open, {5, 13}, 1, 2);
+    io.Fail(BackupCall::Open, {5, 13}, 1, 2);
     ChunkSource different(Chunks(0x20, other.bytes, 0, 0));
     const Common::Error e = File::RestoreFile(io, u"/r", different, nullptr);
     EXPECT_EQ(e.Code(), 0x4001au);
@@ -645,7 +645,7 @@ TEST(RestoreFile, AnUnopenableTargetThatIsAlreadyThere) {
     StreamBuilder theirs;
     theirs.Add(1, u"", Pattern(1000)).Add(3, u"", Pattern(24, 2), 2);
     io.files[u"/s"] = PlainFile(mine.bytes);
-    io.Fail(Call::Open, {5, 13}, 1, 2);
+    io.Fail(BackupCall::Open, {5, 13}, 1, 2);
     ChunkSource secured(Chunks(0x20, theirs.bytes, 0, 0));
     EXPECT_TRUE(File::RestoreFile(io, u"/s", secured, nullptr).Succeeded());
     EXPECT_TRUE(io.files[u"/s"].Written.empty());
@@ -667,7 +667,7 @@ TEST(RestoreFile, EncryptedAndPlainChunks) {
     EXPECT_EQ(io.files[u"/p"].PlainWritten, plain.Blocks[0]);
 
     // The raw form on a system without it.
-    io.Fail(Call::OpenRaw, {50, 0});
+    io.Fail(BackupCall::OpenRaw, {50, 0});
     ChunkSource refused(std::vector<Chunk>{a, raw});
     const Common::Error e = File::RestoreFile(io, u"/s", refused, nullptr);
     EXPECT_EQ(e.Code(), 0x4001au);

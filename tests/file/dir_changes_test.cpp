@@ -8,6 +8,7 @@
 
 #include "dir_test_tree.h"
 #include "file/nt_dir.h"
+#include "support/error_parts.h"
 #include "support/fake_dir_io.h"
 
 namespace {
@@ -15,18 +16,16 @@ namespace {
 using test_support::FakeDirIo;
 using test_support::OpenTree;
 using test_support::TempTree;
-using Call = FakeDirIo::Call;
+using DirCall = FakeDirIo::Call;
 
-std::string Func(const Common::Error& e) {
-    return e.Origin().Func != nullptr ? e.Origin().Func : "";
-}
+using test_support::OriginFunction;
 
 bool Exists(const std::string& path) {
     struct stat st {};
     return ::lstat(path.c_str(), &st) == 0;
 }
 
-std::string ReadAll(File::i_file& file) {
+std::string ReadContents(File::i_file& file) {
     std::string out(4096, '\0');
     std::uint64_t got = 0;
     file.Read(out.data(), out.size(), got);
@@ -48,7 +47,7 @@ TEST(SystemDir, CreatesWritesReadsRenamesAndRemoves) {
     }
     std::unique_ptr<File::ri_file> in(sub->OpenI(u"data", 0));
     ASSERT_TRUE(in);
-    EXPECT_EQ(ReadAll(*in), "hello");
+    EXPECT_EQ(ReadContents(*in), "hello");
 
     // Renaming the directory above does not lose the open one: names resolve against it.
     ASSERT_TRUE(dir->Rename(u"sub", u"moved"));
@@ -66,7 +65,7 @@ TEST(SystemDir, CreatesWritesReadsRenamesAndRemoves) {
     EXPECT_STREQ(target, "data");
     std::unique_ptr<File::ri_file> viaLink(sub->OpenI(u"soft", 0));
     ASSERT_TRUE(viaLink);
-    EXPECT_EQ(ReadAll(*viaLink), "hello");
+    EXPECT_EQ(ReadContents(*viaLink), "hello");
 
     ASSERT_TRUE(sub->SetUnixPermissions(u"data", 0600));
     ASSERT_EQ(::stat(tree.At("moved/data").c_str(), &st), 0);
@@ -75,7 +74,7 @@ TEST(SystemDir, CreatesWritesReadsRenamesAndRemoves) {
     // A directory with entries can't go; after its entries it can.
     EXPECT_FALSE(dir->RemoveDir(u"moved"));
     EXPECT_EQ(dir->GetError().Code(), 0x40008u);
-    EXPECT_EQ(Func(dir->GetError()), "nt_dir::RemoveDir");
+    EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::RemoveDir");
     EXPECT_STREQ(dir->GetError().GetAnsi("function"), "unlinkat");
     for (const char16_t* n : {u"data", u"second", u"soft"}) {
         EXPECT_TRUE(sub->Remove(n));
@@ -102,13 +101,13 @@ TEST(SystemDir, FailuresCarryTheSystemReason) {
     EXPECT_EQ(dir->GetError().Code(), 0x40007u);
     EXPECT_FALSE(dir->Rename(u"missing", u"other"));
     EXPECT_EQ(dir->GetError().Code(), 0x40011u);
-    EXPECT_EQ(Func(dir->GetError()), "nt_dir::Rename");
+    EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::Rename");
 
     // A later success doesn't need the error cleared, and a later failure replaces it.
     std::unique_ptr<File::rio_file> ok(dir->OpenI(u"file", 0));
     EXPECT_TRUE(ok);
     EXPECT_FALSE(dir->CreateHardLink(u"missing", u"new"));
-    EXPECT_EQ(Func(dir->GetError()), "nt_dir::CreateHardLink");
+    EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::CreateHardLink");
 
     Common::Error error;
     EXPECT_EQ(File::OpenSystemDir(tree.Wide() + u"/nothing", error), nullptr);
@@ -119,23 +118,23 @@ TEST(SystemDir, ChangesFailThroughTheSeam) {
     TempTree tree;
     FakeDirIo io;
     auto dir = OpenTree(io, tree);
-    io.FailOn(Call::MakeDir, Platform::SystemError{112, ENOSPC});
+    io.FailOn(DirCall::MakeDir, Platform::SystemError{112, ENOSPC});
     EXPECT_FALSE(dir->CreateDir(u"d", 0));
     EXPECT_EQ(dir->GetError().Code(), 0x40004u);  // the disk is full
     EXPECT_STREQ(dir->GetError().GetAnsi("function"), "mkdirat");
     EXPECT_EQ(dir->GetError().Cause().Cause().GetNumber("Errno"), static_cast<std::uint64_t>(ENOSPC));
 
-    io.FailOn(Call::OpenFile, Platform::SystemError{19, EROFS});
+    io.FailOn(DirCall::OpenFile, Platform::SystemError{19, EROFS});
     EXPECT_EQ(dir->CreateRIO(u"f", 0), nullptr);
     EXPECT_EQ(dir->GetError().Code(), 0x4000cu);  // read-only
 
-    io.FailOn(Call::SymLink, Platform::SystemError{50, EPERM});
+    io.FailOn(DirCall::SymLink, Platform::SystemError{50, EPERM});
     EXPECT_FALSE(dir->CreateSymLink(u"t", u"l"));
-    EXPECT_EQ(Func(dir->GetError()), "nt_dir::CreateSymLink");
-    io.FailOn(Call::Rename, Platform::SystemError{32, EBUSY});
+    EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::CreateSymLink");
+    io.FailOn(DirCall::Rename, Platform::SystemError{32, EBUSY});
     EXPECT_FALSE(dir->Rename(u"a", u"b"));
     EXPECT_EQ(dir->GetError().Code(), 0x40017u);
-    io.FailOn(Call::Space, Platform::SystemError{21, ENODEV});
+    io.FailOn(DirCall::Space, Platform::SystemError{21, ENODEV});
     std::uint64_t total = 1, free = 1, available = 1;
     EXPECT_FALSE(dir->GetDriveSize(total, free, available));
     EXPECT_EQ(total + free + available, 0u);
@@ -159,7 +158,7 @@ TEST(SystemDir, PathsIdentifiersAndComparison) {
     EXPECT_EQ(std::u16string(path), u"leaf");
     std::unique_ptr<File::ri_file> leaf(parent->OpenI(path, 0));
     ASSERT_TRUE(leaf);
-    EXPECT_EQ(ReadAll(*leaf), "leafy");
+    EXPECT_EQ(ReadContents(*leaf), "leafy");
 
     const char16_t* bare = u"leaf";
     std::unique_ptr<File::rio_dir> self(dir->OpenPath(bare));
@@ -179,7 +178,7 @@ TEST(SystemDir, PathsIdentifiersAndComparison) {
         ASSERT_TRUE(id);
         std::unique_ptr<File::ri_file> f(parent->OpenI(*id));
         ASSERT_TRUE(f);
-        found = found || ReadAll(*f) == "odd";
+        found = found || ReadContents(*f) == "odd";
         std::unique_ptr<File::i_dir::iterator> back(parent->GetIterator(*id));
         EXPECT_EQ(std::u16string(back->GetName()), std::u16string(it->GetName()));
         EXPECT_EQ(parent->Compare(*id, *std::unique_ptr<File::file_identifier>(id->Clone())), 0);
@@ -246,18 +245,18 @@ TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {
         c.Code = code;
         EXPECT_FALSE(dir->IOCTL(c));
         EXPECT_EQ(dir->GetError().Code(), 0x4000eu);
-        EXPECT_EQ(Func(dir->GetError()), "nt_dir::IOCTL");
+        EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::IOCTL");
     }
     dir->ClearError();
     File::ioctl_command unknown;
     unknown.Code = File::CommandCode("ZZZZ");
     EXPECT_FALSE(dir->IOCTL(unknown));
-    EXPECT_EQ(Func(dir->GetError()), "i_dir::IOCTL");
+    EXPECT_EQ(OriginFunction(dir->GetError()), "i_dir::IOCTL");
 
     // Compression is refused where the file system has none, with the not-supported code.
     FakeDirIo io;
     auto faked = OpenTree(io, tree);
-    io.FailOn(Call::SetCompression, Platform::SystemError{50, EOPNOTSUPP});
+    io.FailOn(DirCall::SetCompression, Platform::SystemError{50, EOPNOTSUPP});
     File::entry_compression_command compress;
     compress.Name = u"file";
     EXPECT_FALSE(faked->IOCTL(compress));

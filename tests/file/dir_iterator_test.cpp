@@ -9,6 +9,7 @@
 #include "dir_test_tree.h"
 #include "file/dir_iterator.h"
 #include "file/nt_dir.h"
+#include "support/error_parts.h"
 #include "support/fake_dir_io.h"
 
 namespace {
@@ -16,11 +17,9 @@ namespace {
 using test_support::FakeDirIo;
 using test_support::OpenTree;
 using test_support::TempTree;
-using Call = FakeDirIo::Call;
+using DirCall = FakeDirIo::Call;
 
-std::string Func(const Common::Error& e) {
-    return e.Origin().Func != nullptr ? e.Origin().Func : "";
-}
+using test_support::OriginFunction;
 
 // Every name the iterator gives, as system bytes, checking that each comes once.
 std::multiset<std::string> ListNames(File::i_dir::iterator& it) {
@@ -87,9 +86,9 @@ TEST(DirIterator, TwentyThousandEntriesAreEachSeenOnce) {
     EXPECT_EQ(names.size(), made.size());
     EXPECT_EQ(std::set<std::string>(names.begin(), names.end()), made);
     // Blocks of 8 KiB: many reads, and none per entry.
-    EXPECT_GT(io.Calls(Call::ReadEntries), 50);
-    EXPECT_LT(io.Calls(Call::ReadEntries), 2000);
-    EXPECT_EQ(io.Calls(Call::Status), 0);
+    EXPECT_GT(io.Calls(DirCall::ReadEntries), 50);
+    EXPECT_LT(io.Calls(DirCall::ReadEntries), 2000);
+    EXPECT_EQ(io.Calls(DirCall::Status), 0);
     it.reset();
     dir.reset();
     EXPECT_EQ(io.openDirs, 0);
@@ -168,7 +167,7 @@ TEST(DirIterator, PropertiesComeOnDemandFromTheEntry) {
     EXPECT_EQ(it->GetError().Code(), 0x40002u);
     // One status call per entry asked about its size and times, however many of them were
     // read; types and link targets need none.
-    EXPECT_EQ(io.Calls(Call::Status), 2);
+    EXPECT_EQ(io.Calls(DirCall::Status), 2);
 }
 
 TEST(DirIterator, ASymbolicLinkLoopIsListedButDoesNotOpen) {
@@ -187,7 +186,7 @@ TEST(DirIterator, ASymbolicLinkLoopIsListedButDoesNotOpen) {
     EXPECT_EQ(dir->OpenI(u"a", 0), nullptr);
     const Common::Error& e = dir->GetError();
     EXPECT_EQ(e.Code(), 0x40007u);
-    EXPECT_EQ(Func(e), "nt_dir::OpenFile");
+    EXPECT_EQ(OriginFunction(e), "nt_dir::OpenFile");
     EXPECT_STREQ(e.GetAnsi("function"), "openat");
     // A reason that Windows has no code for goes beneath as the system's own number.
     EXPECT_EQ(e.Cause().GetNumber("Errno"), static_cast<std::uint64_t>(ELOOP));
@@ -265,7 +264,7 @@ TEST(DirIterator, MasksAndSingleNames) {
 
     std::unique_ptr<File::i_dir::iterator> missing(dir->GetIterator(u"nothing"));
     EXPECT_EQ(missing->GetError().Code(), 0x40011u);
-    EXPECT_EQ(Func(missing->GetError()), "nt_dir::GetIterator");
+    EXPECT_EQ(OriginFunction(missing->GetError()), "nt_dir::GetIterator");
 
     // A path below the directory and an absolute one both reach the entry.
     tree.MakeDir("sub");
@@ -288,7 +287,7 @@ TEST(DirIterator, SystemFailuresAreRecordedInTheIterator) {
     auto dir = OpenTree(io, tree);
 
     // The second block fails to read: what came before stands, then the failure.
-    io.FailOn(Call::ReadEntries, Platform::SystemError{1117, EIO}, 2);
+    io.FailOn(DirCall::ReadEntries, Platform::SystemError{1117, EIO}, 2);
     std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
     int count = 0;
     for (; !it->Failed(); it->Next()) {
@@ -304,14 +303,14 @@ TEST(DirIterator, SystemFailuresAreRecordedInTheIterator) {
     EXPECT_EQ(it->GetName(), nullptr);
 
     // A directory that does not open gives a born-failed iterator.
-    io.FailOn(Call::OpenDir, Platform::SystemError{5, EACCES});
+    io.FailOn(DirCall::OpenDir, Platform::SystemError{5, EACCES});
     std::unique_ptr<File::i_dir::iterator> denied(dir->GetIterator());
     EXPECT_EQ(denied->GetError().Code(), 0x40014u);
     EXPECT_STREQ(denied->GetError().GetAnsi("function"), "openat");
 
     // A status that fails: the link count of an entry in error is 1, the owner unknown.
     std::unique_ptr<File::i_dir::iterator> third(dir->GetIterator());
-    io.FailOn(Call::Status, Platform::SystemError{8, ENOMEM});
+    io.FailOn(DirCall::Status, Platform::SystemError{8, ENOMEM});
     EXPECT_EQ(third->GetLinkCount(), 1u);
     EXPECT_EQ(third->GetError().Code(), 0x40006u);
     EXPECT_EQ(third->GetUnixOwner(), ~std::uint64_t{0});
@@ -329,11 +328,11 @@ TEST(DirIterator, LinkTargetFailureKeepsItsCall) {
     FakeDirIo io;
     auto dir = OpenTree(io, tree);
     std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
-    io.FailOn(Call::ReadLink, Platform::SystemError{5, EACCES});
+    io.FailOn(DirCall::ReadLink, Platform::SystemError{5, EACCES});
     EXPECT_EQ(it->GetSymLinkTarget(), nullptr);
     EXPECT_EQ(it->GetError().Code(), 0x40014u);
     EXPECT_STREQ(it->GetError().GetAnsi("function"), "readlinkat");
-    EXPECT_EQ(Func(it->GetError()), "nt_dir::iterator::GetSymLinkTarget");
+    EXPECT_EQ(OriginFunction(it->GetError()), "nt_dir::iterator::GetSymLinkTarget");
 }
 
 }  // namespace

@@ -6,11 +6,11 @@
 #include <tessel_link/file/dir_object.h>
 #include <tessel_link/file/memory_file.h>
 
+#include "support/error_parts.h"
+
 namespace {
 
-std::string Func(const Common::Error& e) {
-    return e.Origin().Func != nullptr ? e.Origin().Func : "";
-}
+using test_support::OriginFunction;
 
 class NamedIterator : public File::i_dir::iterator {
 public:
@@ -101,7 +101,7 @@ TEST(DirDefaults, UnsupportedOperationsNameTheirFunction) {
         BareDir dir;
         EXPECT_FALSE(c.op(dir));
         EXPECT_EQ(dir.GetError().Code(), 0x4000eu) << c.function;
-        EXPECT_EQ(Func(dir.GetError()), c.function);
+        EXPECT_EQ(OriginFunction(dir.GetError()), c.function);
     }
 }
 
@@ -110,7 +110,7 @@ TEST(DirDefaults, AnswersWithoutAnError) {
     std::uint64_t total = 1, free = 1, available = 1;
     EXPECT_FALSE(dir.GetDriveSize(total, free, available));
     EXPECT_EQ(total + free + available, 0u);
-    EXPECT_EQ(Func(dir.GetError()), "i_dir::GetDriveSize");
+    EXPECT_EQ(OriginFunction(dir.GetError()), "i_dir::GetDriveSize");
 
     BareDir clean;
     EXPECT_EQ(clean.GetDriveType(), 137u);
@@ -135,7 +135,7 @@ TEST(DirDefaults, ResolveSymLinksOpensTheEntry) {
     BareDir refusing;
     EXPECT_EQ(refusing.ResolveSymLinks(u"x"), nullptr);
     EXPECT_EQ(refusing.GetError().Code(), 0x40006u);
-    EXPECT_EQ(Func(refusing.GetError()), "i_dir::ResolveSymLinks");
+    EXPECT_EQ(OriginFunction(refusing.GetError()), "i_dir::ResolveSymLinks");
 }
 
 TEST(DirDefaults, IteratorDefaults) {

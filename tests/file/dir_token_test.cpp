@@ -22,24 +22,24 @@ namespace {
 
 using test_support::FakeDirIo;
 using test_support::FakeIdentity;
-using Call = FakeDirIo::Call;
+using DirCall = FakeDirIo::Call;
 
-const Platform::Credentials kSelf{0, 0, {0}};
-const Platform::Credentials kAlice{1000, 1000, {1000}};
+const Platform::Credentials kThreadCredentials{0, 0, {0}};
+const Platform::Credentials kAliceCredentials{1000, 1000, {1000}};
 
 struct Fixture {
     Fixture() {
         tree.Write("f", "abc");
         tree.MakeDir("sub");
         tree.Write("sub/g", "");
-        identity.thread = kSelf;
-        identity.users[u"alice"] = {kAlice, u"", false};
+        identity.thread = kThreadCredentials;
+        identity.users[u"alice"] = {kAliceCredentials, u"", false};
         const Common::Error error =
             File::CreateToken(identity, u"alice", nullptr, Platform::LogonKind::NewCredentials,
                               "SubstToken::CreateLogonToken", alice);
         EXPECT_TRUE(error.Succeeded());
         // Who the thread was at every call the directories made.
-        io.onCall = [this](Call call) { seen.push_back({call, identity.thread.User}); };
+        io.onCall = [this](DirCall call) { seen.push_back({call, identity.thread.User}); };
     }
 
     std::unique_ptr<File::nt_dir> Open(const std::shared_ptr<File::SubstToken>& token) {
@@ -60,10 +60,10 @@ struct Fixture {
     FakeIdentity identity;
     FakeDirIo io;
     std::shared_ptr<File::SubstToken> alice;
-    std::vector<std::pair<Call, std::uint32_t>> seen;
+    std::vector<std::pair<DirCall, std::uint32_t>> seen;
 };
 
-std::set<std::string> Names(File::i_dir::iterator& it) {
+std::set<std::string> NamesStatingEach(File::i_dir::iterator& it) {
     std::set<std::string> names;
     for (; !it.Failed(); it.Next()) {
         names.insert(File::WideNameToNative(it.GetName()));
@@ -86,9 +86,9 @@ TEST(TokenDirectory, EverythingMadeFromItActsAsItsUser) {
 
     // The directory goes first; what it made keeps its way to the system and its user.
     dir.reset();
-    EXPECT_EQ(Names(*listing), (std::set<std::string>{"f", "sub"}));
+    EXPECT_EQ(NamesStatingEach(*listing), (std::set<std::string>{"f", "sub"}));
     std::unique_ptr<File::i_dir::iterator> inner(sub->GetIterator());
-    EXPECT_EQ(Names(*inner), (std::set<std::string>{"g"}));
+    EXPECT_EQ(NamesStatingEach(*inner), (std::set<std::string>{"g"}));
     const auto before = f.identity.history.size();
     char buffer[3];
     std::uint64_t read = 0;
@@ -96,11 +96,12 @@ TEST(TokenDirectory, EverythingMadeFromItActsAsItsUser) {
     EXPECT_GT(f.identity.history.size(), before);  // the file's read ran in a scope too
 
     ASSERT_FALSE(f.seen.empty());
-    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kAlice.User}));
-    for (Call call : {Call::OpenDir, Call::ReadEntries, Call::Status, Call::OpenFile}) {
+    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kAliceCredentials.User}));
+    for (DirCall call :
+         {DirCall::OpenDir, DirCall::ReadEntries, DirCall::Status, DirCall::OpenFile}) {
         EXPECT_GT(f.io.Calls(call), 0) << static_cast<int>(call);
     }
-    EXPECT_EQ(f.identity.thread, kSelf);  // and the thread is itself between calls
+    EXPECT_EQ(f.identity.thread, kThreadCredentials);  // and the thread is itself between calls
 }
 
 TEST(TokenDirectory, ATokenSetLaterAppliesFromThenOn) {
@@ -110,11 +111,11 @@ TEST(TokenDirectory, ATokenSetLaterAppliesFromThenOn) {
     dir->SetToken(f.alice);
     std::unique_ptr<File::i_dir::iterator> after(dir->GetIterator());
     f.seen.clear();
-    Names(*before);
-    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kSelf.User}));
+    NamesStatingEach(*before);
+    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kThreadCredentials.User}));
     f.seen.clear();
-    Names(*after);
-    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kAlice.User}));
+    NamesStatingEach(*after);
+    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kAliceCredentials.User}));
 
     // Back to the process's own access.
     dir->SetToken(nullptr);
@@ -123,21 +124,21 @@ TEST(TokenDirectory, ATokenSetLaterAppliesFromThenOn) {
     EXPECT_FALSE(given.Token);
     f.seen.clear();
     std::unique_ptr<File::rio_dir> sub(dir->OpenDir(u"sub"));
-    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kSelf.User}));
+    EXPECT_EQ(f.UsersSeen(), (std::set<std::uint32_t>{kThreadCredentials.User}));
 }
 
 TEST(TokenDirectory, AScopeThatCannotBeEnteredKeepsTheCallFromBeingMade) {
     Fixture f;
     auto dir = f.Open(f.alice);
-    const int opens = f.io.Calls(Call::OpenDir);
+    const int opens = f.io.Calls(DirCall::OpenDir);
     f.identity.FailSet(1, {1314, EPERM});
     EXPECT_EQ(dir->OpenDir(u"sub"), nullptr);
-    EXPECT_EQ(f.io.Calls(Call::OpenDir), opens);
+    EXPECT_EQ(f.io.Calls(DirCall::OpenDir), opens);
     const Common::Error error = dir->GetError();
     EXPECT_EQ(error.Code(), 0x40007u);
     EXPECT_EQ(error.Cause().GetNumber("code"), 0x80070522u);
     EXPECT_EQ(error.Cause().Cause().GetNumber("Errno"), static_cast<std::uint64_t>(EPERM));
-    EXPECT_EQ(f.identity.thread, kSelf);
+    EXPECT_EQ(f.identity.thread, kThreadCredentials);
 
     // The next call enters its scope again.
     std::unique_ptr<File::rio_dir> sub(dir->OpenDir(u"sub"));

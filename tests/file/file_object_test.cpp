@@ -8,12 +8,11 @@
 #include <tessel_link/file/memory_file.h>
 
 #include "file/file_errors.h"
+#include "support/error_parts.h"
 
 namespace {
 
-std::string Func(const Common::Error& e) {
-    return e.Origin().Func != nullptr ? e.Origin().Func : "";
-}
+using test_support::OriginFunction;
 
 // A file object with the defaults only, to see what they do.
 class BareFile : public File::rio_file {
@@ -49,7 +48,7 @@ TEST(FileDefaults, UnsupportedOperationsNameTheirFunction) {
         EXPECT_FALSE(c.op(file));
         EXPECT_EQ(file.GetError().Code(), 0x4000eu);
         EXPECT_EQ(file.GetError().Text(), u"The operation is not supported.");
-        EXPECT_EQ(Func(file.GetError()), c.function);
+        EXPECT_EQ(OriginFunction(file.GetError()), c.function);
 
         // An error that is already there stays as it was.
         BareFile failed;
@@ -70,7 +69,7 @@ TEST(FileDefaults, ReadExactRecordsTheEndOfTheFile) {
     EXPECT_FALSE(file.ReadExact(buffer, 10));
     EXPECT_EQ(file.GetError().Code(), 0x40002u);
     EXPECT_EQ(file.GetError().Text(), u"The end of the file has been reached.");
-    EXPECT_EQ(Func(file.GetError()), "i_file::Read");
+    EXPECT_EQ(OriginFunction(file.GetError()), "i_file::Read");
     // Sticky: nothing more is read until the error is cleared.
     std::uint64_t read = 99;
     file.Seek(0);

@@ -9,17 +9,16 @@
 #include "dir_test_tree.h"
 #include "file/nt_dir.h"
 #include "file/roots.h"
+#include "support/error_parts.h"
 #include "support/fake_dir_io.h"
 
 namespace {
 
 using test_support::FakeDirIo;
 using test_support::TempTree;
-using Call = FakeDirIo::Call;
+using DirCall = FakeDirIo::Call;
 
-std::string Func(const Common::Error& e) {
-    return e.Origin().Func != nullptr ? e.Origin().Func : "";
-}
+using test_support::OriginFunction;
 
 const char kTable[] =
     "22 1 8:2 / / rw,relatime shared:1 - ext4 /dev/sda2 rw\n"
@@ -85,7 +84,7 @@ TEST(Roots, MountPointsComeInAscendingOrderEachOnce) {
     // /tmp was mounted over: the later mount is the one seen.
     EXPECT_EQ(types.back(), File::drive_ramdisk);
     EXPECT_EQ(it->GetError().Code(), 0x40002u);
-    EXPECT_EQ(Func(it->GetError()), "nt_dir::mount_iterator::Next");
+    EXPECT_EQ(OriginFunction(it->GetError()), "nt_dir::mount_iterator::Next");
 
     // Finding a mount by its path, and missing one.
     auto* mounts = new File::mount_iterator(io);
@@ -100,7 +99,7 @@ TEST(Roots, MountPointsComeInAscendingOrderEachOnce) {
     EXPECT_EQ(std::u16string(mounts->GetName()), u"/media/stick");
     EXPECT_EQ(mounts->GetInodeId(), 0u);
     EXPECT_EQ(mounts->GetError().Code(), 0x4000eu);
-    EXPECT_EQ(Func(mounts->GetError()), "nt_dir::mount_iterator::InodeId");
+    EXPECT_EQ(OriginFunction(mounts->GetError()), "nt_dir::mount_iterator::InodeId");
     File::mount_iterator missing(io);
     EXPECT_FALSE(missing.Find(u"/nowhere"));
     EXPECT_EQ(missing.GetError().Code(), 0x40002u);
@@ -113,7 +112,7 @@ TEST(Roots, MountPointsComeInAscendingOrderEachOnce) {
 
 TEST(Roots, TheRootItselfAndItsFailures) {
     FakeDirIo io;
-    io.FailOn(Call::ReadMountTable, Platform::SystemError{5, EACCES});
+    io.FailOn(DirCall::ReadMountTable, Platform::SystemError{5, EACCES});
     auto root = File::CreateRootDir(io);
     std::unique_ptr<File::i_dir::iterator> it(root->GetIterator());
     EXPECT_EQ(it->GetError().Code(), 0x40014u);
@@ -156,7 +155,7 @@ TEST(Roots, SelfIteratorsOfDirectoriesAndVolumes) {
     EXPECT_EQ(self->GetType(), File::entry_dir);
     EXPECT_EQ(std::u16string(self->GetFullPath()), inner + u"/");
     EXPECT_FALSE(self->Next());
-    EXPECT_EQ(Func(self->GetError()), "nt_dir::iterator::Next");
+    EXPECT_EQ(OriginFunction(self->GetError()), "nt_dir::iterator::Next");
 
     // The system's root is the root of a volume: its own entry alone.
     std::unique_ptr<File::rio_dir> top(root->OpenDir(u"/"));
@@ -166,7 +165,7 @@ TEST(Roots, SelfIteratorsOfDirectoriesAndVolumes) {
     EXPECT_EQ(std::u16string(volume->GetName()), u"/");
     EXPECT_FALSE(volume->Next());
     EXPECT_EQ(volume->GetError().Code(), 0x40002u);
-    EXPECT_EQ(Func(volume->GetError()), "nt_dir::volume_self_iterator::Next");
+    EXPECT_EQ(OriginFunction(volume->GetError()), "nt_dir::volume_self_iterator::Next");
     EXPECT_NE(top->GetDriveType(), 0u);
 }
 
@@ -187,9 +186,9 @@ TEST(Roots, SpecialDirectories) {
 
     EXPECT_EQ(root->OpenSpecialDir(77), nullptr);
     EXPECT_EQ(root->GetError().Code(), 0x4000eu);
-    EXPECT_EQ(Func(root->GetError()), "nt_dir::OpenSpecialDir");
+    EXPECT_EQ(OriginFunction(root->GetError()), "nt_dir::OpenSpecialDir");
 
-    io.FailOn(Call::PlacePath, Platform::SystemError{2, ENOENT});
+    io.FailOn(DirCall::PlacePath, Platform::SystemError{2, ENOENT});
     EXPECT_EQ(root->OpenSpecialDir(File::special_current), nullptr);
     EXPECT_STREQ(root->GetError().GetAnsi("function"), "getcwd");
 

@@ -18,6 +18,7 @@
 #include <tessel_link/file/system_file.h>
 
 #include "file/system_file.h"
+#include "support/error_parts.h"
 #include "support/fake_file_io.h"
 
 namespace {
@@ -50,10 +51,7 @@ std::vector<Range> SeekRanges(const std::string& path) {
     return ranges;
 }
 
-std::string FunctionOf(const Common::Error& e) {
-    const char* f = e.GetAnsi("function");
-    return f ? f : "";
-}
+using test_support::FailedFunction;
 
 class SparseFile : public ::testing::Test {
 protected:
@@ -170,7 +168,7 @@ TEST_F(SparseFile, TimesGeometryAndPhysicalPositions) {
         EXPECT_GT(sectors.FileSystemBlock, 0u);
     } else {
         EXPECT_EQ(file->GetError().Code(), 0x4000eu);
-        EXPECT_EQ(FunctionOf(file->GetError()), "NtQueryVolumeInformationFile");
+        EXPECT_EQ(FailedFunction(file->GetError()), "NtQueryVolumeInformationFile");
         file->ClearError();
     }
 
@@ -184,7 +182,7 @@ TEST_F(SparseFile, TimesGeometryAndPhysicalPositions) {
         EXPECT_EQ(hole.Physical, ~std::uint64_t{0});
     } else {
         EXPECT_EQ(file->GetError().Code(), 0x4000eu);
-        EXPECT_EQ(FunctionOf(file->GetError()), "FSCTL_GET_RETRIEVAL_POINTERS");
+        EXPECT_EQ(FailedFunction(file->GetError()), "FSCTL_GET_RETRIEVAL_POINTERS");
         file->ClearError();
     }
 
@@ -195,7 +193,7 @@ TEST_F(SparseFile, TimesGeometryAndPhysicalPositions) {
     if (static_cast<long>(volume.f_type) != 0x9123683e) {
         EXPECT_FALSE(file->IOCTL(compress));
         EXPECT_EQ(file->GetError().Code(), 0x4000eu);
-        EXPECT_EQ(FunctionOf(file->GetError()), "FSCTL_SET_COMPRESSION");
+        EXPECT_EQ(FailedFunction(file->GetError()), "FSCTL_SET_COMPRESSION");
         file->ClearError();
     }
 
@@ -231,7 +229,7 @@ TEST_F(SparseFile, UnbufferedTransfersKeepToTheSectors) {
     file->Seek(0);
     EXPECT_FALSE(file->Write(block, 100, done));
     EXPECT_EQ(file->GetError().Code(), 0x40003u);
-    EXPECT_EQ(FunctionOf(file->GetError()), "WriteFileNoCache");
+    EXPECT_EQ(FailedFunction(file->GetError()), "WriteFileNoCache");
     EXPECT_EQ(file->GetError().Cause().Cause().GetNumber("Errno"),
               static_cast<std::uint64_t>(EINVAL));
     std::free(block);
@@ -259,7 +257,7 @@ TEST(AllocationMap, GrowsUntilEveryRangeFitsAndFailsAsNotSupported) {
     EXPECT_FALSE(refused.Map);
     EXPECT_EQ(file->GetError().Code(), 0x4000eu);
     EXPECT_EQ(file->GetError().Text(), u"The operation is not supported.");
-    EXPECT_EQ(FunctionOf(file->GetError()), "FSCTL_QUERY_ALLOCATED_RANGES");
+    EXPECT_EQ(FailedFunction(file->GetError()), "FSCTL_QUERY_ALLOCATED_RANGES");
     EXPECT_EQ(file->GetError().Cause().GetNumber("code"), 0x80070005u);
 }
 

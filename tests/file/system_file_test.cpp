@@ -12,12 +12,13 @@
 
 #include "file/system_error.h"
 #include "file/system_file.h"
+#include "support/error_parts.h"
 #include "support/fake_file_io.h"
 
 namespace {
 
 using test_support::FakeFileIo;
-using Call = FakeFileIo::Call;
+using FileCall = FakeFileIo::Call;
 
 TEST(SystemErrors, TranslationKeepsTheSystemCodesAsCauses) {
     const Common::Error e = File::MakeSystemError(TL_ORIGIN("F"), "open", u"/x",
@@ -78,10 +79,7 @@ std::unique_ptr<File::rio_file> OpenFilled(FakeFileIo& io, std::size_t size) {
     return File::OpenFile(io, u"f", File::open_mode::read_write, error);
 }
 
-std::string FunctionOf(const Common::Error& e) {
-    const char* f = e.GetAnsi("function");
-    return f ? f : "";
-}
+using test_support::FailedFunction;
 
 TEST(SystemFileRead, NoResourcesHalvesThePieceDownTo4096) {
     FakeFileIo io;
@@ -89,7 +87,7 @@ TEST(SystemFileRead, NoResourcesHalvesThePieceDownTo4096) {
     ASSERT_TRUE(file);
     std::vector<unsigned char> buffer(8192);
     std::uint64_t read = 0;
-    io.Fail(Call::Read, {1450, ENOMEM}, 3);  // the third read runs short of resources
+    io.Fail(FileCall::Read, {1450, ENOMEM}, 3);  // the third read runs short of resources
     ASSERT_TRUE(file->Read(buffer.data(), 8192, read));
     ASSERT_TRUE(file->Read(buffer.data(), 8192, read));
     ASSERT_TRUE(file->Read(buffer.data(), 8192, read));
@@ -100,14 +98,14 @@ TEST(SystemFileRead, NoResourcesHalvesThePieceDownTo4096) {
 
     // An odd piece rounds up, and 4,096 is as small as it gets.
     io.reads.clear();
-    io.Fail(Call::Read, {1450, ENOMEM}, 1, 2);
+    io.Fail(FileCall::Read, {1450, ENOMEM}, 1, 2);
     EXPECT_FALSE(file->Read(buffer.data(), 8191, read));
     EXPECT_EQ(io.reads, (std::vector<std::size_t>{8191, 4096}));
     EXPECT_EQ(read, 0u);
     const Common::Error& e = file->GetError();
     EXPECT_EQ(e.Code(), 0x40001u);
     EXPECT_EQ(e.Text(), u"Error occurred while reading the file.");
-    EXPECT_EQ(FunctionOf(e), "ReadFile");
+    EXPECT_EQ(FailedFunction(e), "ReadFile");
     EXPECT_EQ(std::string(e.Origin().Func), "system_file::Read");
     EXPECT_EQ(e.Cause().GetNumber("code"), 0x800705aau);
     EXPECT_EQ(e.Cause().Cause().GetNumber("Errno"), static_cast<std::uint64_t>(ENOMEM));
@@ -118,20 +116,20 @@ TEST(SystemFileRead, LockViolationIsRetriedOnceAtOnce) {
     auto file = OpenFilled(io, 100);
     char buffer[40];
     std::uint64_t read = 0;
-    io.Fail(Call::Read, {33, EAGAIN});
+    io.Fail(FileCall::Read, {33, EAGAIN});
     ASSERT_TRUE(file->Read(buffer, 40, read));
     EXPECT_EQ(read, 40u);
     EXPECT_EQ(io.reads, (std::vector<std::size_t>{40, 40}));
 
     // After a good transfer the next violation gets its own retry.
-    io.Fail(Call::Read, {33, EAGAIN});
+    io.Fail(FileCall::Read, {33, EAGAIN});
     ASSERT_TRUE(file->Read(buffer, 40, read));
 
     // Twice in a row is final, and the system's reason names the error.
-    io.Fail(Call::Read, {33, EAGAIN}, 1, 2);
+    io.Fail(FileCall::Read, {33, EAGAIN}, 1, 2);
     EXPECT_FALSE(file->Read(buffer, 40, read));
     EXPECT_EQ(file->GetError().Code(), 0x40017u);
-    EXPECT_EQ(FunctionOf(file->GetError()), "ReadFile");
+    EXPECT_EQ(FailedFunction(file->GetError()), "ReadFile");
 }
 
 TEST(SystemFileRead, EndCountZeroAndTheLargestPiece) {
@@ -170,7 +168,7 @@ TEST(SystemFileWrite, DiskFullHalvesThePieceAndGoesOn) {
     auto file = OpenFilled(io, 0);
     const std::string text(1000, 'w');
     std::uint64_t written = 0;
-    io.Fail(Call::Write, {112, ENOSPC});  // once: space came free
+    io.Fail(FileCall::Write, {112, ENOSPC});  // once: space came free
     ASSERT_TRUE(file->Write(text.data(), text.size(), written));
     EXPECT_EQ(written, 1000u);
     EXPECT_EQ(io.writes, (std::vector<std::size_t>{1000, 500, 500}));
@@ -180,17 +178,17 @@ TEST(SystemFileWrite, DiskFullHalvesThePieceAndGoesOn) {
     // invalid parameter. Any other failure is final at once.
     for (const std::uint32_t code : {5u, 19u, 39u, 87u}) {
         io.writes.clear();
-        io.Fail(Call::Write, {code, 0});
+        io.Fail(FileCall::Write, {code, 0});
         EXPECT_TRUE(file->Write("abcd", 4, written)) << code;
         EXPECT_EQ(io.writes, (std::vector<std::size_t>{4, 2, 2})) << code;
     }
     io.writes.clear();
-    io.Fail(Call::Write, {1117, EIO});
+    io.Fail(FileCall::Write, {1117, EIO});
     EXPECT_FALSE(file->Write("abcd", 4, written));
     EXPECT_EQ(io.writes.size(), 1u);
     EXPECT_EQ(file->GetError().Code(), 0x40003u);
     EXPECT_EQ(file->GetError().Text(), u"Error occurred while writing to the file.");
-    EXPECT_EQ(FunctionOf(file->GetError()), "WriteFile");
+    EXPECT_EQ(FailedFunction(file->GetError()), "WriteFile");
 }
 
 TEST(SystemFileWrite, AFullDiskEndsWhenNothingMovesAtOneByte) {
@@ -204,7 +202,7 @@ TEST(SystemFileWrite, AFullDiskEndsWhenNothingMovesAtOneByte) {
     EXPECT_EQ(io.writes, (std::vector<std::size_t>{16, 6, 3, 1}));
     EXPECT_EQ(file->GetError().Code(), 0x40004u);
     EXPECT_EQ(file->GetError().Text(), u"The disk is full.");
-    EXPECT_EQ(FunctionOf(file->GetError()), "WriteFile");
+    EXPECT_EQ(FailedFunction(file->GetError()), "WriteFile");
     EXPECT_EQ(file->GetError().Cause().GetNumber("code"), 0x80070070u);
 }
 
@@ -220,29 +218,29 @@ TEST(SystemFileWrite, UnbufferedPiecesKeepTheAlignment) {
     std::uint64_t written = 0;
 
     // An I/O device error is retried here: (4096 + 512) / 2 rounded down to 512s.
-    io.Fail(Call::Write, {1117, EIO});
+    io.Fail(FileCall::Write, {1117, EIO});
     ASSERT_TRUE(file->Write(block.data(), 4096, written));
     EXPECT_EQ(io.writes, (std::vector<std::size_t>{4096, 2048, 2048}));
 
     // The working-set quota grows the working set once and retries the same piece.
     io.writes.clear();
-    io.Fail(Call::Write, {1453, 0});
+    io.Fail(FileCall::Write, {1453, 0});
     ASSERT_TRUE(file->Write(block.data(), 4096, written));
     EXPECT_EQ(io.writes, (std::vector<std::size_t>{4096, 4096}));
     EXPECT_EQ(io.workingSetGrown, 1);
 
     // No resources, down to one sector, where it is final.
     io.writes.clear();
-    io.Fail(Call::Write, {1450, ENOMEM}, 1, 10);
+    io.Fail(FileCall::Write, {1450, ENOMEM}, 1, 10);
     EXPECT_FALSE(file->Write(block.data(), 1536, written));
     EXPECT_EQ(io.writes, (std::vector<std::size_t>{1536, 1024, 768 / 512 * 512}));
     EXPECT_EQ(file->GetError().Code(), 0x40003u);
-    EXPECT_EQ(FunctionOf(file->GetError()), "WriteFileNoCache");
+    EXPECT_EQ(FailedFunction(file->GetError()), "WriteFileNoCache");
 
     // A volume that tells no sector size gets a page.
     FakeFileIo blind;
     blind.files[u"g"];
-    blind.Fail(Call::Sectors, {50, EOPNOTSUPP});
+    blind.Fail(FileCall::Sectors, {50, EOPNOTSUPP});
     auto paged = File::OpenNoCacheFile(blind, u"g", File::open_mode::read, error);
     ASSERT_TRUE(paged);
     EXPECT_EQ(static_cast<File::nocache_file&>(*paged).Alignment(), 4096u);
@@ -253,29 +251,29 @@ TEST(SystemFileFailures, EachOperationRecordsItsFailureOnce) {
     auto file = OpenFilled(io, 4);
 
     struct Case {
-        Call call;
+        FileCall call;
         std::uint32_t code;
         const char* function;
     };
     const Case cases[] = {
-        {Call::Seek, 0x40005, "SetFilePointer"},   {Call::Resize, 0x40003, "SetEndOfFile"},
-        {Call::Sync, 0x40003, "FlushFileBuffers"}, {Call::Lock, 0x40017, "LockFileEx"},
-        {Call::Unlock, 0x40017, "UnlockFileEx"},
+        {FileCall::Seek, 0x40005, "SetFilePointer"},   {FileCall::Resize, 0x40003, "SetEndOfFile"},
+        {FileCall::Sync, 0x40003, "FlushFileBuffers"}, {FileCall::Lock, 0x40017, "LockFileEx"},
+        {FileCall::Unlock, 0x40017, "UnlockFileEx"},
     };
     for (const Case& c : cases) {
         file->ClearError();
         io.Fail(c.call, {1117, EIO});
         switch (c.call) {
-            case Call::Seek:
+            case FileCall::Seek:
                 EXPECT_EQ(file->Seek(1), 0u);  // the position stays
                 break;
-            case Call::Resize:
+            case FileCall::Resize:
                 EXPECT_FALSE(file->Truncate());
                 break;
-            case Call::Sync:
+            case FileCall::Sync:
                 EXPECT_FALSE(file->Flush());
                 break;
-            case Call::Lock:
+            case FileCall::Lock:
                 EXPECT_FALSE(file->LockShared(0, 1));
                 break;
             default:
@@ -283,7 +281,7 @@ TEST(SystemFileFailures, EachOperationRecordsItsFailureOnce) {
                 break;
         }
         EXPECT_EQ(file->GetError().Code(), c.code) << c.function;
-        EXPECT_EQ(FunctionOf(file->GetError()), c.function);
+        EXPECT_EQ(FailedFunction(file->GetError()), c.function);
         EXPECT_EQ(std::u16string(file->GetError().GetWide("path")), u"f");
     }
 
@@ -296,10 +294,10 @@ TEST(SystemFileFailures, EachOperationRecordsItsFailureOnce) {
 
     // A position past the signed range is refused before the system is asked.
     file->ClearError();
-    const int seeks = io.Calls(Call::Seek);
+    const int seeks = io.Calls(FileCall::Seek);
     file->Seek(~std::uint64_t{0});
     EXPECT_EQ(file->GetError().Code(), 0x40005u);
-    EXPECT_EQ(io.Calls(Call::Seek), seeks);
+    EXPECT_EQ(io.Calls(FileCall::Seek), seeks);
 }
 
 TEST(SystemFileFailures, OpenFailuresAreTranslated) {
@@ -307,11 +305,11 @@ TEST(SystemFileFailures, OpenFailuresAreTranslated) {
     Common::Error error;
     EXPECT_FALSE(File::OpenFile(io, u"missing", File::open_mode::read, error));
     EXPECT_EQ(error.Code(), 0x40011u);
-    EXPECT_EQ(FunctionOf(error), "CreateFileW");
+    EXPECT_EQ(FailedFunction(error), "CreateFileW");
     io.files[u"there"];
     EXPECT_FALSE(File::OpenFile(io, u"there", File::open_mode::create_new, error));
     EXPECT_EQ(error.Code(), 0x40013u);
-    io.Fail(Call::Open, Platform::SystemError{0, 4242});
+    io.Fail(FileCall::Open, Platform::SystemError{0, 4242});
     EXPECT_FALSE(File::OpenFile(io, u"there", File::open_mode::create, error));
     EXPECT_EQ(error.Code(), 0x4000au);  // the operation's own code
     auto file = File::OpenFile(io, u"there", File::open_mode::read, error);

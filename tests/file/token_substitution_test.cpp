@@ -18,6 +18,7 @@
 
 #include "file/system_file.h"
 #include "file/token_substitution.h"
+#include "support/error_parts.h"
 #include "support/fake_file_io.h"
 #include "support/fake_identity.h"
 
@@ -47,10 +48,7 @@ std::shared_ptr<File::SubstToken> Logon(FakeIdentity& identity, const std::u16st
     return token;
 }
 
-std::string FunctionOf(const Common::Error& e) {
-    const char* f = e.GetAnsi("function");
-    return f ? f : "";
-}
+using test_support::FailedFunction;
 
 TEST(SubstToken, UserNamesSplitAtTheFirstBackslash) {
     std::u16string domain = u"x";
@@ -139,7 +137,7 @@ TEST(TokenSubstitutionExecutor, FailuresToEnterAreReportedAndPutRight) {
         Common::Error error;
         File::TokenSubstitutionExecutor scope(alice, error);
         EXPECT_EQ(error.Code(), 0x40014u);
-        EXPECT_EQ(FunctionOf(error), "ImpersonateLoggedOnUser");
+        EXPECT_EQ(FailedFunction(error), "ImpersonateLoggedOnUser");
         EXPECT_EQ(error.Cause().Cause().GetNumber("Errno"), static_cast<std::uint64_t>(EPERM));
     }
     // A failure half-way still ends with the thread as itself.
@@ -151,7 +149,7 @@ TEST(TokenSubstitutionExecutor, FailuresToEnterAreReportedAndPutRight) {
         Common::Error error;
         File::TokenSubstitutionExecutor scope(alice, error);
         EXPECT_TRUE(error.Failed());
-        EXPECT_EQ(FunctionOf(error), "OpenThreadToken");
+        EXPECT_EQ(FailedFunction(error), "OpenThreadToken");
     }
     EXPECT_TRUE(identity.history.empty());  // nothing was changed, nothing put back
 }

@@ -21,7 +21,7 @@ namespace {
 
 using test_support::FakeVolumeControl;
 using test_support::JournalImageBuilder;
-using Call = FakeVolumeControl::Call;
+using VolumeCall = FakeVolumeControl::Call;
 
 constexpr char16_t kVolume[] = u"C:\\data";
 
@@ -30,7 +30,7 @@ std::u16string Name(const File::USN_RECORD& r) {
 }
 
 // Every record from `reader` until its end, as (Usn, name).
-std::vector<std::pair<File::USN, std::u16string>> ReadAll(File::UsnJournalReader& reader) {
+std::vector<std::pair<File::USN, std::u16string>> ReadAllRecords(File::UsnJournalReader& reader) {
     std::vector<std::pair<File::USN, std::u16string>> out;
     while (const File::USN_RECORD* r = reader.Read()) {
         out.emplace_back(r->Usn, Name(*r));
@@ -85,14 +85,14 @@ TEST_F(UsnJournalTest, ReadsEveryRecordFromTheOldestOrAGivenStart) {
     EXPECT_EQ(first->FileAttributes, 0x20u);
     EXPECT_EQ(Name(*first), u"alpha.txt");
     EXPECT_EQ(reader->NextUsn(), b);  // a caller that stops here resumes at the next record
-    EXPECT_EQ(ReadAll(*reader),
+    EXPECT_EQ(ReadAllRecords(*reader),
               (std::vector<std::pair<File::USN, std::u16string>>{
                   {b, u"b"}, {c, u"a longer name for the third record"}}));
     EXPECT_EQ(reader->NextUsn(), image.NextUsn());
     EXPECT_EQ(reader->Read(), nullptr);  // still at the end: one more empty fetch is fine
 
     auto fromB = Reader(*journal, b);
-    EXPECT_EQ(ReadAll(*fromB).size(), 2u);
+    EXPECT_EQ(ReadAllRecords(*fromB).size(), 2u);
 }
 
 TEST_F(UsnJournalTest, StartAtTheOldestWorksAndOneBeforeItIsRefused) {
@@ -103,7 +103,7 @@ TEST_F(UsnJournalTest, StartAtTheOldestWorksAndOneBeforeItIsRefused) {
     auto journal = Open();
 
     auto reader = Reader(*journal, kept);
-    EXPECT_EQ(ReadAll(*reader).size(), 1u);
+    EXPECT_EQ(ReadAllRecords(*reader).size(), 1u);
 
     std::unique_ptr<File::UsnJournalReader> none;
     const Common::Error e = journal->CreateReader(kept - 1, none);
@@ -144,7 +144,7 @@ TEST_F(UsnJournalTest, ContinuityIsCheckedBetweenFetches) {
 
     // A journal that wrapped between two reads: the records resume later than asked.
     auto again = Reader(*journal, 0);
-    EXPECT_EQ(ReadAll(*again).size(), 1u);
+    EXPECT_EQ(ReadAllRecords(*again).size(), 1u);
     image.Add(2, 0, u"lost");
     const File::USN after = image.Add(3, 0, u"after");
     image.DropBefore(after);
@@ -231,7 +231,7 @@ TEST_F(UsnJournalTest, DamagedImagesFailAsCorrupted) {
     {
         File::UsnJournalImpl journal(volumes, kVolume);
         auto reader = Reader(journal, 0);
-        EXPECT_EQ(ThrownCode([&] { ReadAll(*reader); }), 0x4000du);
+        EXPECT_EQ(ThrownCode([&] { ReadAllRecords(*reader); }), 0x4000du);
     }
 
     // A head shorter than 56 bytes.
@@ -249,7 +249,7 @@ TEST_F(UsnJournalTest, DamagedImagesFailAsCorrupted) {
 
 TEST_F(UsnJournalTest, SystemFailuresNameTheirCalls) {
     Publish();
-    const auto failure = [&](Call call, const char* function, std::uint32_t code) {
+    const auto failure = [&](VolumeCall call, const char* function, std::uint32_t code) {
         SCOPED_TRACE(function);
         volumes.FailNext(call, Platform::SystemError{1117, 5});
         try {
@@ -261,14 +261,14 @@ TEST_F(UsnJournalTest, SystemFailuresNameTheirCalls) {
             EXPECT_EQ(e.Cause().GetNumber("code"), 0x8007045du);
         }
     };
-    failure(Call::VolumeName, "GetVolumeNameForVolumeMountPointW", 0x40007);
-    failure(Call::Open, "CreateFileW", 0x40007);
-    failure(Call::Control, "DeviceIoControl(FSCTL_QUERY_USN_JOURNAL)", 0x40001);
+    failure(VolumeCall::VolumeName, "GetVolumeNameForVolumeMountPointW", 0x40007);
+    failure(VolumeCall::Open, "CreateFileW", 0x40007);
+    failure(VolumeCall::Control, "DeviceIoControl(FSCTL_QUERY_USN_JOURNAL)", 0x40001);
     EXPECT_EQ(volumes.open, 0);  // a journal that failed to open leaves no handle behind
 
     File::UsnJournalImpl journal(volumes, kVolume);
     auto reader = Reader(journal, 0);
-    volumes.FailNext(Call::Control, Platform::SystemError{1117, 5});
+    volumes.FailNext(VolumeCall::Control, Platform::SystemError{1117, 5});
     try {
         reader->Read();
         FAIL() << "read";
@@ -307,7 +307,7 @@ TEST_F(UsnJournalTest, FileRecordInfoFindsTheLastRecordOfAReference) {
     volumes.AnswerNext(answer);
     EXPECT_EQ(files.GetFileRecordInfo(44, info).Code(), 0x4000du);
 
-    volumes.FailNext(Call::Control, Platform::SystemError{1117, 5});
+    volumes.FailNext(VolumeCall::Control, Platform::SystemError{1117, 5});
     const Common::Error e = files.GetFileRecordInfo(40, info);
     EXPECT_EQ(e.Code(), 0x40001u);
     EXPECT_STREQ(e.GetAnsi("function"), "DeviceIoControl(FSCTL_ENUM_USN_DATA)");

@@ -77,7 +77,7 @@ std::string Text(std::size_t size, unsigned seed = 1) {
     return s;
 }
 
-std::vector<std::u16string> Names(File::i_dir& dir) {
+std::vector<std::u16string> EntryNames(File::i_dir& dir) {
     std::vector<std::u16string> names;
     for (auto it = Own(dir.GetIterator()); it && !it->Failed(); it->Next()) {
         names.emplace_back(it->GetName());
@@ -226,7 +226,7 @@ TEST(ZipDirectory, IteratesInDirectoryOrderWithBytesWidened) {
     auto archive = Open(zip);
     ASSERT_TRUE(archive);
     const std::vector<std::u16string> expected{u"z.txt", u"dir/", u"caf\u00c3\u00a9", u"\u00e9t\u00e9"};
-    EXPECT_EQ(Names(*archive), expected);
+    EXPECT_EQ(EntryNames(*archive), expected);
 
     // Two iterators move on their own, and the last Next records the end.
     auto first = Own(archive->GetIterator());
@@ -307,7 +307,7 @@ TEST(ZipDirectory, OnlyDotOpensAsDirectoryAndSharesTheState) {
     EXPECT_EQ(archive->Compare(*dot), 0);
     auto self = Own(archive->OpenSelf());
     ASSERT_TRUE(self);
-    EXPECT_EQ(Names(*self), Names(*archive));
+    EXPECT_EQ(EntryNames(*self), EntryNames(*archive));
 
     // A name ending in '/' is an entry like any other, not a directory.
     EXPECT_FALSE(Own(archive->OpenDir(u"sub/")));

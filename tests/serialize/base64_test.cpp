@@ -17,7 +17,7 @@ std::string Encoded(const std::string& bytes) {
 }
 
 // Decodes as text, or "FAIL".
-std::string Decoded(const std::u16string& text) {
+std::string Base64Decoded(const std::u16string& text) {
     std::vector<unsigned char> out;
     if (!Decode(text, out)) {
         return "FAIL";
@@ -35,27 +35,27 @@ TEST(Base64, EncodesEveryTailLength) {
 }
 
 TEST(Base64, DecodesWithPaddingAndWhiteSpace) {
-    EXPECT_EQ(Decoded(u""), "");
-    EXPECT_EQ(Decoded(u" \t\r\n"), "");
-    EXPECT_EQ(Decoded(u"Zg=="), "f");
-    EXPECT_EQ(Decoded(u"Zm8="), "fo");
-    EXPECT_EQ(Decoded(u"Zm9vYmFy"), "foobar");
-    EXPECT_EQ(Decoded(u" Zm9v\r\nYm\tFy \n"), "foobar");
-    EXPECT_EQ(Decoded(u"Zg= =\n"), "f");
-    EXPECT_EQ(Decoded(u"Zm9vYg==  "), "foob");
+    EXPECT_EQ(Base64Decoded(u""), "");
+    EXPECT_EQ(Base64Decoded(u" \t\r\n"), "");
+    EXPECT_EQ(Base64Decoded(u"Zg=="), "f");
+    EXPECT_EQ(Base64Decoded(u"Zm8="), "fo");
+    EXPECT_EQ(Base64Decoded(u"Zm9vYmFy"), "foobar");
+    EXPECT_EQ(Base64Decoded(u" Zm9v\r\nYm\tFy \n"), "foobar");
+    EXPECT_EQ(Base64Decoded(u"Zg= =\n"), "f");
+    EXPECT_EQ(Base64Decoded(u"Zm9vYg==  "), "foob");
 }
 
 TEST(Base64, RejectsWhatIsNotStrictBase64) {
-    EXPECT_EQ(Decoded(u"Zg"), "FAIL");     // padding required
-    EXPECT_EQ(Decoded(u"Zm9vY"), "FAIL");  // dangling group
-    EXPECT_EQ(Decoded(u"Zg="), "FAIL");    // two pending values need two "="
-    EXPECT_EQ(Decoded(u"Zg=x"), "FAIL");
-    EXPECT_EQ(Decoded(u"Z==="), "FAIL");  // one pending value
-    EXPECT_EQ(Decoded(u"===="), "FAIL");
-    EXPECT_EQ(Decoded(u"Zm8=Zm8="), "FAIL");  // data behind the padding
-    EXPECT_EQ(Decoded(u"Zm9v*"), "FAIL");
-    EXPECT_EQ(Decoded(u"Zm9v-_"), "FAIL");     // the URL alphabet is not this one
-    EXPECT_EQ(Decoded(u"Zm9\u0176"), "FAIL");  // a unit above 127 is not its low byte
+    EXPECT_EQ(Base64Decoded(u"Zg"), "FAIL");     // padding required
+    EXPECT_EQ(Base64Decoded(u"Zm9vY"), "FAIL");  // dangling group
+    EXPECT_EQ(Base64Decoded(u"Zg="), "FAIL");    // two pending values need two "="
+    EXPECT_EQ(Base64Decoded(u"Zg=x"), "FAIL");
+    EXPECT_EQ(Base64Decoded(u"Z==="), "FAIL");  // one pending value
+    EXPECT_EQ(Base64Decoded(u"===="), "FAIL");
+    EXPECT_EQ(Base64Decoded(u"Zm8=Zm8="), "FAIL");  // data behind the padding
+    EXPECT_EQ(Base64Decoded(u"Zm9v*"), "FAIL");
+    EXPECT_EQ(Base64Decoded(u"Zm9v-_"), "FAIL");     // the URL alphabet is not this one
+    EXPECT_EQ(Base64Decoded(u"Zm9\u0176"), "FAIL");  // a unit above 127 is not its low byte
     std::vector<unsigned char> out;
     EXPECT_FALSE(Decode(std::string("Zm9\xf6"), out));
     EXPECT_FALSE(Decode(std::string("Zm\0v", 4), out));

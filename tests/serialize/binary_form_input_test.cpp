@@ -36,7 +36,7 @@ std::string Raw(const char (&bytes)[N]) {
 }
 
 // What the reader makes of the raw bytes of a text: up to the first NUL, leniently decoded.
-std::u16string Decoded(std::string_view bytes) {
+std::u16string TextAsRead(std::string_view bytes) {
     return Common::Utf8ToUtf16Lenient(bytes.substr(0, bytes.find('\0')));
 }
 
@@ -114,12 +114,12 @@ Element RandomElement(std::mt19937& random, const std::vector<std::string>& name
     return e;
 }
 
-void ExpectSame(const Element& expected, const Xml::XmlTag* tag) {
+void ExpectTagMatches(const Element& expected, const Xml::XmlTag* tag) {
     ASSERT_NE(tag, nullptr);
     ASSERT_EQ(tag->Name(), expected.Name);
     std::map<std::string, std::u16string> attributes;  // a repeated name keeps the first
     for (const auto& [name, value] : expected.Attributes) {
-        attributes.emplace(name, Decoded(value));
+        attributes.emplace(name, TextAsRead(value));
     }
     ASSERT_EQ(tag->Attributes().size(), attributes.size()) << expected.Name;
     for (const auto& [name, value] : attributes) {
@@ -129,10 +129,10 @@ void ExpectSame(const Element& expected, const Xml::XmlTag* tag) {
     }
     ASSERT_EQ(tag->Children().size(), expected.Children.size());
     for (std::size_t i = 0; i < expected.Texts.size(); ++i) {
-        EXPECT_EQ(std::u16string(tag->Text()[i]), Decoded(expected.Texts[i])) << expected.Name;
+        EXPECT_EQ(std::u16string(tag->Text()[i]), TextAsRead(expected.Texts[i])) << expected.Name;
     }
     for (std::size_t i = 0; i < expected.Children.size(); ++i) {
-        ExpectSame(expected.Children[i], tag->Children()[i]);
+        ExpectTagMatches(expected.Children[i], tag->Children()[i]);
     }
 }
 
@@ -203,7 +203,7 @@ TEST(BinaryFormInput, RandomDocumentsReadAlikeEveryWay) {
             const std::string bytes = Encoder(revision).Encode(root);
             for (const Outcome& outcome : ReadEveryWay(bytes)) {
                 ASSERT_TRUE(outcome.Ok);
-                ExpectSame(root, outcome.Document.Root());
+                ExpectTagMatches(root, outcome.Document.Root());
             }
         }
     }
@@ -226,7 +226,7 @@ TEST(BinaryFormInput, TextsAtTheVeryEndOfTheInput) {
             EXPECT_FALSE(outcome.Ok);
             EXPECT_EQ(outcome.FileError, 0x40002u);
             ASSERT_NE(outcome.Document.Root(), nullptr);
-            EXPECT_EQ(std::u16string(outcome.Document.Root()->Text()[0]), Decoded(text));
+            EXPECT_EQ(std::u16string(outcome.Document.Root()->Text()[0]), TextAsRead(text));
         }
     }
 }

@@ -75,7 +75,7 @@ void ReadValues(Serialization::Deserializer& d, Values& v) {
         .Read(MetaInfo("flag"), v.flag);
 }
 
-void ExpectSame(const Values& a, const Values& b) {
+void ExpectSameValues(const Values& a, const Values& b) {
     EXPECT_EQ(a.blob, b.blob);
     EXPECT_EQ(a.bytes, b.bytes);
     EXPECT_EQ(a.u16, b.u16);
@@ -157,14 +157,14 @@ TEST_P(PacketRoundTrip, EveryFormFilled) {
     const Values written = Filled(GetParam() == 0);
     const std::string packet = InForm(WritePacket(written));
     ASSERT_FALSE(packet.empty());
-    ExpectSame(ReadPacket(packet), written);
+    ExpectSameValues(ReadPacket(packet), written);
 }
 
 TEST_P(PacketRoundTrip, EveryFormEmpty) {
     const Values written;
     const std::string packet = InForm(WritePacket(written));
     ASSERT_FALSE(packet.empty());
-    ExpectSame(ReadPacket(packet), written);
+    ExpectSameValues(ReadPacket(packet), written);
 }
 
 TEST_P(PacketRoundTrip, ContainersThroughTheCodecs) {
