@@ -279,8 +279,6 @@ std::string ManyChildren(int children) {
     return b.data;
 }
 
-}  // namespace
-
 TEST_F(BinaryReader, InputIsReadInBlocks) {
     const std::string document = ManyChildren(20000);
     ASSERT_GT(document.size(), 3u * 65536u);
@@ -310,3 +308,5 @@ TEST_F(BinaryReader, InputIsReadInBlocks) {
         EXPECT_EQ(file.GetError().Code(), 0x40002u);
     }
 }
+
+}  // namespace
