@@ -5,6 +5,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include "por/binary_operation.h"
 #include "por/walkers.h"
 
 #include "por/holders.h"
@@ -75,50 +76,10 @@ const Por::Detail::TraitList* MemoryTraits(const View::Traits& traits) {
     return impl != nullptr ? &impl->List() : nullptr;
 }
 
-// The in-memory holder of the values of a read interface.
-template <class Value>
-struct MemoryHolderOf;
-template <>
-struct MemoryHolderOf<View::NilValue> {
-    using Type = NilValueHolder;
-};
-template <class T>
-struct MemoryHolderOf<View::ScalarValue<T>> {
-    using Type = ScalarValueHolder<T>;
-};
-template <class T>
-struct MemoryHolderOf<View::ComplexValue<T>> {
-    using Type = ComplexValueHolder<T>;
-};
-template <>
-struct MemoryHolderOf<View::ArrayValue> {
-    using Type = ArrayValueHolder;
-};
-template <>
-struct MemoryHolderOf<View::CompositeValue> {
-    using Type = CompositeValueHolder;
-};
-
-// Calls `op` with the values of two units, whatever their kinds. The left unit is visited;
-// when the right one is an in-memory unit of the same kind, which is what two trees being
-// compared usually hold, its value is read directly instead of by a second visit.
-template <class Op>
-void ApplyPair(const View::Unit& a, const View::Unit& b, Op& op) {
-    const std::type_info* right = &typeid(b);
-    VisitValue(a, [&](const auto& left) {
-        using Left = std::remove_cvref_t<decltype(left)>;
-        using Holder = typename MemoryHolderOf<Left>::Type;
-        if (right == &typeid(Object<Holder>)) {
-            op(left, static_cast<const Left&>(static_cast<const Object<Holder>&>(b).Value()));
-        } else {
-            VisitValue(b, [&](const auto& value) { op(left, value); });
-        }
-    });
-}
-
-// Both composites are in memory and have the same names at the same places: every property
-// then has its partner at its own index, and no name is on one side only.
-bool SameNames(const PropertyList& left, const PropertyList& right) {
+// Two in-memory lists (properties or traits) have the same names at the same places: every
+// item then has its partner at its own index, and no name is on one side only.
+template <class List>
+bool SameNames(const List& left, const List& right) {
     if (left.size() != right.size()) {
         return false;
     }
@@ -317,13 +278,8 @@ public:
     bool LineUp() {
         const Por::Detail::TraitList* left = MemoryTraits(left_);
         const Por::Detail::TraitList* right = MemoryTraits(right_);
-        if (left == nullptr || right == nullptr || left->size() != right->size()) {
+        if (left == nullptr || right == nullptr || !SameNames(*left, *right)) {
             return false;
-        }
-        for (std::size_t i = 0; i < left->size(); ++i) {
-            if ((*left)[i]->GetName() != (*right)[i]->GetName()) {
-                return false;
-            }
         }
         for (std::size_t i = 0; i < left->size(); ++i) {
             if (!Equal(*(*left)[i], *(*right)[i])) {
@@ -463,7 +419,7 @@ int CompareAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
 
 int CompareAtHere(const View::Unit& a, const View::Unit& b, unsigned depth) {
     PerformValueCompare op{depth, 0};
-    ApplyPair(a, b, op);
+    Por::Detail::ApplyBinary(a, b, op);
     if (op.result != 0) {
         return op.result;
     }
@@ -608,7 +564,7 @@ struct ValueComparator {
 bool UnitValueEqualAt(const View::Unit& a, const View::Unit& b, unsigned depth) {
     return Por::Detail::Descend(depth, kEqualFunction, [&] {
         ValueComparator op{depth, false};
-        ApplyPair(a, b, op);
+        Por::Detail::ApplyBinary(a, b, op);
         return op.result;
     });
 }
