@@ -388,9 +388,11 @@ TEST(Consistency, OrderIsAntisymmetricTransitiveAndAgreesWithEquality) {
 class ForeignUnit;
 using ForeignPtr = std::unique_ptr<ForeignUnit>;
 
-class ForeignTrait final : public Por::View::Trait {
+// A named unit as a trait set or a composite holds it.
+template <class Interface>
+class ForeignNamed final : public Interface {
 public:
-    ForeignTrait(const Por::UnitName& name, ForeignPtr unit) : name_(name), unit_(std::move(unit)) {}
+    ForeignNamed(const Por::UnitName& name, ForeignPtr unit) : name_(name), unit_(std::move(unit)) {}
     const Por::UnitName& GetName() const override { return name_; }
     const Por::View::Unit& GetUnit() const override;
 
@@ -398,17 +400,8 @@ private:
     Por::UnitName name_;
     ForeignPtr unit_;
 };
-
-class ForeignProperty final : public Por::View::Property {
-public:
-    ForeignProperty(const Por::UnitName& name, ForeignPtr unit) : name_(name), unit_(std::move(unit)) {}
-    const Por::UnitName& GetName() const override { return name_; }
-    const Por::View::Unit& GetUnit() const override;
-
-private:
-    Por::UnitName name_;
-    ForeignPtr unit_;
-};
+using ForeignTrait = ForeignNamed<Por::View::Trait>;
+using ForeignProperty = ForeignNamed<Por::View::Property>;
 
 class ForeignTraits final : public Por::View::Traits {
 public:
@@ -514,10 +507,8 @@ private:
     ForeignTraits traits_;
 };
 
-const Por::View::Unit& ForeignTrait::GetUnit() const {
-    return *unit_;
-}
-const Por::View::Unit& ForeignProperty::GetUnit() const {
+template <class Interface>
+const Por::View::Unit& ForeignNamed<Interface>::GetUnit() const {
     return *unit_;
 }
 void ForeignArray::Front(Por::ItemProcessor<const Por::View::Unit>& p) const {
