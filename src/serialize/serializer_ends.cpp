@@ -41,13 +41,13 @@ void Finish(Deserializer& end, const MetaInfo& meta) {
 
 template <class End>
 ElementScope<End>::ElementScope(End& end, const MetaInfo& meta)
-    : end_(end), meta_(&meta), unwinding_(std::uncaught_exceptions()) {
+    : end_(end), meta_(&meta) {
     Begin(end_, *meta_);
 }
 
 template <class End>
 ElementScope<End>::ElementScope(End& end, MetaInfo&& meta)
-    : end_(end), owned_(std::move(meta)), meta_(&*owned_), unwinding_(std::uncaught_exceptions()) {
+    : end_(end), owned_(std::move(meta)), meta_(&*owned_) {
     Begin(end_, *meta_);
 }
 
@@ -62,8 +62,10 @@ ElementScope<End>::~ElementScope() noexcept(false) {
         Detail::LogFinishFailure(error);
     } catch (...) {
         // Only asked when a close failed: the question costs a thread-local lookup, and
-        // every element of a packet is closed through a guard.
-        if (std::uncaught_exceptions() > unwinding_) {
+        // every element of a packet is opened and closed through a guard. Any exception in
+        // flight counts, also one that was unwinding before the guard was made (a guard in
+        // a destructor run by unwinding): a throw out of here would then end the program.
+        if (std::uncaught_exceptions() > 0) {
             return;
         }
         throw;

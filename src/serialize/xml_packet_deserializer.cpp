@@ -162,28 +162,42 @@ XMLPacketDeserializer::XMLPacketDeserializer(const void* data, std::size_t size,
 
 XMLPacketDeserializer::~XMLPacketDeserializer() = default;
 
-void XMLPacketDeserializer::Enter(const Xml::XmlTag* tag) {
+inline void XMLPacketDeserializer::Enter(const Xml::XmlTag* tag) {
     const Xml::XmlChildren children = tag->Children();
     tagStack_.push_back({children.begin(), children.begin(), children.end()});
 }
 
-const Xml::XmlTag* XMLPacketDeserializer::Child(const MetaInfo& meta) {
+// Nearly every member stands at the cursor: that case is inlined into every read, and the
+// rest (a search among the siblings, or an error) is a call.
+inline const Xml::XmlTag* XMLPacketDeserializer::Child(const MetaInfo& meta) {
+    if (!tagStack_.empty()) [[likely]] {
+        Cursor& cursor = tagStack_.back();
+        if (cursor.Next != cursor.End) [[likely]] {
+            // The cursor moves on whether or not the child fits: an unknown element is
+            // stepped over.
+            const Xml::XmlTag* child = *cursor.Next++;
+            if (SameName(child->Name(), meta.Name)) [[likely]] {
+                return child;
+            }
+            return SearchChild(meta);
+        }
+    }
+    NoChild();
+}
+
+void XMLPacketDeserializer::NoChild() const {
     if (tagStack_.empty()) {
         TL_ASSERT_TEXT(false, "!\"XMLPacketDeserializer: No meta.\"");
         throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::Child"),
                               kErrorNoMetaInfo);
     }
-    Cursor& cursor = tagStack_.back();
-    if (cursor.Next == cursor.End) {
-        throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::Child"),
-                              kErrorInconsistentMetadata);
-    }
-    // The cursor moves on whether or not the child fits: an unknown element is stepped over.
-    const Xml::XmlTag* child = *cursor.Next++;
-    if (SameName(child->Name(), meta.Name)) {
-        return child;
-    }
+    throw SerializerError(TL_ORIGIN("Serialization::XMLPacketDeserializer::Child"),
+                          kErrorInconsistentMetadata);
+}
+
+const Xml::XmlTag* XMLPacketDeserializer::SearchChild(const MetaInfo& meta) const {
     if (meta.Ordered == 0) {
+        const Cursor& cursor = tagStack_.back();
         for (auto it = cursor.First; it != cursor.End; ++it) {
             if (SameName((*it)->Name(), meta.Name)) {
                 return *it;
@@ -209,7 +223,7 @@ void XMLPacketDeserializer::BeginReadMetaInfo(const MetaInfo& meta) {
     Enter(currentTag_);
 }
 
-void XMLPacketDeserializer::UpdateMetainfoVersion() {
+inline void XMLPacketDeserializer::UpdateMetainfoVersion() {
     if (versionStack_.empty()) {
         throw SerializerError(
             TL_ORIGIN("Serialization::XMLPacketDeserializer::UpdateMetainfoVersion"),
@@ -255,7 +269,7 @@ void XMLPacketDeserializer::FinishReadMetaInfo(const MetaInfo& meta) {
     ReleaseMetainfoVersion();
 }
 
-void XMLPacketDeserializer::ReleaseMetainfoVersion() {
+inline void XMLPacketDeserializer::ReleaseMetainfoVersion() {
     if (versionStack_.empty()) {
         throw SerializerError(
             TL_ORIGIN("Serialization::XMLPacketDeserializer::ReleaseMetainfoVersion"),

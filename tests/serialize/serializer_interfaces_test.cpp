@@ -125,6 +125,24 @@ TEST_F(ScopeGuard, FinishNeverMasksAnUnwindingFailure) {
     EXPECT_EQ(g_logged[0].first, 4);
 }
 
+// Cleanup that writes an element while an exception unwinds past it: a close that fails
+// there must not escape the destructor, which would end the program.
+struct WritesWhileUnwinding {
+    FailingFinish& s;
+    ~WritesWhileUnwinding() { Serialization::WriteScope scope(s, MetaInfo("Cleanup")); }
+};
+
+TEST_F(ScopeGuard, GuardMadeDuringUnwindingDropsAFailingClose) {
+    s.mode = FailingFinish::Mode::Other;
+    EXPECT_THROW(
+        {
+            WritesWhileUnwinding cleanup{s};
+            throw std::logic_error("body");
+        },
+        std::logic_error);
+    EXPECT_EQ(s.finishes, 1);
+}
+
 TEST_F(ScopeGuard, DismissedGuardLeavesTheElementAlone) {
     {
         Serialization::WriteScope scope(s, MetaInfo("A"));

@@ -70,6 +70,10 @@ private:
 
     void Enter(const Xml::XmlTag* tag);
     const Xml::XmlTag* Child(const MetaInfo& meta);
+    // The child that `meta` names when it is not the one at the cursor.
+    const Xml::XmlTag* SearchChild(const MetaInfo& meta) const;
+    // Throws for a lookup with no child left at the cursor.
+    [[noreturn]] void NoChild() const;
     void UpdateMetainfoVersion();
     void ReleaseMetainfoVersion();
     template <class Convert>

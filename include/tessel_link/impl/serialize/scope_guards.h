@@ -21,7 +21,8 @@ TL_API void LogFinishFailure(const Common::Error& error);
 // Opens an element on entry and closes it on leaving the scope. A Common::Error from the
 // close is logged at level 4 and dropped; any other exception propagates. While another
 // exception is unwinding, a failing close never masks it: its Common::Error is still
-// logged and anything else is dropped.
+// logged and anything else is dropped (also when the exception in flight was unwinding
+// before the guard was made, as for a guard in a destructor run by unwinding).
 //
 // A MetaInfo made for the guard (a temporary) is kept in the guard. A named one is only
 // referred to: it is declared before the guard and so outlives it, and codecs open every
@@ -43,7 +44,6 @@ private:
     End& end_;
     std::optional<MetaInfo> owned_;
     const MetaInfo* meta_;
-    int unwinding_;
     bool dismissed_ = false;
 };
 
