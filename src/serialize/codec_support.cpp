@@ -11,13 +11,24 @@ ContainerAwareSerializer::~ContainerAwareSerializer() = default;
 
 namespace Detail {
 
-const MetaInfo& FixedMeta(int which) {
+namespace {
+
+// Built apart from FixedMeta, whose every call would otherwise pay for the frame of this
+// construction: the lookup is made for each item of every sequence and map.
+[[gnu::noinline]] const MetaInfo* MakeFixedMetas() {
     static const MetaInfo metas[kFixedElementCount] = {
         MetaInfo("vector"),        MetaInfo("item"),  MetaInfo("item", true),
         MetaInfo("map"),           MetaInfo("first"), MetaInfo("second"),
         MetaInfo("optional_type"), MetaInfo("is_null"), MetaInfo("value"),
         MetaInfo("shared_ptr"),
     };
+    return metas;
+}
+
+}  // namespace
+
+const MetaInfo& FixedMeta(int which) {
+    static const MetaInfo* const metas = MakeFixedMetas();
     return metas[which];
 }
 
