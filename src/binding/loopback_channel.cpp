@@ -17,6 +17,7 @@
 
 #include "binding/binding_errors.h"
 #include "binding/dispatch_errors.h"
+#include "common/thread_cache.h"
 
 namespace Binding {
 
@@ -191,13 +192,13 @@ private:
             request.WriteRequest(requestWriter);
             // Only ever in use between Finish and the reader's constructor, where no code of
             // a service or a host runs, so a call made while serving another finds it free.
-            thread_local std::vector<unsigned char> scratch;
-            std::vector<unsigned char>& bytes = *observer_ ? observed : scratch;
+            auto* scratch = Common::ThreadCache<std::vector<unsigned char>>::Get();
+            auto& bytes = *observer_ || scratch == nullptr ? observed : *scratch;
             requestWriter.Finish(bytes);
             Serialization::XMLPacketDeserializer requestReader(bytes.data(), bytes.size(),
                                                                kRootSubjectVersion);
-            if (scratch.capacity() > kKeptRequestBytes) {
-                scratch = std::vector<unsigned char>();
+            if (scratch != nullptr && scratch->capacity() > kKeptRequestBytes) {
+                *scratch = std::vector<unsigned char>();
             }
             // The reply's block is taken over as it is, not copied.
             Serialization::XMLPacketSerializer replyWriter(kPacketFormatRevision, category);

@@ -13,6 +13,7 @@
 #include <tessel_link/serialize/xml_packet_serializer.h>
 
 #include "binding/binding_errors.h"
+#include "common/thread_cache.h"
 
 namespace Binding {
 
@@ -67,18 +68,23 @@ void* RequestBase::QueryType(const char* typeName) {
 
 namespace {
 
+struct Kept {
+    Serialization::MetaInfo Meta;
+    bool InUse = false;
+};
+
 // The MetaInfo of a request's or a reply's element. Its name is formed anew for every
 // element, into a MetaInfo that the thread keeps, so that a name longer than a short string
 // costs no allocation; an element opened while the thread's one is in use (a call made
-// from inside the reading or writing of another) gets a MetaInfo of its own.
+// from inside the reading or writing of another) gets a MetaInfo of its own, and so does one opened while the thread ends.
 class ElementMeta {
 public:
     ElementMeta(std::string_view direction, const MethodDescriptor& method) {
-        thread_local Kept kept;
-        if (!kept.InUse) {
-            kept.InUse = true;
-            kept_ = &kept;
-            meta_ = &kept.Meta;
+        Kept* kept = Common::ThreadCache<Kept>::Get();
+        if (kept != nullptr && !kept->InUse) {
+            kept->InUse = true;
+            kept_ = kept;
+            meta_ = &kept->Meta;
         } else {
             meta_ = &own_.emplace();
         }
@@ -110,11 +116,6 @@ private:
         std::memcpy(at, piece.data(), piece.size());
         return at + piece.size();
     }
-
-    struct Kept {
-        Serialization::MetaInfo Meta;
-        bool InUse = false;
-    };
 
     Kept* kept_ = nullptr;
     std::optional<Serialization::MetaInfo> own_;

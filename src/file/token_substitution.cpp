@@ -3,6 +3,10 @@
 #include "file/file_errors.h"
 #include "file/system_error.h"
 
+#include <cerrno>
+
+#include "common/thread_cache.h"
+
 namespace File {
 
 namespace {
@@ -14,7 +18,6 @@ struct ThreadSubstitution {
     Platform::Credentials Self;
 };
 
-thread_local ThreadSubstitution t_substitution;
 
 Common::Error LogonFailure(const char* origin, const Platform::SystemError& failure) {
     Common::Error error = MakeFileError(TL_ORIGIN(origin), kInvalidHandle);
@@ -107,7 +110,15 @@ void TokenSubstitutionExecutor::Impersonate(const std::shared_ptr<SubstToken>& t
         return;
     }
     Platform::Identity& identity = *token->Get().Identity;
-    ThreadSubstitution& thread = t_substitution;
+    ThreadSubstitution* kept = Common::ThreadCache<ThreadSubstitution>::Get();
+    if (kept == nullptr) {
+        // The thread is ending and keeps no record of its identity: without one the scope
+        // could not be left again, so it is not entered.
+        error = MakeSystemError(TL_ORIGIN("TokenSubstitutionExecutor::Impersonate"),
+                                "OpenThreadToken", Platform::SystemError{0, ESRCH}, kAccessDenied);
+        return;
+    }
+    ThreadSubstitution& thread = *kept;
     // What the thread is now: another token, to be put back, or itself.
     if (thread.Current) {
         previous_ = thread.Current;
@@ -140,7 +151,8 @@ TokenSubstitutionExecutor::~TokenSubstitutionExecutor() {
     if (saved_ == Saved::nothing) {
         return;
     }
-    ThreadSubstitution& thread = t_substitution;
+    // Entered, so the thread's record was there, and the thread cannot end within the scope.
+    ThreadSubstitution& thread = *Common::ThreadCache<ThreadSubstitution>::Get();
     // Back to the thread's own identity, then to the token of the scope outside this one.
     // Going back to what the thread was allowed before cannot be refused.
     entered_->Get().Identity->SetThreadCredentials(thread.Self);

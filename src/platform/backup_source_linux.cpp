@@ -27,6 +27,7 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/system_dir.h>
 
+#include "common/thread_cache.h"
 #include "platform/backup_source.h"
 #include "platform/file_time.h"
 #include "platform/posix_errors.h"
@@ -178,14 +179,21 @@ std::string NativeName(const std::vector<unsigned char>& bytes) {
 
 // The system's name of `path`. A backup or restore asks for the attributes of a file and
 // then opens it, so the last name converted on the thread is kept.
-const std::string& NativePath(const std::u16string& path) {
-    thread_local std::u16string wide;
-    thread_local std::string native;
-    if (wide != path || native.empty()) {
-        native = File::WideNameToNative(path);
-        wide = path;
+struct LastPath {
+    std::u16string Wide;
+    std::string Native;
+};
+
+std::string NativePath(const std::u16string& path) {
+    LastPath* last = Common::ThreadCache<LastPath>::Get();
+    if (last == nullptr) {
+        return File::WideNameToNative(path);
     }
-    return native;
+    if (last->Wide != path || last->Native.empty()) {
+        last->Native = File::WideNameToNative(path);
+        last->Wide = path;
+    }
+    return last->Native;
 }
 
 // What is being written: the stream in progress and what is kept of it.

@@ -5,6 +5,7 @@
 #include <tessel_link/por/trait_names.h>
 #include <tessel_link/por/util.h>
 
+#include "common/thread_cache.h"
 #include "por/serialize/processing_nodes.h"
 
 namespace Por::Serialization {
@@ -47,15 +48,19 @@ void PORSerializer::Detach() {
 }
 
 namespace {
-thread_local std::unique_ptr<PORSerializer> t_spare;
+// The thread's spare serializer.
+std::unique_ptr<PORSerializer>* ThreadSpare() {
+    return Common::ThreadCache<std::unique_ptr<PORSerializer>>::Get();
+}
 }  // namespace
 
 std::unique_ptr<PORSerializer> PORSerializer::Take(Construction::UnitFactory& factory,
                                                    UnitPtr& destination) {
-    if (!t_spare) {
+    std::unique_ptr<PORSerializer>* spare = ThreadSpare();
+    if (spare == nullptr || !*spare) {
         return std::make_unique<PORSerializer>(factory, destination);
     }
-    std::unique_ptr<PORSerializer> serializer = std::move(t_spare);
+    std::unique_ptr<PORSerializer> serializer = std::move(*spare);
     serializer->factory_ = &factory;
     serializer->destination_ = &destination;
     serializer->Attach();
@@ -63,8 +68,9 @@ std::unique_ptr<PORSerializer> PORSerializer::Take(Construction::UnitFactory& fa
 }
 
 void PORSerializer::Keep(std::unique_ptr<PORSerializer> serializer) {
+    std::unique_ptr<PORSerializer>* spare = ThreadSpare();
     if (serializer->failure_.Failed() || serializer->hasPending_ || !serializer->stack_.empty() ||
-        t_spare) {
+        spare == nullptr || *spare) {
         return;
     }
     // The spare holds no nodes: they go back to the thread's pool, which serializers made
@@ -72,7 +78,7 @@ void PORSerializer::Keep(std::unique_ptr<PORSerializer> serializer) {
     serializer->Detach();
     serializer->context_ = 0;
     serializer->pending_ = MetaInfo();
-    t_spare = std::move(serializer);
+    *spare = std::move(serializer);
 }
 
 void PORSerializer::Push(std::unique_ptr<Detail::SimpleNode> node) {

@@ -12,6 +12,7 @@
 #include <tessel_link/por/trait_names.h>
 #include <tessel_link/por/util.h>
 
+#include "common/thread_cache.h"
 #include "por/holders.h"
 #include "por/por_errors.h"
 
@@ -44,15 +45,18 @@ const std::string kValue = "value";
 // names, so the table is emptied when it grows large.
 UnitName KnownMemberName(const std::string& name) {
     static constexpr std::size_t kMostNames = 4096;
-    thread_local std::unordered_map<std::string, UnitName> known;
-    const auto found = known.find(name);
-    if (found != known.end()) {
+    auto* known = Common::ThreadCache<std::unordered_map<std::string, UnitName>>::Get();
+    if (known == nullptr) {
+        return UnitName(name);
+    }
+    const auto found = known->find(name);
+    if (found != known->end()) {
         return found->second;
     }
-    if (known.size() >= kMostNames) {
-        known.clear();
+    if (known->size() >= kMostNames) {
+        known->clear();
     }
-    return known.emplace(name, UnitName(name)).first->second;
+    return known->emplace(name, UnitName(name)).first->second;
 }
 
 // The same, trying first the name that came after the previous one last time: the members
@@ -64,10 +68,16 @@ UnitName MemberName(const std::string& name) {
         UnitName name;
     };
     static constexpr std::size_t kGuesses = 256;
-    thread_local Guess guesses[kGuesses];
+    struct Guesses {
+        Guess Table[kGuesses];
+    };
+    Guesses* guesses = Common::ThreadCache<Guesses>::Get();
+    if (guesses == nullptr) {
+        return KnownMemberName(name);
+    }
     thread_local const char* previous = nullptr;
     const auto key = reinterpret_cast<std::uintptr_t>(previous);
-    Guess& guess = guesses[((key >> 4) ^ (key >> 12)) % kGuesses];
+    Guess& guess = guesses->Table[((key >> 4) ^ (key >> 12)) % kGuesses];
     // The text is compared even when the pointers match: the previous name may be gone and
     // its memory taken by another.
     if (guess.after == previous && guess.size == name.size() && !guess.name.Empty() &&
@@ -198,12 +208,12 @@ private:
 // earlier one of the same name.
 UnitPtr MakeComposite(std::vector<NamedUnit>& children, Construction::UnitFactory& factory,
                       bool inMemory) {
-    if (inMemory) {
-        thread_local MemberOrders orders;
+    MemberOrders* orders = inMemory ? Common::ThreadCache<MemberOrders>::Get() : nullptr;
+    if (orders != nullptr) {
         auto composite = std::make_unique<Object<CompositeValueHolder>>();
         CompositeValueHolder& holder = composite->Value();
         holder.Reserve(children.size());
-        if (const std::vector<std::uint32_t>* order = orders.Find(children)) {
+        if (const std::vector<std::uint32_t>* order = orders->Find(children)) {
             for (const std::uint32_t i : *order) {
                 holder.AppendInOrder(std::make_unique<PropertyHolder>(
                     std::move(children[i].name), std::move(children[i].unit)));
@@ -483,7 +493,10 @@ std::unique_ptr<SimpleNode> MakeNode(SimpleNode* parent, MetaInfo&& descriptor,
     return std::make_unique<Node>(parent, std::move(descriptor), factory);
 }
 
-thread_local std::unique_ptr<NodePool> t_pool;
+// The pool of the thread, lent to one serializer at a time.
+std::unique_ptr<NodePool>* ThreadPool() {
+    return Common::ThreadCache<std::unique_ptr<NodePool>>::Get();
+}
 
 }  // namespace
 
@@ -525,15 +538,17 @@ void NodePool::Return(std::unique_ptr<SimpleNode> node) {
 }
 
 std::unique_ptr<NodePool> NodePool::Borrow() {
-    if (t_pool) {
-        return std::move(t_pool);
+    std::unique_ptr<NodePool>* kept = ThreadPool();
+    if (kept != nullptr && *kept) {
+        return std::move(*kept);
     }
     return std::make_unique<NodePool>();
 }
 
 void NodePool::GiveBack(std::unique_ptr<NodePool> pool) {
-    if (!t_pool) {
-        t_pool = std::move(pool);
+    std::unique_ptr<NodePool>* kept = ThreadPool();
+    if (kept != nullptr && !*kept) {
+        *kept = std::move(pool);
     }
 }
 
