@@ -3,9 +3,19 @@
 # Warnings are part of the contract: both compilers must build warning-free.
 add_compile_options(-Wall -Wextra)
 
-# Source paths in error origins are relative to the tree, so that line tags and
-# the file names carried by errors do not depend on where the tree was checked out.
+# Source paths in error origins are relative to the tree, and those of generated sources to
+# the build tree, so that line tags and the file names carried by errors do not depend on
+# where the tree was checked out or built, nor on whether ccache (which hands the compiler
+# paths relative to the build tree) takes part. GCC applies the last map that matches.
+file(RELATIVE_PATH tl_tree_from_build "${CMAKE_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+string(REGEX REPLACE "/+$" "" tl_tree_from_build "${tl_tree_from_build}")
+if(NOT tl_tree_from_build STREQUAL "")
+    add_compile_options("-fmacro-prefix-map=${tl_tree_from_build}/=")
+endif()
 add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+if(NOT CMAKE_BINARY_DIR STREQUAL PROJECT_SOURCE_DIR)
+    add_compile_options("-fmacro-prefix-map=${CMAKE_BINARY_DIR}/=")
+endif()
 
 if(TL_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)

@@ -83,6 +83,11 @@ TEST(ErrorSystem, StoredValues) {
               "{Access Denied}\nA process has requested access to an object, but has not been "
               "granted those access rights.");
     EXPECT_STREQ(a.Cause().Origin().Func, "Common::Error::AddNTStatus");
+    // The file is named by its place in the tree, whichever build directory (and whether
+    // ccache, which hands the compiler relative paths) made it: its line tags stay the same.
+    EXPECT_STREQ(a.Cause().Origin().File, "src/common/error.cpp");
+    EXPECT_EQ(a.Cause().Origin().LineTag - a.Cause().Origin().Line,
+              Common::LineTagBase("src/common/error.cpp"));
 }
 
 TEST(ErrorSystem, EveryCodeTheLibraryProducesHasACleanText) {
