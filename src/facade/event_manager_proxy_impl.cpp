@@ -27,8 +27,10 @@ void RunLimited(Binding::RequestChannel& channel, std::unique_ptr<Binding::Reque
     if (request == nullptr) {
         return;
     }
+    // A job that comes back is run, whatever Send said.
     std::unique_ptr<Binding::RequestJob> job;
-    if (channel.Send(std::move(request), job).Failed() || job == nullptr) {
+    (void)channel.Send(std::move(request), job);
+    if (job == nullptr) {
         return;
     }
     std::unique_ptr<Binding::RequestJob> limited =
@@ -142,8 +144,9 @@ private:
     AsyncDispatcher(std::shared_ptr<Binding::RequestChannel> channel, std::uint32_t queueId)
         : channel_(std::move(channel)), queueId_(queueId) {}
 
-    // Under the lock. A fetch that cannot be sent leaves no job: nothing is fetched until
-    // the first sink is added anew.
+    // Under the lock. Errors are dropped: a fetch that cannot be sent or started leaves
+    // nothing running, and nothing is fetched until the first sink is added anew. A job that
+    // came back stays the current one all the same, and is stopped and destroyed as any.
     void StartFetch() {
         std::unique_ptr<Binding::Request> request =
             TryMake([this] { return MakeRequest_EventManager_AbsorbQueue(queueId_, events_); });
@@ -151,12 +154,9 @@ private:
         if (request == nullptr) {
             return;
         }
-        if (channel_->Send(std::move(request), currentJob_).Failed()) {
-            currentJob_.reset();
-            return;
-        }
-        if (currentJob_ != nullptr && currentJob_->Start(this).Failed()) {
-            currentJob_.reset();  // a fetch that cannot run in the background is no fetch
+        (void)channel_->Send(std::move(request), currentJob_);
+        if (currentJob_ != nullptr) {
+            (void)currentJob_->Start(this);
         }
     }
 

@@ -4,6 +4,7 @@
 #include <tessel_link/components/test_management.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <condition_variable>
@@ -353,6 +354,100 @@ TEST(LoopbackJobs, TimeLimitStopsAJobThatDoesNotEnd) {
     EXPECT_TRUE(fast->Run(nullptr).Succeeded());
     EXPECT_EQ(result, "fast#6");
     EXPECT_EQ(Binding::SetJobTimeout(nullptr, 500), nullptr);
+}
+
+// A job of a channel without a background form: Start refuses, and Run blocks until the job
+// is stopped or its time is up; the job says when it is gone.
+class ForegroundJob : public Binding::RequestJob {
+public:
+    struct Trace {
+        std::mutex Lock;
+        std::condition_variable Changed;
+        bool Stopped = false;
+        bool Destroyed = false;
+        bool WaitDestroyed(std::chrono::milliseconds limit) {
+            std::unique_lock<std::mutex> lock(Lock);
+            return Changed.wait_for(lock, limit, [this] { return Destroyed; });
+        }
+    };
+    ForegroundJob(std::shared_ptr<Trace> trace, std::chrono::milliseconds runs, bool stoppable)
+        : trace_(std::move(trace)), runs_(runs), stoppable_(stoppable) {}
+    ~ForegroundJob() override {
+        const std::lock_guard<std::mutex> lock(trace_->Lock);
+        trace_->Destroyed = true;
+        trace_->Changed.notify_all();
+    }
+    Common::Error Run(JobManagement::JobHandler* handler) override {
+        {
+            std::unique_lock<std::mutex> lock(trace_->Lock);
+            trace_->Changed.wait_for(lock, runs_, [this] { return stoppable_ && trace_->Stopped; });
+        }
+        if (handler != nullptr) {
+            handler->OnJobFinished(Common::ErrorSuccess);
+        }
+        return Common::ErrorSuccess;
+    }
+    Common::Error Start(JobManagement::JobHandler*) override {
+        return Common::Error(TL_ORIGIN("ForegroundJob::Start"), Binding::kErrorJobTimedOut);
+    }
+    Common::Error Stop() override {
+        const std::lock_guard<std::mutex> lock(trace_->Lock);
+        trace_->Stopped = true;
+        trace_->Changed.notify_all();
+        return Common::ErrorSuccess;
+    }
+
+private:
+    std::shared_ptr<Trace> trace_;
+    std::chrono::milliseconds runs_;
+    bool stoppable_;
+};
+
+class FinishCounter : public JobManagement::JobHandler {
+public:
+    void OnJobStarted() override {}
+    void OnJobProgress(double) override {}
+    void OnJobPaused() override {}
+    void OnJobResumed() override {}
+    void OnJobMessage(const Common::Error&) override {}
+    void OnJobFinished(const Common::Error&) override { ++finished; }
+    std::atomic<int> finished{0};
+};
+
+TEST(LoopbackJobs, TimeLimitHoldsForJobsThatCannotStartInTheBackground) {
+    // In time: the job's own outcome, and the caller's handler hears its end.
+    {
+        auto trace = std::make_shared<ForegroundJob::Trace>();
+        FinishCounter handler;
+        auto limited = Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 20ms, false), 2000);
+        EXPECT_TRUE(limited->Run(&handler).Succeeded());
+        EXPECT_EQ(handler.finished, 1);
+        limited.reset();
+        EXPECT_TRUE(trace->WaitDestroyed(0ms));
+    }
+    // A job that a stop ends: stopped at the limit, and its outcome is given.
+    {
+        auto trace = std::make_shared<ForegroundJob::Trace>();
+        auto limited = Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 5000ms, true), 100);
+        const auto start = Clock::now();
+        EXPECT_TRUE(limited->Run(nullptr).Succeeded());
+        EXPECT_LT(Clock::now() - start, 2000ms);
+        EXPECT_TRUE(trace->Stopped);
+    }
+    // A job that ignores the stop: the caller gets the time-out at the limit and goes; its
+    // handler hears nothing more, and the job is destroyed once its run ends.
+    {
+        auto trace = std::make_shared<ForegroundJob::Trace>();
+        FinishCounter handler;
+        auto limited = Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 3000ms, false), 100);
+        const auto start = Clock::now();
+        EXPECT_EQ(limited->Run(&handler).Code(), Binding::kErrorJobTimedOut);
+        limited.reset();
+        EXPECT_LT(Clock::now() - start, 2000ms);
+        EXPECT_FALSE(trace->WaitDestroyed(0ms));
+        EXPECT_TRUE(trace->WaitDestroyed(5000ms));
+        EXPECT_EQ(handler.finished, 0);
+    }
 }
 
 }  // namespace
