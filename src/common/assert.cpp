@@ -93,9 +93,10 @@ std::atomic<std::uint32_t> g_defaultMask{Detail::kAssertDefault};
 void ReadSettings() {
     const char* variable = std::getenv("CORVANE_SAFE_ASSERT");
     g_settings.Mask = variable != nullptr ? Detail::ParseAssertMask(variable) : g_defaultMask.load();
-    // The target is opened even when the mask does not log yet: the host may turn logging
-    // on from code later.
-    if (const char* target = std::getenv("CORVANE_SAFE_ASSERT_LOGFILE")) {
+    // The target is read only by a mask that logs: a mask without logging must not create
+    // or open the file. A host that turns logging on later names its target from code.
+    const char* target = std::getenv("CORVANE_SAFE_ASSERT_LOGFILE");
+    if (target != nullptr && (g_settings.Mask & AssertToLog) != 0 && g_settings.Mask != Detail::kAssertOff) {
         g_settings.Log = Detail::OpenAssertLog(target);
     }
 }

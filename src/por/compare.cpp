@@ -666,7 +666,8 @@ bool UnitEqual(const View::Unit& a, const View::Unit& b) {
 }
 
 bool UnitValueEqual(const View::Unit& a, const View::Unit& b) {
-    return &a == &b || UnitValueEqualAt(a, b, 0);
+    // No shortcut for a unit against itself: a NaN is not equal to itself.
+    return UnitValueEqualAt(a, b, 0);
 }
 
 bool TraitsInclude(const View::Unit& a, const View::Unit& b) {

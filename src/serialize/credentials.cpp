@@ -43,11 +43,15 @@ Serialization::Serializer& operator<<(Serialization::Serializer& s, const Creden
 }
 
 Serialization::Deserializer& operator>>(Serialization::Deserializer& d, Credentials& value) {
-    d.Read(UserNameMeta(), value.UserName);
-    d.Read(PasswordMeta(), value.Password);
+    // Read whole into a pair of its own, so that a missing password leaves the user name as
+    // it was too.
+    Credentials read;
+    d.Read(UserNameMeta(), read.UserName);
+    d.Read(PasswordMeta(), read.Password);
     if (CredentialsHook* hook = t_hook) {
-        hook->Process(value);
+        hook->Process(read);
     }
+    value = std::move(read);
     return d;
 }
 

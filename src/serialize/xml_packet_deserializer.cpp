@@ -1,5 +1,7 @@
 #include <tessel_link/serialize/xml_packet_deserializer.h>
 
+#include <tessel_link/impl/serialize/scope_guards.h>
+
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -333,11 +335,18 @@ std::uint64_t XMLPacketDeserializer::GetSubjectVersion() {
 //
 // Nothing inside a value's element is read, so the element is not entered: what begin and
 // finish would do to the cursors and versions cancels out. Most elements of a record are
-// values, and entering each was an eighth of the time a record took to read.
+// values, and entering each was an eighth of the time a record took to read. A MetaInfo
+// with traits does enter it: the close then fails, as no element read back has traits, and
+// the guard logs that failure.
 template <class Convert>
 Deserializer& XMLPacketDeserializer::ReadValue(const MetaInfo& meta, Convert&& convert) {
     if (currentTag_ == nullptr) {
         ThrowNoData(TL_ORIGIN("Serialization::XMLPacketDeserializer::Read"));
+    }
+    if (meta.TypeTraits != nullptr || meta.MemberTraits != nullptr) [[unlikely]] {
+        const ReadScope element(*this, meta);
+        convert(currentTag_->Text().front());
+        return *this;
     }
     const Xml::XmlTag* tag = meta.Name.empty() ? currentTag_ : Child(meta);
     convert(tag->Text().front());

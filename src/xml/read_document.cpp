@@ -114,9 +114,13 @@ private:
     }
 
     // On AttributeName: reads '=' and the value, and returns the token behind the value,
-    // or Error.
+    // or Error. A name the tag has already fails before its value is read, so that the
+    // position reported is the name's.
     Token ReadAttribute() {
         const Detail::XmlName* name = builder_.Intern(lexer_.TokenName());
+        if (builder_.HasAttribute(name)) {
+            return Token::Error;
+        }
         if (lexer_.Next() != Token::AttributeEquals) {
             return Token::Error;
         }

@@ -211,6 +211,25 @@ TEST_F(AssertEnvironment, WordsReadTheLogTarget) {
     std::remove(path.c_str());
 }
 
+TEST_F(AssertEnvironment, OnlyAMaskThatLogsOpensTheLogTarget) {
+    // Neither a mask without the log bit nor one that turns assertions off creates the file.
+    const std::string path = ::testing::TempDir() + "tessel_assert_unused_log.txt";
+    for (const char* mask : {"debug", "0x42", "debug bogus"}) {
+        std::remove(path.c_str());
+        EXPECT_EXIT(
+            {
+                setenv("CORVANE_SAFE_ASSERT", mask, 1);
+                setenv("CORVANE_SAFE_ASSERT_LOGFILE", path.c_str(), 1);
+                (void)Common::Assert("one", "c.cpp", 1);
+                std::exit(0);
+            },
+            ::testing::ExitedWithCode(0), "")
+            << mask;
+        EXPECT_FALSE(std::ifstream(path).is_open()) << mask;
+    }
+    std::remove(path.c_str());
+}
+
 TEST_F(AssertEnvironment, UnknownWordSilencesEverything) {
     EXPECT_EXIT(
         {

@@ -253,6 +253,9 @@ TEST(Equality, ValueEqualityIgnoresTopTraitsOnly) {
     EXPECT_FALSE(UnitValueEqual(*Comp("a", Nil()), *Comp("a", Nil(), "b", Nil())));
     EXPECT_FALSE(UnitValueEqual(*Comp("a", Nil(), "b", Nil()), *Comp("a", Nil())));
     EXPECT_FALSE(UnitValueEqual(*Double(std::nan("")), *Double(std::nan(""))));
+    // Nor is a NaN equal to itself: no shortcut for a unit against itself.
+    const UnitPtr nan = Double(std::nan(""));
+    EXPECT_FALSE(UnitValueEqual(*nan, *nan));
 }
 
 TEST(Equality, TraitSetsMustIncludeEachOther) {

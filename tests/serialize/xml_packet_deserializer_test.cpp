@@ -314,6 +314,21 @@ TEST_F(PacketReader, FinishChecksNameAndTraits) {
     EXPECT_EQ(Fired().back(), "!\"XMLPacketDeserializer: No tags.\"");
 }
 
+TEST_F(PacketReader, AValueReadWithTraitsFailsItsClose) {
+    // A writer's MetaInfo, traits and all: the value is read, the close fails on the traits
+    // (logged, not thrown), and the reader stays inside the element, so the next sibling is
+    // not found from there.
+    auto& d = Open("<A>5</A><B>7</B>");
+    const auto traits = std::make_shared<const Serialization::MetaInfoTraits>();
+    std::uint32_t a = 0;
+    std::uint32_t b = 0;
+    d.Read(MetaInfo("A", nullptr, traits), a);
+    EXPECT_EQ(a, 5u);
+    EXPECT_EQ(Fired().back(), "!\"XMLPacketDeserializer: Inconsistent meta.\"");
+    EXPECT_EQ(Thrown([&] { d.Read(MetaInfo("B"), b); }), 0x9c0002u);
+    EXPECT_EQ(b, 0u);
+}
+
 TEST_F(PacketReader, EmptyNameReadsTheOpenElementsText) {
     auto& d = Open("<A>42<B>1</B></A>");
     std::uint32_t value = 0;

@@ -133,6 +133,22 @@ TEST(Credentials, TravelAsUserNameAndPasswordThroughTheThreadsHook) {
     EXPECT_EQ(hook.calls, 2);
 }
 
+TEST(Credentials, AReadThatFailsLeavesThePairAsItWas) {
+    // The user name is there, the password is not: the read fails, and neither changes.
+    const std::string packet = std::string(packet_test::kBom) +
+                               "<XML_SERIALIZER><L><UserName>new</UserName></L></XML_SERIALIZER>";
+    AccessManagement::Logon logon(u"old", u"oldpw");
+    auto d = Serialization::CreateXMLPacketDeserializer(packet.data(), packet.size(), 0);
+    try {
+        Serialization::ReadMember(*d, Serialization::MetaInfo("L"), logon);
+        FAIL() << "no error";
+    } catch (const Common::Error& error) {
+        EXPECT_EQ(error.Code(), 0x9c0002u);
+    }
+    EXPECT_EQ(logon.UserName(), u"old");
+    EXPECT_EQ(logon.Password(), u"oldpw");
+}
+
 // A serializer that takes containers whole and records what it was given.
 class ContainerTaker : public Serialization::XMLPacketSerializer, public Serialization::ContainerAwareSerializer {
 public:

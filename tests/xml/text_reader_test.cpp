@@ -49,7 +49,15 @@ TEST(TextReaderStructure, AttributesAreSortedUniqueAndSeparatePerElement) {
     EXPECT_EQ(Attribute(r.Root()->Children()[0], "z"), u"4");
     EXPECT_FALSE(r.Root()->Attributes().Contains("q"));
 
-    EXPECT_FALSE(Read("<a b=\"1\" b=\"2\"/>").Ok);
+    // A repeated name fails where it stands, before its value: the step that yields it
+    // begins at the quote before it, column 8, however long the values are.
+    for (const char* twice : {"<a b=\"1\" b=\"2\"/>", "<a b='1' b='22222222' c='x'/>"}) {
+        const auto failed = Read(twice);
+        EXPECT_FALSE(failed.Ok) << twice;
+        EXPECT_EQ(failed.Line, 1u) << twice;
+        EXPECT_EQ(failed.Column, 8u) << twice;
+        EXPECT_EQ(Attribute(failed.Root(), "b"), u"1") << twice;
+    }
 }
 
 TEST(TextReaderStructure, AttributesStaySortedWhenTagsRepeatOrChangeTheirNames) {

@@ -139,8 +139,9 @@ TL_API Common::Error MakeCorruptedBlobError(const unsigned char* data, std::size
 TL_API void WriteBlob(const View::Unit& unit, std::vector<unsigned char>& bytes);
 
 // The tree of a binary form, made with `factory`; an empty blob gives null. Every failure,
-// also one of the tree being built (a property named twice with values of different kinds),
-// is raised as the corruption error, with the original failure as its cause.
+// also one that `factory` raises while the tree is built, is raised as the corruption error,
+// with the original failure as its cause. A property named twice keeps its later value, as
+// when a composite is given the same name again.
 TL_API UnitPtr ReadBlob(const unsigned char* data, std::size_t size,
                         Construction::UnitFactory& factory);
 inline UnitPtr ReadBlob(const std::vector<unsigned char>& bytes,

@@ -15,7 +15,7 @@ namespace Common {
 // A user name and its password, as a record carries them.
 struct Credentials {
     std::u16string UserName;  // the user
-    std::u16string Password;  // the user's password, obscured on the wire
+    std::u16string Password;  // the user's password, written as it stands
 
     // Same user and password.
     friend bool operator==(const Credentials&, const Credentials&) = default;
@@ -34,7 +34,8 @@ TL_API CredentialsHook* GetCredentialsHook();
 // Installs `hook` for the calling thread (null removes it) and returns the previous one.
 TL_API CredentialsHook* SetCredentialsHook(CredentialsHook* hook);
 
-// Writes the credentials, the password obscured, after the hook saw a copy.
+// Writes the credentials as they stand (neither is an obscured value), after the hook saw a
+// copy.
 TL_API Serialization::Serializer& operator<<(Serialization::Serializer& s, const Credentials& value);
 // Reads the credentials and hands them to the hook.
 TL_API Serialization::Deserializer& operator>>(Serialization::Deserializer& d, Credentials& value);

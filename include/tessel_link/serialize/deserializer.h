@@ -42,6 +42,15 @@ public:
     // A look at the next unread child of the open element (name only, Ordered clear, no
     // traits), or an empty MetaInfo. Nothing is consumed.
     virtual MetaInfo NextMetaInfo() = 0;
+    // Enters the element that `meta` names.
+    virtual void BeginReadMetaInfo(const MetaInfo& meta) = 0;
+    virtual void FinishReadMetaInfo(const MetaInfo& meta) = 0;  // leaves it
+    // The version in force for the element just entered.
+    virtual std::uint64_t GetSubjectVersion() = 0;
+
+    // Two questions of the library's own, after the slots that every reader has, so that a
+    // reader built to the interface above keeps its layout.
+    //
     // Whether NextMetaInfo() == meta. Readers answer it without building a MetaInfo, which
     // matters in the loop over a sequence's items.
     virtual bool NextIs(const MetaInfo& meta);
@@ -49,11 +58,6 @@ public:
     // other; 0 when the reader cannot tell without reading them. Only a hint, for reserving
     // room before a sequence is read.
     virtual std::size_t CountNext(const MetaInfo& meta);
-    // Enters the element that `meta` names.
-    virtual void BeginReadMetaInfo(const MetaInfo& meta) = 0;
-    virtual void FinishReadMetaInfo(const MetaInfo& meta) = 0;  // leaves it
-    // The version in force for the element just entered.
-    virtual std::uint64_t GetSubjectVersion() = 0;
 };
 
 }  // namespace Serialization
