@@ -195,7 +195,7 @@ rio_file* nt_dir::OpenFileAt(const Target& target, Platform::FileAccess access,
                              const char* function, FileErrorCode fallback) {
     Platform::FileHandle file = Platform::kNoHandle;
     const Platform::SystemError failure =
-        io_->OpenFile(target.At, target.Name, access, disposition, followLinks, file);
+        io_->OpenFile(target.At, target.Name, access, disposition, followLinks, false, file);
     if (failure.Failed()) {
         Fail(function, "openat", target.Path, failure, fallback);
         return nullptr;
@@ -221,6 +221,28 @@ rio_dir* nt_dir::OpenDirAt(const Target& target, const char* function) {
 }
 
 // Opens ------------------------------------------------------------------------------------
+
+rio_file* nt_dir::OpenNoCacheAt(const Target& target, open_mode mode) {
+    const OpenRule rule = RuleOf(mode);
+    Platform::FileHandle file = Platform::kNoHandle;
+    const Platform::SystemError failure =
+        io_->OpenFile(target.At, target.Name, rule.Access, rule.Disposition, true, true, file);
+    if (failure.Failed()) {
+        Fail("nt_dir::OpenNoCache", "openat", target.Path, failure, rule.Fallback);
+        return nullptr;
+    }
+    return MakeNoCacheFile(Platform::SystemFileIo(), file, target.Path, token_).release();
+}
+
+rio_file* nt_dir::OpenNoCache(const char16_t* name, open_mode mode) {
+    Target t;
+    return Resolve(name, "nt_dir::OpenNoCache", t) ? OpenNoCacheAt(t, mode) : nullptr;
+}
+
+rio_file* nt_dir::OpenNoCache(const file_identifier& id, open_mode mode) {
+    Target t;
+    return Resolve(id, "nt_dir::OpenNoCache", t) ? OpenNoCacheAt(t, mode) : nullptr;
+}
 
 rio_file* nt_dir::OpenI(const file_identifier& id) {
     Target t;
@@ -784,12 +806,15 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             ClearError();
             return true;
         }
+        case nocache_dir_command::kCode:
+            static_cast<nocache_dir_command&>(command).Dir = this;
+            ClearError();
+            return true;
         case kSecurityRequestCommand:
         case kPendingRenameCommand:
         case kShortNameCommand:
         case kEncryptCommand:
         case kSystemPropertyCommand:
-        case kNoCacheDirCommand:
             SetError(MakeFileError(TL_ORIGIN("nt_dir::IOCTL"), kNotSupported));
             return false;
         default:

@@ -24,7 +24,7 @@
 
 namespace File {
 
-class nt_dir final : public rio_dir, public dir_watch {
+class nt_dir final : public rio_dir, public dir_watch, public nocache_dir {
 public:
     // Takes over `handle`, opened for `path` (ending in '/'); the root has kAtCurrent and an
     // empty path. With a `token`, the directory and everything opened or listed from it act
@@ -98,6 +98,9 @@ public:
 
     bool IOCTL(ioctl_command& command) override;
 
+    rio_file* OpenNoCache(const char16_t* name, open_mode mode) override;
+    rio_file* OpenNoCache(const file_identifier& id, open_mode mode) override;
+
 private:
     // Where a name leads: the directory to resolve it against, the name as the system
     // takes it, and the path for messages.
@@ -114,6 +117,7 @@ private:
     bool Fail(const char* function, const char* call, const std::u16string& path,
               const Platform::SystemError& failure, FileErrorCode fallback);
 
+    rio_file* OpenNoCacheAt(const Target& target, open_mode mode);
     rio_file* OpenFileAt(const Target& target, Platform::FileAccess access,
                          Platform::FileDisposition disposition, bool followLinks,
                          const char* function, FileErrorCode fallback);

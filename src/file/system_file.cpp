@@ -358,14 +358,6 @@ bool system_file::IOCTL(ioctl_command& command) {
     }
 }
 
-namespace {
-
-struct OpenRule {
-    Platform::FileAccess Access = Platform::FileAccess::ReadWrite;
-    Platform::FileDisposition Disposition = Platform::FileDisposition::OpenExisting;
-    FileErrorCode Fallback = kOpenFailed;
-};
-
 OpenRule RuleOf(open_mode mode) {
     using Platform::FileAccess;
     using Platform::FileDisposition;
@@ -383,6 +375,19 @@ OpenRule RuleOf(open_mode mode) {
     }
     return {};
 }
+
+std::unique_ptr<nocache_file> MakeNoCacheFile(Platform::FileIo& io, Platform::FileHandle handle,
+                                              const std::u16string& path,
+                                              const std::shared_ptr<SubstToken>& token) {
+    // Where the medium tells no sector size, a page is a multiple of every sector size.
+    Platform::SectorSizes sizes;
+    const std::uint32_t alignment = io.GetSectorSizes(handle, sizes).Failed() || sizes.Logical == 0
+                                        ? kDefaultNoCacheAlignment
+                                        : sizes.Logical;
+    return std::make_unique<nocache_file>(io, handle, path, alignment, token);
+}
+
+namespace {
 
 Platform::FileHandle OpenHandle(Platform::FileIo& io, const std::u16string& path, open_mode mode,
                                 bool unbuffered, const char* origin,
@@ -424,12 +429,7 @@ std::unique_ptr<rio_file> OpenNoCacheFile(Platform::FileIo& io, const std::u16st
     if (handle == Platform::kNoHandle) {
         return nullptr;
     }
-    // Where the medium tells no sector size, a page is a multiple of every sector size.
-    Platform::SectorSizes sizes;
-    const std::uint32_t alignment = io.GetSectorSizes(handle, sizes).Failed() || sizes.Logical == 0
-                                        ? kDefaultNoCacheAlignment
-                                        : sizes.Logical;
-    return std::make_unique<nocache_file>(io, handle, path, alignment, token);
+    return MakeNoCacheFile(io, handle, path, token);
 }
 
 std::unique_ptr<rio_file> OpenSystemFile(const std::u16string& path, open_mode mode,

@@ -105,6 +105,20 @@ private:
 // The alignment of unbuffered transfers where the medium tells none.
 inline constexpr std::uint32_t kDefaultNoCacheAlignment = 4096;
 
+// How a file is opened in each mode, and the code of its failure.
+struct OpenRule {
+    Platform::FileAccess Access = Platform::FileAccess::ReadWrite;
+    Platform::FileDisposition Disposition = Platform::FileDisposition::OpenExisting;
+    FileErrorCode Fallback = kOpenFailed;
+};
+OpenRule RuleOf(open_mode mode);
+
+// The unbuffered file over `handle`, opened past the cache, with the alignment its medium
+// asks for.
+std::unique_ptr<nocache_file> MakeNoCacheFile(Platform::FileIo& io, Platform::FileHandle handle,
+                                              const std::u16string& path,
+                                              const std::shared_ptr<SubstToken>& token);
+
 // Opens `path` through `io`, as the user of `token` when there is one; null with `error` set
 // on failure.
 std::unique_ptr<rio_file> OpenFile(Platform::FileIo& io, const std::u16string& path, open_mode mode,

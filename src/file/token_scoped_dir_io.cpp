@@ -20,9 +20,10 @@ public:
     Platform::SystemError OpenFile(Platform::DirHandle at, const std::string& name,
                                    Platform::FileAccess access,
                                    Platform::FileDisposition disposition, bool followLinks,
-                                   Platform::FileHandle& file) override {
-        return Acting(
-            [&] { return inner_->OpenFile(at, name, access, disposition, followLinks, file); });
+                                   bool unbuffered, Platform::FileHandle& file) override {
+        return Acting([&] {
+            return inner_->OpenFile(at, name, access, disposition, followLinks, unbuffered, file);
+        });
     }
     // Closing is not an access to the disk, and must not fail for want of a scope.
     Platform::SystemError CloseDir(Platform::DirHandle dir) override {

@@ -89,8 +89,9 @@ public:
     virtual ~DirIo() = default;
 
     virtual SystemError OpenDir(DirHandle at, const std::string& name, DirHandle& dir) = 0;
+    // `unbuffered` opens past the system's cache (O_DIRECT), as FileIo::Open does.
     virtual SystemError OpenFile(DirHandle at, const std::string& name, FileAccess access,
-                                 FileDisposition disposition, bool followLinks,
+                                 FileDisposition disposition, bool followLinks, bool unbuffered,
                                  FileHandle& file) = 0;
     virtual SystemError CloseDir(DirHandle dir) = 0;
     // Reads the next block of entry records into `buffer`; `got` 0 is the end.

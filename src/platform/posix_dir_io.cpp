@@ -52,7 +52,7 @@ public:
     }
 
     SystemError OpenFile(DirHandle at, const std::string& name, FileAccess access,
-                         FileDisposition disposition, bool followLinks,
+                         FileDisposition disposition, bool followLinks, bool unbuffered,
                          FileHandle& file) override {
         file = kNoHandle;
         if (Bad(name)) {
@@ -61,6 +61,9 @@ public:
         int flags = OpenFlags(access, disposition);
         if (!followLinks) {
             flags |= O_NOFOLLOW;
+        }
+        if (unbuffered) {
+            flags |= O_DIRECT;
         }
         int fd;
         do {

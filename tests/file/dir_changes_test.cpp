@@ -5,9 +5,11 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <tessel_link/common/unicode.h>
 
 #include "dir_test_tree.h"
 #include "file/nt_dir.h"
+#include "file/system_file.h"
 #include "support/error_parts.h"
 #include "support/fake_dir_io.h"
 
@@ -190,6 +192,48 @@ TEST(SystemDir, PathsIdentifiersAndComparison) {
     std::unique_ptr<File::rio_dir> a(dir->OpenDir(*subdirs));
     ASSERT_TRUE(a);
     EXPECT_EQ(dynamic_cast<File::nt_dir&>(*a).Path(), tree.Wide() + u"/a/");
+}
+
+TEST(SystemDir, OpensPastTheCacheThroughItsNoCachePart) {
+    TempTree tree;
+    tree.Write("file", "cached");
+    FakeDirIo io;
+    io.bufferedOnly = true;  // the test's files may live where unbuffered opens are refused
+    auto dir = OpenTree(io, tree);
+    File::nocache_dir_command part;
+    ASSERT_TRUE(dir->IOCTL(part));
+    ASSERT_NE(part.Dir, nullptr);
+
+    // Each open asks for the file past the cache, and hands out the unbuffered file.
+    std::unique_ptr<File::rio_file> existing(part.Dir->OpenNoCache(u"file", File::open_mode::read));
+    ASSERT_TRUE(existing) << Common::Utf16ToUtf8(dir->GetError().Text());
+    EXPECT_TRUE(io.lastOpenUnbuffered);
+    EXPECT_NE(dynamic_cast<File::nocache_file*>(existing.get()), nullptr);
+    EXPECT_EQ(existing->Size(), 6u);
+    std::unique_ptr<File::rio_file> made(part.Dir->OpenNoCache(u"new", File::open_mode::create_new));
+    ASSERT_TRUE(made);
+    EXPECT_EQ(::access(tree.At("new").c_str(), F_OK), 0);
+
+    // By identifier, from an iterator of the directory.
+    std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
+    while (!it->Failed() && std::u16string(it->GetName()) != u"file") {
+        it->Next();
+    }
+    ASSERT_FALSE(it->Failed());
+    std::unique_ptr<File::file_identifier> id(it->GetIdentifier());
+    std::unique_ptr<File::rio_file> byId(part.Dir->OpenNoCache(*id, File::open_mode::read_write));
+    ASSERT_TRUE(byId);
+
+    // Failures are recorded on the directory, as its other opens record them.
+    EXPECT_EQ(part.Dir->OpenNoCache(u"missing", File::open_mode::read), nullptr);
+    EXPECT_EQ(dir->GetError().Code(), 0x40011u);
+    EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::OpenNoCache");
+    EXPECT_STREQ(dir->GetError().GetAnsi("function"), "openat");
+    io.FailOn(DirCall::OpenFile, Platform::SystemError{19, EROFS});
+    EXPECT_EQ(part.Dir->OpenNoCache(u"other", File::open_mode::create), nullptr);
+    EXPECT_EQ(dir->GetError().Code(), 0x4000cu);  // read-only
+    EXPECT_EQ(part.Dir->OpenNoCache(nullptr, File::open_mode::read), nullptr);
+    EXPECT_EQ(dir->GetError().Code(), 0x40007u);
 }
 
 TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {

@@ -40,6 +40,10 @@ public:
     // Entry blocks are cut to this size, to make many reads of small directories.
     std::size_t blockLimit = 0;
     int openDirs = 0;
+    // Whether the last file opened was asked for past the cache; with `bufferedOnly` it is
+    // then opened through the cache all the same.
+    bool lastOpenUnbuffered = false;
+    bool bufferedOnly = false;
     // When not empty, blocks of raw entry records read in turn instead of the directory's
     // (each cut to the size asked for); an empty block is the end of the directory.
     std::deque<std::string> blocks;
@@ -60,11 +64,14 @@ public:
     Platform::SystemError OpenFile(Platform::DirHandle at, const std::string& name,
                                    Platform::FileAccess access,
                                    Platform::FileDisposition disposition, bool follow,
-                                   Platform::FileHandle& file) override {
+                                   bool unbuffered, Platform::FileHandle& file) override {
+        lastOpenUnbuffered = unbuffered;
         if (auto f = Take(Call::OpenFile)) {
             return *f;
         }
-        return real_.OpenFile(at, name, access, disposition, follow, file);
+        // Where the test's files live may refuse unbuffered opens (tmpfs does): the request
+        // is noted above, and the file opened as any.
+        return real_.OpenFile(at, name, access, disposition, follow, unbuffered && !bufferedOnly, file);
     }
     Platform::SystemError CloseDir(Platform::DirHandle dir) override {
         --openDirs;

@@ -12,6 +12,7 @@
 #include <tessel_link/export.h>
 #include <tessel_link/file/dir_object.h>
 #include <tessel_link/file/file_object.h>
+#include <tessel_link/file/system_file.h>
 #include <tessel_link/file/token_substitution.h>
 #include <tessel_link/file/usn_journal.h>
 
@@ -131,6 +132,25 @@ struct token_command : ioctl_command {
     std::shared_ptr<SubstToken> Token;  // the token, on success; null for the process's own
 };
 
+// The part of a system directory that opens its files past the system's cache, for transfers
+// that must reach the medium without passing through (or pushing out) what the cache holds.
+// Such a file follows the rules of OpenSystemFileNoCache. Failures are recorded on the
+// directory, as for its other opens.
+class TL_API nocache_dir : public virtual file_object {
+public:
+    // Opens the file `name` of the directory past the cache; null on failure.
+    virtual rio_file* OpenNoCache(const char16_t* name, open_mode mode) = 0;
+    // Opens the entry of `id` (from one of the directory's iterators) past the cache.
+    virtual rio_file* OpenNoCache(const file_identifier& id, open_mode mode) = 0;
+};
+
+// Hands out the directory's nocache_dir part, which lives as long as the directory.
+struct nocache_dir_command : ioctl_command {
+    static constexpr std::uint32_t kCode = CommandCode("NCDR");  // the command's code
+    nocache_dir_command() { Code = kCode; }
+    nocache_dir* Dir = nullptr;  // the directory's part, on success
+};
+
 // Commands without a subject on this platform yet: they answer 0x4000e.
 inline constexpr std::uint32_t kBackupCommand = CommandCode("BKUP");
 inline constexpr std::uint32_t kRestoreCommand = CommandCode("RSTR");
@@ -139,6 +159,5 @@ inline constexpr std::uint32_t kPendingRenameCommand = CommandCode("PDRN");
 inline constexpr std::uint32_t kShortNameCommand = CommandCode("SSFN");
 inline constexpr std::uint32_t kEncryptCommand = CommandCode("CRPT");
 inline constexpr std::uint32_t kSystemPropertyCommand = CommandCode("GSYP");
-inline constexpr std::uint32_t kNoCacheDirCommand = CommandCode("NCDR");
 
 }  // namespace File
