@@ -17,31 +17,38 @@ class ThreadCache {
 public:
     // This thread's value, made on first use; null once the thread's teardown has taken it.
     static T* Get() {
-        if (t_state == State::Kept) [[likely]] {
-            return t_value;
+        Slot& slot = t_slot;
+        if (slot.Phase == State::Kept) [[likely]] {
+            return slot.Value;
         }
-        if (t_state == State::Gone) {
+        if (slot.Phase == State::Gone) {
             return nullptr;
         }
-        t_value = new T();
+        slot.Value = new T();
         (void)&t_owner;  // the first touch registers the owner's end with the thread
-        t_state = State::Kept;
-        return t_value;
+        slot.Phase = State::Kept;
+        return slot.Value;
     }
 
 private:
     enum class State : unsigned char { Unmade, Kept, Gone };
 
+    // Trivially destructible, so that it can be reached at any time without a guard.
+    struct Slot {
+        T* Value;
+        State Phase;
+    };
+
     struct Owner {
         ~Owner() {
-            t_state = State::Gone;
-            delete t_value;
-            t_value = nullptr;
+            Slot& slot = t_slot;
+            slot.Phase = State::Gone;
+            delete slot.Value;
+            slot.Value = nullptr;
         }
     };
 
-    static inline thread_local T* t_value = nullptr;
-    static inline thread_local State t_state = State::Unmade;
+    static inline thread_local Slot t_slot{nullptr, State::Unmade};
     static inline thread_local Owner t_owner;
 };
 
