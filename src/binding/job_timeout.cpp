@@ -164,7 +164,7 @@ private:
             return result;
         }
         (void)inner_->Stop();
-        // The job may have ended while it was being stopped; a stopped job ends soon.
+        // The job may have ended while it was being stopped.
         if (run->Wait(0, result)) {
             return result;
         }
