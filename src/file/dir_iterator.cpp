@@ -394,7 +394,11 @@ TL_WALK_HOT bool nt_dir_iterator::Next() {
 
 [[gnu::noinline]] bool nt_dir_iterator::Step() {
     if (InError()) {
-        return false;
+        if (!entryFailed_) {
+            return false;
+        }
+        ClearError();
+        entryFailed_ = false;
     }
     if (mode_ != Mode::Listing) {
         Finish();
@@ -559,6 +563,7 @@ TL_WALK_INLINE const Platform::EntryStatus* nt_dir_iterator::StatusInPlace() {
 }
 
 [[gnu::cold]] void nt_dir_iterator::RecordStatusFailure(Platform::SystemError failure) {
+    entryFailed_ = true;
     RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetStatus"), "fstatat",
                                 GetFullPath(), failure, kOpenFailed));
 }
@@ -730,6 +735,7 @@ const char16_t* nt_dir_iterator::GetSymLinkTarget() {
         const Platform::SystemError failure =
             io_->ReadLink(fd_, std::string(name_, NameSize()), target);
         if (failure.Failed()) {
+            entryFailed_ = true;
             RecordError(MakeSystemError(TL_ORIGIN("nt_dir::iterator::GetSymLinkTarget"),
                                         "readlinkat", GetFullPath(), failure, kOpenFailed));
             return nullptr;

@@ -128,6 +128,9 @@ private:
     // into asciiWide_, any other into wide_; wideName_ points at the one in use.
     bool wideReady_ = false;
     bool statusReady_ = false;
+    // The recorded error is the status of the current entry failing (the entry may have gone
+    // since its block was read): it tells the caller, and does not end the walk.
+    bool entryFailed_ = false;
     bool targetReady_ = false;
     bool fullPathReady_ = false;
     std::size_t filled_ = 0;

@@ -12,13 +12,15 @@
 
 namespace File {
 
-// A file of the operating system over an open handle. Transfers are cut at 0x80000000 bytes
+// A file of the operating system over an open handle. Transfers are cut at 0x7ffff000 bytes
 // and retried in smaller pieces when the system runs short, so that a backup on a loaded
 // machine finishes instead of failing at the first refusal.
 class system_file : public rio_file {
 public:
-    // The largest piece of one transfer, within the 32-bit counts of every system call.
-    static constexpr std::uint64_t kLargestTransfer = 0x80000000u;
+    // The largest piece of one transfer: the most that one read or write of the kernel moves
+    // (a larger one comes back short, and a short read is the end of the file). A multiple
+    // of every sector size.
+    static constexpr std::uint64_t kLargestTransfer = 0x7ffff000u;
     // The smallest piece that a read runs short of resources is halved to.
     static constexpr std::uint64_t kSmallestReadPiece = 4096;
     // Ranges that the first ask for the allocation map has room for.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <tessel_link/common/unicode.h>
 
 #include "dir_test_tree.h"
 #include "file/nt_dir.h"
@@ -122,6 +123,36 @@ TEST(DirEntryInfo, AFailedStatusIsRecordedAndLeavesTheName) {
     EXPECT_FALSE(it->GetEntryInfo(info));
     EXPECT_EQ(info.Name, nullptr);
     EXPECT_EQ(io.Calls(FakeDirIo::Call::Status), 1);
+}
+
+TEST(DirEntryInfo, AnEntryThatGoesDuringTheWalkDoesNotEndIt) {
+    // Entries deleted after their block was read: each one's size fails where asked, and
+    // the walk goes on to all the others and ends as any walk ends.
+    TempTree tree;
+    for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
+        tree.Write(name, "xyz");
+    }
+    auto dir = OpenTree(Platform::SystemDirIo(), tree);
+    std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
+    ASSERT_FALSE(it->Failed());
+    std::vector<std::u16string> seen;
+    int vanished = 0;
+    for (bool more = true; more; more = it->Next()) {
+        const std::u16string name = it->GetName();
+        seen.push_back(name);
+        if (seen.size() % 3 == 1) {
+            ASSERT_EQ(::unlink(tree.At(Common::Utf16ToUtf8(name)).c_str()), 0);
+            EXPECT_EQ(it->GetSize(), 0u);
+            EXPECT_EQ(it->GetError().Code(), 0x40011u);  // the file is gone
+            ++vanished;
+        } else {
+            EXPECT_EQ(it->GetSize(), 3u);
+            EXPECT_FALSE(it->Failed());
+        }
+    }
+    EXPECT_EQ(seen.size(), 8u);
+    EXPECT_EQ(vanished, 3);
+    EXPECT_EQ(it->GetError().Code(), 0x40002u);
 }
 
 TEST(DirEntryInfo, AnEntryOfUnknownTypeTakesItsTypeFromTheStatus) {

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <unordered_set>
+
 #include "por/por_errors.h"
 #include "por_test_util.h"
 
@@ -91,6 +94,13 @@ TEST(UnitNames, CompareByUnsignedBytesAndNeverByHash) {
     EXPECT_NE(UnitName::Literal("Version").Hash(), UnitName("Version").Hash());
     EXPECT_EQ(UnitName::Literal("a").Hash(), UnitName::HashBytes("a", 2));
     EXPECT_EQ(UnitName("").Hash(), 0u);
+    // Hashed containers go by the text, as equality does: a literal and a copy are one key.
+    std::unordered_set<UnitName> names{UnitName::Literal("Version")};
+    for (int i = 0; i < 100; ++i) {
+        names.insert(UnitName("n" + std::to_string(i)));
+    }
+    EXPECT_FALSE(names.insert(UnitName("Version")).second);
+    EXPECT_EQ(names.size(), 101u);
 }
 
 TEST(UnitNames, HashFoldsEachByte) {

@@ -98,8 +98,9 @@ public:
         auto& [path, pos] = open_[h];
         File& file = files[path];
         const std::uint64_t size = file.virtualSize != 0 ? file.virtualSize : file.data.size();
-        read =
-            pos < size ? static_cast<std::size_t>(std::min<std::uint64_t>(count, size - pos)) : 0;
+        // As the kernel does, one call moves at most 0x7ffff000 bytes.
+        const std::uint64_t most = std::min<std::uint64_t>(count, 0x7ffff000u);
+        read = pos < size ? static_cast<std::size_t>(std::min<std::uint64_t>(most, size - pos)) : 0;
         if (file.virtualSize == 0 && read != 0) {
             std::memcpy(buffer, file.data.data() + pos, read);
         }

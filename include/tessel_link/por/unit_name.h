@@ -131,10 +131,11 @@ private:
 
 }  // namespace Por
 
+// Hashes a unit name by its text, as equality compares it. (The stored hash can't serve:
+// a literal's covers its terminating zero, a copy's does not, and the two are equal names.)
 template <>
-// Hashes a unit name by its stored hash.
 struct std::hash<Por::UnitName> {
-    std::size_t operator()(const Por::UnitName& name) const noexcept {  // the stored hash
-        return static_cast<std::size_t>(name.Hash());
+    std::size_t operator()(const Por::UnitName& name) const noexcept {
+        return std::hash<std::string_view>{}(std::string_view(name.c_str()));
     }
 };
