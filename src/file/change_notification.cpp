@@ -165,6 +165,13 @@ void NotificationService::Remove(std::uint32_t token) {
 std::uint32_t NotificationService::UpdateNotification(std::uint32_t token,
                                                       Platform::ChangeHandle handle, i_dir* dir,
                                                       dir_notification* notify) {
+    const std::uint32_t result = UpdateLocked(token, handle, dir, notify);
+    JoinStopped();
+    return result;
+}
+
+std::uint32_t NotificationService::UpdateLocked(std::uint32_t token, Platform::ChangeHandle handle,
+                                                i_dir* dir, dir_notification* notify) {
     const Common::ScopedLock<Common::RecursiveLock> hold(lock_);
     const bool complete = dir != nullptr && notify != nullptr;
     if (token == 0) {
@@ -245,14 +252,40 @@ void NotificationService::DestroyBucket(Bucket* bucket) {
     bucket->stop = true;
     const std::uintptr_t thread = bucket->thread;
     bucket->thread = 0;
-    if (Common::CurrentThreadId() != bucket->threadId) {
+    if (Common::CurrentThreadId() != bucket->threadId && lock_.RecursionCount() == 1) {
+        // Joined once the lock is let go: the thread may be in a callback, after which it
+        // takes the lock.
         bucket->semaphore.Signal();
-        Common::JoinThread(thread);
-        delete bucket;
+        bucket->stoppedThread = thread;
+        bucket->next = stopped_;
+        stopped_ = bucket;
     } else {
-        // Ended from its own callback: the thread finishes its turn and frees the bucket.
+        // Ended from its own callback, or from a frame inside one that holds the lock (the
+        // end of another bucket's fresh directory): the thread finishes its turn and frees
+        // the bucket.
         bucket->orphaned = true;
+        if (Common::CurrentThreadId() != bucket->threadId) {
+            bucket->semaphore.Signal();  // paused above
+        }
         Common::DetachThread(thread);
+    }
+}
+
+void NotificationService::JoinStopped() {
+    Bucket* stopped = nullptr;
+    {
+        const Common::ScopedLock<Common::RecursiveLock> hold(lock_);
+        if (lock_.RecursionCount() > 1 || stopped_ == nullptr) {
+            return;
+        }
+        stopped = stopped_;
+        stopped_ = nullptr;
+    }
+    while (stopped != nullptr) {
+        Bucket* next = stopped->next;
+        Common::JoinThread(stopped->stoppedThread);
+        delete stopped;
+        stopped = next;
     }
 }
 
@@ -324,16 +357,18 @@ void NotificationService::Deliver(Bucket& bucket, Item& item, std::uint32_t slot
     notify->Notify(*fresh);
     notify->Release();
 
-    const Common::ScopedLock<Common::RecursiveLock> hold(lock_);
-    bucket.semaphore.Wait();
-    if (watch->NotificationToken() == token && item.RefCount > 1) {
-        --item.RefCount;
-        watch->SetNotificationToken(0);  // so that its end doesn't end the watch
-        if (item.Dir == fresh.get()) {
-            item.Dir = owner;  // given a new callback through it: the watch stays the owner's
+    {
+        const Common::ScopedLock<Common::RecursiveLock> hold(lock_);
+        bucket.semaphore.Wait();
+        if (watch->NotificationToken() == token && item.RefCount > 1) {
+            --item.RefCount;
+            watch->SetNotificationToken(0);  // so that its end doesn't end the watch
+            if (item.Dir == fresh.get()) {
+                item.Dir = owner;  // given a new callback through it: the watch stays the owner's
+            }
         }
+        fresh.reset();
     }
-    fresh.reset();
 }
 
 std::size_t NotificationService::RunningThreads() const noexcept {

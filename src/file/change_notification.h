@@ -80,8 +80,12 @@ private:
         bool stop = false;
         // Set when the bucket was destroyed from its own thread, which then frees it.
         bool orphaned = false;
+        // A bucket told to stop waits here for its thread to be joined.
+        std::uintptr_t stoppedThread = 0;
     };
 
+    std::uint32_t UpdateLocked(std::uint32_t token, Platform::ChangeHandle handle, i_dir* dir,
+                               dir_notification* notify);
     std::uint32_t Add(Platform::ChangeHandle handle, i_dir* dir, dir_notification* notify);
     void Remove(std::uint32_t token);
     Item* Find(std::uint32_t token, Bucket** bucket);
@@ -89,6 +93,10 @@ private:
     bool Resume(Bucket& bucket);
     void DestroyBuckets();
     void DestroyBucket(Bucket* bucket);
+    // Joins the threads of the buckets told to stop, and frees them: outside the lock, since a
+    // thread may need it to finish the callback it is in. Called where an entry point lets
+    // the lock go; a nested call leaves them to the outer one.
+    void JoinStopped();
 
     static unsigned ThreadMain(void* arg);
     void Run(Bucket& bucket);
@@ -97,6 +105,7 @@ private:
     Platform::ChangeNotifications& platform_;
     mutable Common::RecursiveLock lock_;
     Bucket* head_ = nullptr;
+    Bucket* stopped_ = nullptr;  // linked by `next`
     std::uint32_t TotalItemCount = 0;
     std::atomic<std::size_t> running_{0};
 };

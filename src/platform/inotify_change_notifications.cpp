@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <tessel_link/common/unicode.h>
+#include <tessel_link/file/system_dir.h>
 
 #include "platform/change_notifications.h"
 #include "platform/posix_errors.h"
@@ -52,7 +52,7 @@ class InotifyChangeNotifications final : public ChangeNotifications {
 public:
     SystemError Watch(const std::u16string& path, ChangeHandle& watch) override {
         watch = 0;
-        const std::string name = Common::Utf16ToUtf8(path);
+        const std::string name = File::WideNameToNative(path);
         if (name.empty() || name.find('\0') != std::string::npos) {
             return FromErrno(ENOENT);
         }

@@ -117,6 +117,9 @@ SystemError ReadRecords(std::span<const unsigned char> image, const void* input,
             }
             std::memcpy(out + written, record, length);
             written += length;
+        }
+        if (started) {
+            // Past every record looked at, also one that the mask leaves out.
             next = usn + static_cast<std::int64_t>(length);
         }
         offset += length;

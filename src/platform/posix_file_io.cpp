@@ -16,7 +16,7 @@
 #include <cstdio>
 #include <string>
 
-#include <tessel_link/common/unicode.h>
+#include <tessel_link/file/system_dir.h>
 
 #include "platform/file_io.h"
 #include "platform/file_time.h"
@@ -79,7 +79,7 @@ public:
         if (unbuffered) {
             flags |= O_DIRECT;
         }
-        const std::string name = Common::Utf16ToUtf8(path);
+        const std::string name = File::WideNameToNative(path);
         if (name.find('\0') != std::string::npos) {
             return FromErrno(EINVAL);
         }

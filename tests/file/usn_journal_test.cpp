@@ -95,6 +95,21 @@ TEST_F(UsnJournalTest, ReadsEveryRecordFromTheOldestOrAGivenStart) {
     EXPECT_EQ(ReadAllRecords(*fromB).size(), 2u);
 }
 
+TEST_F(UsnJournalTest, RecordsThatNoReasonSelectsAreSteppedOver) {
+    // Records that the mask leaves out still advance the next USN, as the system's journal
+    // does: at the end of the image it is the journal's own.
+    const File::USN a = image.Add(100, 5, u"a");
+    image.Add(101, 5, u"no reason", 0);
+    const File::USN c = image.Add(102, 5, u"c");
+    image.Add(103, 5, u"no reason either", 0);
+    auto journal = Open();
+    auto reader = Reader(*journal, 0);
+    std::vector<std::pair<File::USN, std::u16string>> read;
+    EXPECT_EQ(ThrownCode([&] { read = ReadAllRecords(*reader); }), 0u);
+    EXPECT_EQ(read, (std::vector<std::pair<File::USN, std::u16string>>{{a, u"a"}, {c, u"c"}}));
+    EXPECT_EQ(reader->NextUsn(), image.NextUsn());
+}
+
 TEST_F(UsnJournalTest, StartAtTheOldestWorksAndOneBeforeItIsRefused) {
     image.Add(1, 0, u"gone");
     const File::USN kept = image.Add(2, 0, u"kept");

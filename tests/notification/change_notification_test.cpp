@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 #include <atomic>
 #include <chrono>
@@ -15,6 +16,7 @@
 #include <tessel_link/common/unicode.h>
 #include <tessel_link/file/dir_notification.h>
 #include <tessel_link/file/system_dir.h>
+#include <tessel_link/file/system_file.h>
 #include <tessel_link/file/usn_journal.h>
 
 #include "file/change_notification.h"
@@ -239,6 +241,32 @@ TEST_F(ChangeNotificationTest, WatchRemovedInItsOwnCallbackHoldsItsSlotUntilItRe
     EXPECT_EQ(service.SlotHandle(1), 0);
 }
 
+TEST_F(ChangeNotificationTest, TheOwnerEndsWhileTheCallbackThatEndedItsWatchStillRuns) {
+    // A one-shot watch: its callback ends the watch through the object it was given and
+    // tells another thread, which drops the watched directory (the last watch of all) while
+    // the callback is still running. The thread is stopped and waited for, without deadlock.
+    std::atomic<bool> ended{false};
+    CallbackRef once([&](File::i_dir& dir) {
+        dir.EnableNotification(nullptr);
+        ended = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    });
+    Watch(u"/a", once.p);
+    platform.Change(u"/a");
+    ASSERT_TRUE(Eventually([&] { return ended.load(); }));
+    std::atomic<bool> dropped{false};
+    std::thread owner([&] {
+        dirs.clear();
+        dropped = true;
+    });
+    if (!Eventually([&] { return dropped.load(); })) {
+        ADD_FAILURE() << "dropping the directory waits for a thread that waits for it";
+        std::abort();  // deadlocked: nothing else can end
+    }
+    owner.join();
+    EXPECT_EQ(service.RunningThreads(), 0u);
+}
+
 TEST_F(ChangeNotificationTest, OtherThreadsChangeWatchesWhileCallbacksRun) {
     // A callback running on one bucket's thread while the test adds and removes watches of
     // the same bucket: the thread is paused for each change, without deadlock.
@@ -381,6 +409,34 @@ TEST(SystemDirectoryNotifications, OpenedDirectoriesAreWatchedAndServeJournalCom
 
     dir.reset();
     std::remove(file.c_str());
+    rmdir(base);
+}
+
+// Names are the system's bytes: a directory whose name is not UTF-8 is watched as itself,
+// and a file in it opens by the name its listing gives.
+TEST(SystemDirectoryNotifications, NamesThatAreNotUtf8AreWatchedAndOpened) {
+    char base[] = "/tmp/dir_notification_testXXXXXX";
+    ASSERT_NE(mkdtemp(base), nullptr);
+    const std::string odd = std::string(base) + "/bad\xff";
+    ASSERT_EQ(mkdir(odd.c_str(), 0700), 0);
+    const std::string oddFile = odd + "/f\xfe";
+    std::FILE* f = std::fopen(oddFile.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+
+    Common::Error error;
+    std::unique_ptr<File::rio_dir> dir = File::OpenSystemDir(File::NativeNameToWide(odd), error);
+    ASSERT_TRUE(dir) << std::hex << error.Code();
+    CallbackRef nothing([](File::i_dir&) {});
+    EXPECT_TRUE(dir->EnableNotification(nothing.p)) << std::hex << dir->GetError().Code();
+    EXPECT_TRUE(dir->EnableNotification(nullptr));
+    auto file = File::OpenSystemFile(File::NativeNameToWide(oddFile), File::open_mode::read, error);
+    EXPECT_TRUE(file) << std::hex << error.Code();
+
+    dir.reset();
+    file.reset();
+    std::remove(oddFile.c_str());
+    rmdir(odd.c_str());
     rmdir(base);
 }
 
