@@ -118,6 +118,36 @@ TEST(Polytype, AContextTravelsUnderItsOpcodeAndSelectsItsClassByTheNumber) {
               nullptr);
 }
 
+TEST(Polytype, OneVolumeClassServesTheCodesOfItsSiblings) {
+    // A create context given the change code, and a copy analysis given the create code: each
+    // goes out under its Opcode with the volume members, and comes back as the number's class.
+    Watch watch;
+    auto context = std::make_shared<DiskManagementEx::CreateVolumeContext>();
+    context->Opcode = DiskManagementEx::OperationCode::OPERATION_CHANGE_VOLUME;
+    context->Label = std::u16string(u"Data");
+    const auto back = RoundTrip(std::shared_ptr<DiskManagementEx::Context>(context));
+    auto change = std::dynamic_pointer_cast<DiskManagementEx::ChangeVolumeContext>(back);
+    ASSERT_NE(change, nullptr);
+    EXPECT_EQ(change->TypeNumber(), 3u);
+    EXPECT_EQ(change->Label.Get(), u"Data");
+
+    auto analysis = std::make_shared<DiskManagementEx::CopyVolumeAnalysis>();
+    analysis->Opcode = DiskManagementEx::OperationCode::OPERATION_CREATE_VOLUME;
+    analysis->PossibleLetters = {u"E:"};
+    const auto created = std::dynamic_pointer_cast<DiskManagementEx::CreateVolumeAnalysis>(
+        RoundTrip(std::shared_ptr<DiskManagementEx::Analysis>(analysis)));
+    ASSERT_NE(created, nullptr);
+    EXPECT_EQ(created->PossibleLetters, std::vector<std::u16string>{u"E:"});
+    EXPECT_TRUE(watch.assertions.empty());
+
+    // A class outside the volume family can't stand for one: the number is unknown to it.
+    auto removal = std::make_shared<DiskManagementEx::DeleteVolumeContext>();
+    removal->Opcode = DiskManagementEx::OperationCode::OPERATION_CREATE_VOLUME;
+    EXPECT_EQ(Body(std::shared_ptr<DiskManagementEx::Context>(removal)),
+              "<Root><Context><operationCode>2</operationCode></Context></Root>");
+    EXPECT_EQ(watch.assertions.size(), 1u);
+}
+
 TEST(Polytype, TheMemberThatHoldsTheNumberTakesTheNumberOnTheWire) {
     Watch watch;
     // A peer's record disagrees with the number it stands under: the number wins, so that

@@ -413,6 +413,18 @@ def module_unit(model, module):
 
 # --- the polymorphic forms ----------------------------------------------------------------------
 
+def written_as(kind):
+    """The record that an object of `kind` is written as. Where the number is a member, one
+    class serves several codes: a kind that adds no member to an abstract record of the
+    hierarchy writes as that record, so that an object of a sibling kind that carries this
+    kind's number is written all the same (it has the same members on the wire)."""
+    target = kind
+    while (kind.number_from and not target.members and isinstance(target.base, Record)
+           and target.base.abstract and target.base.version == target.version):
+        target = target.base
+    return target
+
+
 def polytypes_unit(model, module):
     w = NamespaceWriter()
     # the module's records and those of every kind of its hierarchies
@@ -436,7 +448,7 @@ def polytypes_unit(model, module):
                 continue
             for number in k.numbers:
                 w.add("    case %du:" % number)
-            w.add("        if (::Serialization::WriteKind<%s>(s, *value)) {" % k.cpp_name, "            return s;",
+            w.add("        if (::Serialization::WriteKind<%s>(s, *value)) {" % written_as(k).cpp_name, "            return s;",
                   "        }", "        break;")
         w.add("    default:", "        break;", "    }",
               "    TL_ASSERT_TEXT(false, %s);" % c_string(t.unknown), "    return s;", "}", "")
