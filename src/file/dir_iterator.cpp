@@ -618,13 +618,25 @@ std::uint32_t nt_dir_iterator::GetAttributes() {
         case entry_link:
             attributes = kAttributeReparsePoint;
             break;
+        case entry_file:
+            // What the system's record tells of a file beyond its class comes from its status:
+            // read-only when no one may write it, sparse when it takes less than its length.
+            if (const Platform::EntryStatus* s = Status()) {
+                if ((s->Mode() & 0222) == 0) {
+                    attributes |= kAttributeReadOnly;
+                }
+                if (s->Allocated() < s->Size()) {
+                    attributes |= kAttributeSparse;
+                }
+            }
+            break;
         default:
-            attributes = kAttributeNormal;
+            break;
     }
     if (NameSize() > 0 && name_[0] == '.') {
         attributes |= kAttributeHidden;
     }
-    return attributes;
+    return attributes == 0 ? kAttributeNormal : attributes;  // "normal" stands only alone
 }
 
 TL_WALK_HOT bool nt_dir_iterator::GetEntryInfo(dir_entry_info& info) {

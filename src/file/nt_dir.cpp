@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <algorithm>
+#include <cerrno>
+#include <limits>
 #include <cstring>
 
 #include <tessel_link/common/messages.h>
@@ -303,13 +305,8 @@ rio_file* nt_dir::OpenRIO(iterator& position) {
     return OpenO(position);
 }
 
-rio_file* nt_dir::OpenRIO(const char16_t* name, std::uint32_t) {
-    Target t;
-    return Resolve(name, "nt_dir::OpenFile", t)
-               ? OpenFileAt(t, Platform::FileAccess::ReadWrite,
-                            Platform::FileDisposition::OpenExisting, true, "nt_dir::OpenFile",
-                            kOpenFailed)
-               : nullptr;
+rio_file* nt_dir::OpenRIO(const char16_t* name, std::uint32_t flags) {
+    return OpenO(name, flags);  // "create always", as every open by name for writing
 }
 
 rio_file* nt_dir::CreateRIO(const char16_t* name, std::uint32_t flags) {
@@ -349,7 +346,9 @@ rio_dir* nt_dir::OpenPath(const char16_t*& path) {
     const std::u16string_view text(path);
     const std::size_t slash = text.rfind(u'/');
     if (slash == std::u16string_view::npos) {
-        return OpenDir(u".");  // the leaf is in this directory
+        // The leaf is in this directory. The root has no descriptor of its own to open
+        // again (".": the working directory): it hands out another root.
+        return IsRoot() ? CreateRootDir(base_, token_).release() : OpenDir(u".");
     }
     const std::u16string directory(text.substr(0, slash == 0 ? 1 : slash));
     rio_dir* result = OpenDir(directory.c_str());
@@ -440,6 +439,9 @@ i_dir::iterator* nt_dir::GetIterator(const char16_t* name) {
         return nullptr;
     }
     if (IsRoot()) {
+        if (*name == u'\0') {
+            return new root_iterator;  // the top itself, not the working directory
+        }
         // At the top, the name of a mount point stands on that mount.
         auto mounts = std::make_unique<mount_iterator>(*io_);
         if (mounts->Find(name)) {
@@ -665,6 +667,13 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             if (!Resolve(c.Name, "nt_dir::IOCTL", t)) {
                 return false;
             }
+            // Times in milliseconds, as nanoseconds for the system: one that doesn't fit is
+            // an invalid parameter, not a time wrapped around.
+            constexpr std::int64_t kLatestMs = std::numeric_limits<std::int64_t>::max() / 1000000;
+            if (c.Access > kLatestMs || c.Write > kLatestMs) {
+                return Fail("nt_dir::IOCTL", "utimensat", t.Path, Platform::SystemError{87, EINVAL},
+                            kWriteFailed);
+            }
             const auto ns = [](std::int64_t ms) { return ms < 0 ? -1 : ms * 1000000; };
             const Platform::SystemError failure =
                 io_->SetTimes(t.At, t.Name, ns(c.Access), ns(c.Write));
@@ -710,17 +719,20 @@ bool nt_dir::IOCTL(ioctl_command& command) {
             if (!Resolve(c.Name, "nt_dir::GetReparsePointIoctl", t)) {
                 return false;
             }
+            // Every failure is a read failure, with the system's reason beneath it.
+            const auto fail = [&](const Platform::SystemError& failure) {
+                SetError(MakeFixedSystemError(TL_ORIGIN("nt_dir::GetReparsePointIoctl"),
+                                              "readlinkat", t.Path.c_str(), failure, kReadFailed));
+                return false;
+            };
             std::string target;
             const Platform::SystemError failure = io_->ReadLink(t.At, t.Name, target);
             if (failure.Failed()) {
-                return Fail("nt_dir::GetReparsePointIoctl", "readlinkat", t.Path, failure,
-                            kReadFailed);
+                return fail(failure);
             }
             c.Returned = target.size();
             if (target.size() > c.Size || (c.Buffer == nullptr && !target.empty())) {
-                // Insufficient buffer: the caller learns the size it needs.
-                return Fail("nt_dir::GetReparsePointIoctl", "readlinkat", t.Path,
-                            Platform::SystemError{122, 0}, kReadFailed);
+                return fail(Platform::SystemError{122, 0});  // the caller learns the size it needs
             }
             if (!target.empty()) {
                 std::memcpy(c.Buffer, target.data(), target.size());

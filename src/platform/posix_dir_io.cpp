@@ -214,21 +214,8 @@ public:
         if (fd < 0) {
             return LastError();
         }
-        int flags = 0;
-        SystemError result;
-        if (::ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) {
-            result = LastError();
-        } else {
-            flags = on ? (flags | FS_COMPR_FL) : (flags & ~FS_COMPR_FL);
-            if (::ioctl(fd, FS_IOC_SETFLAGS, &flags) != 0) {
-                result = LastError();
-            }
-        }
+        const SystemError result = SetCompressionFlag(fd, on);
         ::close(fd);
-        // File systems without inode flags answer "inappropriate ioctl": not supported.
-        if (result.Native == ENOTTY) {
-            result = FromErrno(EOPNOTSUPP);
-        }
         return result;
     }
 

@@ -1,6 +1,9 @@
 #include "platform/posix_errors.h"
 
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -76,6 +79,23 @@ SystemError TakeFileDescriptor(int fd, FileHandle& handle) noexcept {
     }
     handle = fd;
     return {};
+}
+
+SystemError SetCompressionFlag(int fd, bool on) noexcept {
+    constexpr long kBtrfsMagic = 0x9123683e;
+    struct statfs volume {};
+    if (::fstatfs(fd, &volume) != 0) {
+        return LastError();
+    }
+    if (static_cast<long>(volume.f_type) != kBtrfsMagic) {
+        return FromErrno(EOPNOTSUPP);
+    }
+    int flags = 0;
+    if (::ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) {
+        return LastError();
+    }
+    flags = on ? (flags | FS_COMPR_FL) : (flags & ~FS_COMPR_FL);
+    return ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0 ? SystemError{} : LastError();
 }
 
 }  // namespace Platform

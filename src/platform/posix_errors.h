@@ -45,4 +45,8 @@ inline int OpenFlags(FileAccess access, FileDisposition disposition) noexcept {
 // POSIX; as a file it is refused (EISDIR) and closed, as elsewhere.
 SystemError TakeFileDescriptor(int fd, FileHandle& handle) noexcept;
 
+// Turns compression of the open file `fd` on or off. Only btrfs compresses what carries the
+// flag; other file systems keep the flag and compress nothing, so they answer EOPNOTSUPP.
+SystemError SetCompressionFlag(int fd, bool on) noexcept;
+
 }  // namespace Platform

@@ -26,7 +26,6 @@ namespace Platform {
 
 namespace {
 
-constexpr long kBtrfsMagic = 0x9123683e;
 
 // A transfer that the kernel could not get memory for is the "no system resources" answer
 // that the retry rules halve the piece on.
@@ -309,21 +308,7 @@ public:
     }
 
     SystemError SetCompression(FileHandle handle, bool compressed) override {
-        const int fd = Descriptor(handle);
-        struct statfs volume {};
-        if (::fstatfs(fd, &volume) != 0) {
-            return LastError();
-        }
-        // Other file systems keep the flag without compressing anything.
-        if (static_cast<long>(volume.f_type) != kBtrfsMagic) {
-            return FromErrno(EOPNOTSUPP);
-        }
-        int flags = 0;
-        if (::ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) {
-            return LastError();
-        }
-        flags = compressed ? (flags | FS_COMPR_FL) : (flags & ~FS_COMPR_FL);
-        return ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0 ? SystemError{} : LastError();
+        return SetCompressionFlag(Descriptor(handle), compressed);
     }
 
     SystemError GrowWorkingSet() override {
@@ -346,6 +331,11 @@ private:
         if (offset > static_cast<std::uint64_t>(INT64_MAX) ||
             length > static_cast<std::uint64_t>(INT64_MAX)) {
             return FromErrno(EINVAL);
+        }
+        // A range of no bytes holds nothing and meets no other lock; to fcntl a length of 0
+        // would mean "to the end of the file and beyond".
+        if (length == 0) {
+            return {};
         }
         struct flock lock {};
         lock.l_type = type;

@@ -1,6 +1,8 @@
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -126,6 +128,14 @@ TEST(SystemDir, ChangesFailThroughTheSeam) {
     EXPECT_STREQ(dir->GetError().GetAnsi("function"), "mkdirat");
     EXPECT_EQ(dir->GetError().Cause().Cause().GetNumber("Errno"), static_cast<std::uint64_t>(ENOSPC));
 
+    // By name, a read-write open creates the file or empties it.
+    tree.Write("old", "eleven byte");
+    std::unique_ptr<File::rio_file> made(dir->OpenRIO(u"new", 0));
+    ASSERT_TRUE(made);
+    std::unique_ptr<File::rio_file> emptied(dir->OpenRIO(u"old", 0));
+    ASSERT_TRUE(emptied);
+    EXPECT_EQ(emptied->Size(), 0u);
+
     io.FailOn(DirCall::OpenFile, Platform::SystemError{19, EROFS});
     EXPECT_EQ(dir->CreateRIO(u"f", 0), nullptr);
     EXPECT_EQ(dir->GetError().Code(), 0x4000cu);  // read-only
@@ -250,6 +260,13 @@ TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {
     ASSERT_EQ(::stat(tree.At("file").c_str(), &st), 0);
     EXPECT_EQ(st.st_mtim.tv_sec, 1234567890);
     EXPECT_EQ(st.st_mtim.tv_nsec, 123000000);
+    // A time that doesn't fit the system's nanoseconds is refused, and the file keeps its own.
+    times.Write = std::numeric_limits<std::int64_t>::max();
+    EXPECT_FALSE(dir->IOCTL(times));
+    EXPECT_STREQ(dir->GetError().GetAnsi("function"), "utimensat");
+    ASSERT_EQ(::stat(tree.At("file").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mtim.tv_sec, 1234567890);
+    times.Write = 1234567890123;
     times.Name = u"missing";
     EXPECT_FALSE(dir->IOCTL(times));
     EXPECT_EQ(dir->GetError().Code(), 0x40011u);
@@ -266,6 +283,12 @@ TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {
     EXPECT_FALSE(dir->IOCTL(reparse));
     EXPECT_EQ(dir->GetError().Code(), 0x40001u);
     EXPECT_EQ(reparse.Returned, 10u);
+    // A missing entry is a read failure too, the system's reason beneath it.
+    reparse.Name = u"missing";
+    reparse.Size = sizeof buffer;
+    EXPECT_FALSE(dir->IOCTL(reparse));
+    EXPECT_EQ(dir->GetError().Code(), 0x40001u);
+    EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::GetReparsePointIoctl");
 
     // A backup open takes the file, never what a link points at; success clears the error.
     File::open_backup_command backup;
@@ -292,6 +315,18 @@ TEST(SystemDir, CommandsWithASubjectHereAndThoseWithout) {
         EXPECT_EQ(OriginFunction(dir->GetError()), "nt_dir::IOCTL");
     }
     dir->ClearError();
+
+    // Only btrfs compresses what carries the flag: elsewhere compression is not supported,
+    // rather than a flag set for nothing.
+    struct statfs volume {};
+    ASSERT_EQ(::statfs(tree.At("file").c_str(), &volume), 0);
+    if (volume.f_type != 0x9123683e) {
+        File::entry_compression_command compress;
+        compress.Name = u"file";
+        EXPECT_FALSE(dir->IOCTL(compress));
+        EXPECT_EQ(dir->GetError().Code(), 0x4000eu);
+        dir->ClearError();
+    }
     File::ioctl_command unknown;
     unknown.Code = File::CommandCode("ZZZZ");
     EXPECT_FALSE(dir->IOCTL(unknown));

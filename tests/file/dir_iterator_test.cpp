@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -118,6 +119,26 @@ TEST(DirIterator, OddNamesComeExactlyAsTheSystemHasThem) {
         seen.insert(native);
     }
     EXPECT_EQ(seen, std::set<std::string>(std::begin(names), std::end(names)));
+}
+
+TEST(DirIterator, AttributesOfAFileTellReadOnlyAndSparse) {
+    TempTree tree;
+    tree.Write("plain", "x");
+    tree.Write("locked", "x");
+    ASSERT_EQ(::chmod(tree.At("locked").c_str(), 0444), 0);
+    tree.Write("holes", "");
+    ASSERT_EQ(::truncate(tree.At("holes").c_str(), 1 << 20), 0);
+    tree.Write(".hidden", "x");
+    auto dir = OpenTree(Platform::SystemDirIo(), tree);
+    std::map<std::u16string, std::uint32_t> attributes;
+    std::unique_ptr<File::i_dir::iterator> it(dir->GetIterator());
+    for (; !it->Failed(); it->Next()) {
+        attributes[it->GetName()] = it->GetAttributes();
+    }
+    EXPECT_EQ(attributes[u"plain"], File::kAttributeNormal);
+    EXPECT_EQ(attributes[u"locked"], File::kAttributeReadOnly);
+    EXPECT_EQ(attributes[u"holes"], File::kAttributeSparse);
+    EXPECT_EQ(attributes[u".hidden"], File::kAttributeHidden);
 }
 
 TEST(DirIterator, PropertiesComeOnDemandFromTheEntry) {

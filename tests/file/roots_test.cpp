@@ -132,6 +132,19 @@ TEST(Roots, TheRootItselfAndItsFailures) {
     std::uint64_t t, f, a;
     EXPECT_FALSE(root->GetDriveSize(t, f, a));
     EXPECT_EQ(root->GetError().Code(), 0x4000eu);
+    root->ClearError();
+
+    // An empty path is the top itself, never the working directory: it lists nothing of its
+    // own, and a path without a separator leaves the top where it is.
+    std::unique_ptr<File::i_dir::iterator> top(root->GetIterator(u""));
+    ASSERT_TRUE(top);
+    EXPECT_EQ(top->GetName(), nullptr);
+    EXPECT_FALSE(top->Next());
+    const char16_t* leaf = u"leaf";
+    std::unique_ptr<File::rio_dir> at(root->OpenPath(leaf));
+    ASSERT_TRUE(at);
+    EXPECT_TRUE(dynamic_cast<File::nt_dir&>(*at).IsRoot());
+    EXPECT_EQ(std::u16string(leaf), u"leaf");
 
     // Absolute names work through the root as anywhere.
     TempTree tree;

@@ -235,6 +235,23 @@ TEST_F(SparseFile, UnbufferedTransfersKeepToTheSectors) {
     std::free(block);
 }
 
+TEST_F(SparseFile, LocksOfTwoOpensMeetOnlyWhereTheirRangesOverlap) {
+    auto one = Open();
+    auto two = Open();
+    ASSERT_TRUE(one && two);
+    ASSERT_TRUE(one->LockExclusive(0, 100));
+    EXPECT_FALSE(two->LockExclusive(50, 10));
+    EXPECT_EQ(two->GetError().Code(), 0x40017u);
+    two->ClearError();
+    EXPECT_TRUE(two->LockExclusive(100, 10));
+    // A range of no bytes holds nothing: it meets no lock, and no lock meets it.
+    EXPECT_TRUE(two->LockExclusive(10, 0));
+    EXPECT_TRUE(one->LockExclusive(200, 0));
+    EXPECT_TRUE(two->LockExclusive(300, 10));
+    EXPECT_TRUE(one->Unlock(0, 100));
+    EXPECT_TRUE(two->LockExclusive(50, 10));
+}
+
 TEST(AllocationMap, GrowsUntilEveryRangeFitsAndFailsAsNotSupported) {
     test_support::FakeFileIo io;
     auto& ranges = io.files[u"f"].ranges;

@@ -198,12 +198,12 @@ public:
     // OpenDir(".").
     i_dir* OpenSelf() override;
     i_dir* OpenSpecialDir(std::uint32_t selector) override;
-    // Opens an entry for reading and writing: by identifier, at an iterator's position, or by
-    // name.
+    // Opens an entry for reading and writing: by identifier or at an iterator's position (the
+    // entry as it is), or by name, creating the file or emptying it.
     virtual rio_file* OpenRIO(const file_identifier& id) = 0;
     virtual rio_file* OpenRIO(iterator& position) = 0;
     virtual rio_file* OpenRIO(const char16_t* name, std::uint32_t flags) = 0;
-    // Opens by name for reading and writing, creating the file or emptying it.
+    // The same as OpenRIO by name, under the name that says what it does.
     virtual rio_file* CreateRIO(const char16_t* name, std::uint32_t flags) = 0;
 
     bool IOCTL(ioctl_command& command) override;  // as i_dir

@@ -39,7 +39,8 @@ enum special_dir : std::uint32_t {
 inline constexpr std::uint32_t kAttributeReadOnly = 0x1;
 inline constexpr std::uint32_t kAttributeHidden = 0x2;
 inline constexpr std::uint32_t kAttributeDirectory = 0x10;
-inline constexpr std::uint32_t kAttributeNormal = 0x80;
+inline constexpr std::uint32_t kAttributeNormal = 0x80;  // only when no other bit is set
+inline constexpr std::uint32_t kAttributeSparse = 0x200;
 inline constexpr std::uint32_t kAttributeReparsePoint = 0x400;
 
 // Opens the directory at `path`, which names it as the system does (on Linux absolute or
