@@ -120,7 +120,9 @@ public:
             put = ::write(Descriptor(handle), buffer, piece);
         } while (put < 0 && errno == EINTR);
         if (put < 0) {
-            return TransferError(errno);
+            // The system file writes only through descriptors it opened: one that refuses
+            // writes was opened for reading, which Windows answers as access denied.
+            return errno == EBADF ? SystemError{5, EBADF} : TransferError(errno);
         }
         written = static_cast<std::size_t>(put);
         return {};

@@ -363,9 +363,9 @@ TEST_F(DiskFile, WritesReadsSeeksAndTruncates) {
     ASSERT_TRUE(reader);
     EXPECT_EQ(reader->Size(), 6u);
     EXPECT_FALSE(reader->Write("x", 1, done));
-    // EBADF has no file-layer meaning: the write's own code, with the reason beneath.
-    EXPECT_EQ(reader->GetError().Code(), 0x40003u);
-    EXPECT_EQ(reader->GetError().Cause().GetNumber("code"), 0x80070006u);
+    // A file opened for reading refuses writes as access denied, as Windows answers them.
+    EXPECT_EQ(reader->GetError().Code(), 0x40014u);
+    EXPECT_EQ(reader->GetError().Cause().GetNumber("code"), 0x80070005u);
 }
 
 TEST_F(DiskFile, MissingFilesAndDirectoriesAreRefused) {
