@@ -706,7 +706,14 @@ bool WholeReader::Trailing(const unsigned char* p, bool preserve) {
         }
         if (c == '<') {
             if (p[1] == '!' && std::memcmp(p, "<![CDATA[", 9) == 0) {
-                return false;
+                // Any content or end of a section is text behind the root; a section that
+                // the input ends inside before any (carriage returns are dropped there) has
+                // none, and the end of the input is reached.
+                const unsigned char* q = p + 9;
+                while (q != end_ && *q == '\r') {
+                    ++q;
+                }
+                return q == end_;
             }
             switch (SkipMarkup(p)) {
                 case Markup::Skipped:

@@ -118,6 +118,9 @@ const std::vector<std::string>& Documents() {
         "<a></a>\n  \n",
         "<a/><?unterminated",
         "<a/><!-- unterminated",
+        "<a/><![CDATA[",  // the input ends inside the section: no text behind the root
+        "<a/><![CDATA[x",
+        "<a/><![CDATA[\r\r",
         "<a xml:space='preserve'/>",
         "<a xml:space='preserve'/><!--c-->",
         "<a xml:space='preserve'/> ",
