@@ -135,7 +135,7 @@ private:
 // a literal's covers its terminating zero, a copy's does not, and the two are equal names.)
 template <>
 struct std::hash<Por::UnitName> {
-    std::size_t operator()(const Por::UnitName& name) const noexcept {
+    std::size_t operator()(const Por::UnitName& name) const noexcept {  // the text's hash
         return std::hash<std::string_view>{}(std::string_view(name.c_str()));
     }
 };
