@@ -403,6 +403,8 @@ private:
 
 // Reads one record; null when it is malformed (or memory runs out). `end` is set when the
 // record has code 0, which ends the chain.
+constexpr std::size_t kMostReadParameters = 256;
+
 ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
     const std::uint32_t code = in.U32();
     std::uint64_t lineTag = 0;
@@ -465,6 +467,12 @@ ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
         }
         if (type == 'N' && name == "$line") {
             line = static_cast<std::uint32_t>(value.Number);
+            continue;
+        }
+        // Parameters are found by name in the list, so that each reading of all of them
+        // (printing, serializing) costs the square of their number: a record keeps the
+        // first kMostReadParameters, far more than any error site makes, and skips the rest.
+        if (values.size() == kMostReadParameters) {
             continue;
         }
         if (!names.empty()) {

@@ -1,6 +1,7 @@
 #include "file/backup_stream.h"
 
 #include <algorithm>
+#include <limits>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -145,9 +146,14 @@ private:
         if (count == 0) {
             return Common::ErrorSuccess;
         }
+        // A size that no seek forward can cover (a signed seek would go backwards, and the
+        // stream would be read again and again) is a corrupted stream.
+        if (count > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+            return MakeFileError(TL_ORIGIN(origin), kCorrupted);
+        }
         const std::uint64_t from = input_.SeekRel(0);
         const std::uint64_t to = input_.SeekRel(static_cast<std::int64_t>(count));
-        if (input_.Failed() || to - from != count) {
+        if (input_.Failed() || to < from || to - from != count) {
             return WithCause(MakeFileError(TL_ORIGIN(origin), kSeekFailed), input_.GetError());
         }
         position_ += count;

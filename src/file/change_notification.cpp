@@ -283,8 +283,16 @@ void NotificationService::JoinStopped() {
     }
     while (stopped != nullptr) {
         Bucket* next = stopped->next;
-        Common::JoinThread(stopped->stoppedThread);
-        delete stopped;
+        if (stopped->threadId == Common::CurrentThreadId()) {
+            // Stopped by another thread while this one was in a callback, and taken here by
+            // a call the callback made: the thread can't wait for itself. It finishes its
+            // turn and frees the bucket, as when it ends its own last watch.
+            stopped->orphaned = true;
+            Common::DetachThread(stopped->stoppedThread);
+        } else {
+            Common::JoinThread(stopped->stoppedThread);
+            delete stopped;
+        }
         stopped = next;
     }
 }

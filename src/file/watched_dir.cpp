@@ -26,6 +26,13 @@ i_dir* watched_dir::OpenDir(const char16_t* name) {
     return self;
 }
 
+watched_dir::~watched_dir() {
+    // The watch ends before the path goes, so that no delivery meets a half-destroyed object.
+    if (NotificationToken() != 0) {
+        (void)EnableWatch(*this, path_, nullptr);
+    }
+}
+
 bool watched_dir::EnableNotification(dir_notification* callback) {
     const Common::Error error = EnableWatch(*this, path_, callback);
     if (callback == nullptr) {

@@ -14,6 +14,7 @@ namespace File {
 class watched_dir final : public i_dir, public dir_watch {
 public:
     explicit watched_dir(std::u16string path, NotificationService& service);
+    ~watched_dir() override;
 
     const std::u16string& Path() const noexcept { return path_; }
 

@@ -183,7 +183,8 @@ public:
         // A watcher asleep until the next call wakes as if one had begun; the count is not
         // read again after this.
         activity_.Calls.fetch_add(1);
-        activity_.Calls.notify_all();
+        activity_.Wakes.fetch_add(1);
+        activity_.Wakes.notify_all();
         for (const auto& loop : loops_) {
             loop->Work.reset();
             loop->Context.stop();
@@ -229,6 +230,10 @@ private:
     struct CallActivity {
         std::atomic<int> Calls{0};
         std::atomic<bool> WatcherAsleep{false};
+        // Counts the wake-ups of the watcher. It sleeps on this, not on Calls: a whole call
+        // that begins and ends between its look at Calls and its sleep leaves Calls as it
+        // was, but not this.
+        std::atomic<std::uint32_t> Wakes{0};
     };
 
     // An event loop and what the spares watch of it.
@@ -253,7 +258,8 @@ private:
             CallActivity& activity = *loop_.Activity;
             if (activity.Calls.fetch_add(1) == 0 && activity.WatcherAsleep.load()) {
                 activity.WatcherAsleep.store(false);
-                activity.Calls.notify_one();
+                activity.Wakes.fetch_add(1);
+                activity.Wakes.notify_one();
             }
         }
         ~Serving() {
@@ -516,9 +522,10 @@ private:
     // `lock`, so that Stop can get through.
     void SleepUntilACall(std::unique_lock<std::mutex>& lock) {
         lock.unlock();
+        const std::uint32_t wakes = activity_.Wakes.load();
         activity_.WatcherAsleep.store(true);
         if (activity_.Calls.load() == 0) {
-            activity_.Calls.wait(0);
+            activity_.Wakes.wait(wakes);
         }
         activity_.WatcherAsleep.store(false);
         lock.lock();

@@ -378,6 +378,26 @@ TEST(ErrorDeserialize, CutParametersDropTheRecord) {
     }
 }
 
+TEST(ErrorDeserialize, ARecordKeepsItsFirst256Parameters) {
+    // Every reading of all the parameters looks each up by name: a peer's record of
+    // thousands would make printing or sending it take the square of their number.
+    std::vector<unsigned char> entries = OneRecord({});
+    for (int i = 0; i < 5000; ++i) {
+        const std::string name = "p" + std::to_string(i);
+        entries.insert(entries.end(), name.begin(), name.end());
+        entries.insert(entries.end(), {0, 'N', static_cast<unsigned char>(i), 0, 0, 0, 0, 0, 0, 0});
+    }
+    entries.push_back(0);
+    const Error e = Error::Deserialize(entries.data(), entries.size());
+    ASSERT_EQ(e.Code(), 7u);
+    const std::vector<Common::ErrorParameter> kept = e.Parameters();
+    ASSERT_EQ(kept.size(), 256u);
+    EXPECT_EQ(kept[255].Name, "p255");
+    EXPECT_EQ(e.GetNumber("p255"), 255u);
+    EXPECT_EQ(e.GetNumber("p256"), 0u);
+    EXPECT_FALSE(e.ToString().empty());
+}
+
 TEST(ErrorDeserialize, CodeZeroEndsTheChain) {
     std::vector<unsigned char> b = Error(TL_ORIGIN("F"), 5).Serialize();
     const std::vector<unsigned char> second = Error(TL_ORIGIN("F"), 6).Serialize();
