@@ -695,6 +695,7 @@ WholeReader::Step WholeReader::Content(const unsigned char*& pos, bool preserve,
 bool WholeReader::Trailing(const unsigned char* p, bool preserve) {
     // Behind the root: white space, comments, processing instructions and doctypes up to
     // the end. Under the root's preserve, white space there would be text, which fails.
+    bool blank = false;  // white space seen, which a CDATA section would make text
     for (;;) {
         const unsigned char c = *p;
         if (Is(c, kWhite)) {
@@ -702,18 +703,19 @@ bool WholeReader::Trailing(const unsigned char* p, bool preserve) {
                 return false;
             }
             SkipWhite(p);
+            blank = true;
             continue;
         }
         if (c == '<') {
             if (p[1] == '!' && std::memcmp(p, "<![CDATA[", 9) == 0) {
-                // Any content or end of a section is text behind the root; a section that
-                // the input ends inside before any (carriage returns are dropped there) has
-                // none, and the end of the input is reached.
+                // Any content or end of a section is text behind the root, and so is a
+                // blank before it; a section that the input ends inside before any content
+                // (carriage returns are dropped there) has none, and the end is reached.
                 const unsigned char* q = p + 9;
                 while (q != end_ && *q == '\r') {
                     ++q;
                 }
-                return q == end_;
+                return !blank && q == end_;
             }
             switch (SkipMarkup(p)) {
                 case Markup::Skipped:

@@ -121,6 +121,9 @@ const std::vector<std::string>& Documents() {
         "<a/><![CDATA[",  // the input ends inside the section: no text behind the root
         "<a/><![CDATA[x",
         "<a/><![CDATA[\r\r",
+        "<a/>\t<![CDATA[",  // a blank before a section is text
+        "<a/> <!--c--><![CDATA[",
+        "<a/><!--c--><?p?><![CDATA[",
         "<a xml:space='preserve'/>",
         "<a xml:space='preserve'/><!--c-->",
         "<a xml:space='preserve'/> ",
