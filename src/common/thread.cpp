@@ -17,16 +17,25 @@ struct StartBlock {
     void* Arg;
     bool CreatorWaits;
     std::atomic<std::uint32_t> Id{0};
+    // When the creator waits for the id, both sides hold the block; the last to let go
+    // frees it (the new thread may still be inside notify_one when the creator wakes).
+    std::atomic<int> Holders{2};
 };
+
+void LetGo(StartBlock* block) {
+    if (block->Holders.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete block;
+    }
+}
 
 void* Trampoline(void* raw) {
     auto* block = static_cast<StartBlock*>(raw);
     const ThreadStart start = block->Start;
     void* const arg = block->Arg;
     if (block->CreatorWaits) {
-        // The creator reads the id and then frees the block.
         block->Id.store(CurrentThreadId(), std::memory_order_release);
         block->Id.notify_one();
+        LetGo(block);
     } else {
         delete block;
     }
@@ -72,7 +81,7 @@ std::uintptr_t BeginThread(unsigned stackSize, ThreadStart start, void* arg,
     if (threadId != nullptr) {
         block->Id.wait(0, std::memory_order_acquire);
         *threadId = block->Id.load(std::memory_order_acquire);
-        delete block;
+        LetGo(block);
     }
     return static_cast<std::uintptr_t>(thread);
 }
