@@ -63,7 +63,8 @@ public:
     // The outcome, if the run ends within the limit.
     bool Wait(std::uint32_t milliseconds, Common::Error& result) {
         std::unique_lock<std::mutex> lock(lock_);
-        if (!ended_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return finished_; })) {
+        if (!ended_.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                             [this] { return finished_; })) {
             return false;
         }
         result = result_;
@@ -90,10 +91,18 @@ private:
             call(*forward_);
         }
     }
-    void OnJobStarted() override { Forward([](JobHandler& h) { h.OnJobStarted(); }); }
-    void OnJobProgress(double value) override { Forward([value](JobHandler& h) { h.OnJobProgress(value); }); }
-    void OnJobPaused() override { Forward([](JobHandler& h) { h.OnJobPaused(); }); }
-    void OnJobResumed() override { Forward([](JobHandler& h) { h.OnJobResumed(); }); }
+    void OnJobStarted() override {
+        Forward([](JobHandler& h) { h.OnJobStarted(); });
+    }
+    void OnJobProgress(double value) override {
+        Forward([value](JobHandler& h) { h.OnJobProgress(value); });
+    }
+    void OnJobPaused() override {
+        Forward([](JobHandler& h) { h.OnJobPaused(); });
+    }
+    void OnJobResumed() override {
+        Forward([](JobHandler& h) { h.OnJobResumed(); });
+    }
     void OnJobMessage(const Common::Error& message) override {
         Forward([&message](JobHandler& h) { h.OnJobMessage(message); });
     }

@@ -76,7 +76,8 @@ struct Kept {
 // The MetaInfo of a request's or a reply's element. Its name is formed anew for every
 // element, into a MetaInfo that the thread keeps, so that a name longer than a short string
 // costs no allocation; an element opened while the thread's one is in use (a call made
-// from inside the reading or writing of another) gets a MetaInfo of its own, and so does one opened while the thread ends.
+// from inside the reading or writing of another) gets a MetaInfo of its own, and so does one
+// opened while the thread ends.
 class ElementMeta {
 public:
     ElementMeta(std::string_view direction, const MethodDescriptor& method) {

@@ -96,7 +96,8 @@ void ReadSettings() {
     // The target is read only by a mask that logs: a mask without logging must not create
     // or open the file. A host that turns logging on later names its target from code.
     const char* target = std::getenv("CORVANE_SAFE_ASSERT_LOGFILE");
-    if (target != nullptr && (g_settings.Mask & AssertToLog) != 0 && g_settings.Mask != Detail::kAssertOff) {
+    if (target != nullptr && (g_settings.Mask & AssertToLog) != 0 &&
+        g_settings.Mask != Detail::kAssertOff) {
         g_settings.Log = Detail::OpenAssertLog(target);
     }
 }

@@ -401,10 +401,11 @@ private:
     std::size_t pos_ = 0;
 };
 
-// Reads one record; null when it is malformed (or memory runs out). `end` is set when the
-// record has code 0, which ends the chain.
+// The parameters a read record keeps (see below).
 constexpr std::size_t kMostReadParameters = 256;
 
+// Reads one record; null when it is malformed (or memory runs out). `end` is set when the
+// record has code 0, which ends the chain.
 ErrorRecord* DeserializeRecord(BlockReader& in, bool& end) {
     const std::uint32_t code = in.U32();
     std::uint64_t lineTag = 0;

@@ -1,9 +1,9 @@
 #include "file/backup_stream.h"
 
 #include <algorithm>
-#include <limits>
 #include <cstring>
 #include <ctime>
+#include <limits>
 #include <new>
 
 #include <tessel_link/common/assert.h>

@@ -4,8 +4,8 @@
 #include <sys/sysmacros.h>
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <cstring>
+#include <limits>
 
 #include <tessel_link/common/messages.h>
 #include <tessel_link/file/usn_journal.h>

@@ -1,11 +1,10 @@
 #include "file/token_substitution.h"
 
-#include "file/file_errors.h"
-#include "file/system_error.h"
-
 #include <cerrno>
 
 #include "common/thread_cache.h"
+#include "file/file_errors.h"
+#include "file/system_error.h"
 
 namespace File {
 
@@ -17,7 +16,6 @@ struct ThreadSubstitution {
     std::shared_ptr<SubstToken> Current;
     Platform::Credentials Self;
 };
-
 
 Common::Error LogonFailure(const char* origin, const Platform::SystemError& failure) {
     Common::Error error = MakeFileError(TL_ORIGIN(origin), kInvalidHandle);

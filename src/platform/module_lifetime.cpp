@@ -45,7 +45,8 @@ using AtExitFunction = int (*)(void (*)(void*), void*, void*);
 // handler is registered under this module's handle, so that dlclose drops it with the
 // module.
 __attribute__((constructor)) void WatchForProcessEnd() {
-    const auto runtimeAtExit = reinterpret_cast<AtExitFunction>(dlsym(RTLD_DEFAULT, "__cxa_atexit"));
+    const auto runtimeAtExit =
+        reinterpret_cast<AtExitFunction>(dlsym(RTLD_DEFAULT, "__cxa_atexit"));
     if (runtimeAtExit != nullptr) {
         runtimeAtExit(MarkProcessEnding, nullptr, &__dso_handle);
     }
@@ -70,8 +71,9 @@ __attribute__((destructor)) void DestroyStatics() {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("hidden"))) int __cxa_atexit(void (*function)(void*), void* argument,
-                                                                void* /*module*/) {
+extern "C" __attribute__((visibility("hidden"))) int __cxa_atexit(void (*function)(void*),
+                                                                  void* argument,
+                                                                  void* /*module*/) {
     auto* entry = static_cast<Destructor*>(std::malloc(sizeof(Destructor)));
     if (entry == nullptr) {
         return -1;

@@ -26,7 +26,6 @@ namespace Platform {
 
 namespace {
 
-
 // A transfer that the kernel could not get memory for is the "no system resources" answer
 // that the retry rules halve the piece on.
 SystemError TransferError(int errnum) {

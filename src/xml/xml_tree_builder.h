@@ -70,7 +70,9 @@ public:
     Detail::Arena& Arena() noexcept { return store_.arena; }
     void SetTextEntry(const Detail::XmlText* text) { texts_.back() = text; }
     // Whether the open tag has an attribute of that (interned) name already.
-    bool HasAttribute(const Detail::XmlName* name) const noexcept { return name->Mark == openMark_; }
+    bool HasAttribute(const Detail::XmlName* name) const noexcept {
+        return name->Mark == openMark_;
+    }
     bool AddAttributeText(const Detail::XmlName* name, const Detail::XmlText* value) {
         // Names are interned, so the mark on the name tells whether this tag has it already.
         auto* entry = const_cast<Detail::XmlName*>(name);

@@ -407,7 +407,8 @@ TEST(LoopbackJobs, TimeLimitHoldsForJobsThatCannotStartInTheBackground) {
     {
         auto trace = std::make_shared<ForegroundJob::Trace>();
         RecordingHandler handler;
-        auto limited = Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 20ms, false), 2000);
+        auto limited =
+            Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 20ms, false), 2000);
         EXPECT_TRUE(limited->Run(&handler).Succeeded());
         EXPECT_EQ(handler.Results().size(), 1u);
         limited.reset();
@@ -417,7 +418,8 @@ TEST(LoopbackJobs, TimeLimitHoldsForJobsThatCannotStartInTheBackground) {
     // while being stopped, the time-out otherwise, and the job goes when its run ends.
     {
         auto trace = std::make_shared<ForegroundJob::Trace>();
-        auto limited = Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 5000ms, true), 100);
+        auto limited =
+            Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 5000ms, true), 100);
         const auto start = Clock::now();
         const Common::Error outcome = limited->Run(nullptr);
         EXPECT_TRUE(outcome.Succeeded() || outcome.Code() == Binding::kErrorJobTimedOut);
@@ -431,7 +433,8 @@ TEST(LoopbackJobs, TimeLimitHoldsForJobsThatCannotStartInTheBackground) {
     {
         auto trace = std::make_shared<ForegroundJob::Trace>();
         RecordingHandler handler;
-        auto limited = Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 3000ms, false), 100);
+        auto limited =
+            Binding::WithTimeLimit(std::make_unique<ForegroundJob>(trace, 3000ms, false), 100);
         const auto start = Clock::now();
         EXPECT_EQ(limited->Run(&handler).Code(), Binding::kErrorJobTimedOut);
         limited.reset();

@@ -220,7 +220,8 @@ TEST(SystemDir, OpensPastTheCacheThroughItsNoCachePart) {
     EXPECT_TRUE(io.lastOpenUnbuffered);
     EXPECT_NE(dynamic_cast<File::nocache_file*>(existing.get()), nullptr);
     EXPECT_EQ(existing->Size(), 6u);
-    std::unique_ptr<File::rio_file> made(part.Dir->OpenNoCache(u"new", File::open_mode::create_new));
+    std::unique_ptr<File::rio_file> made(
+        part.Dir->OpenNoCache(u"new", File::open_mode::create_new));
     ASSERT_TRUE(made);
     EXPECT_EQ(::access(tree.At("new").c_str(), F_OK), 0);
 

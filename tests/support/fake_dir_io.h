@@ -71,7 +71,8 @@ public:
         }
         // Where the test's files live may refuse unbuffered opens (tmpfs does): the request
         // is noted above, and the file opened as any.
-        return real_.OpenFile(at, name, access, disposition, follow, unbuffered && !bufferedOnly, file);
+        return real_.OpenFile(at, name, access, disposition, follow, unbuffered && !bufferedOnly,
+                              file);
     }
     Platform::SystemError CloseDir(Platform::DirHandle dir) override {
         --openDirs;

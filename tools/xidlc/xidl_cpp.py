@@ -448,7 +448,8 @@ def polytypes_unit(model, module):
                 continue
             for number in k.numbers:
                 w.add("    case %du:" % number)
-            w.add("        if (::Serialization::WriteKind<%s>(s, *value)) {" % written_as(k).cpp_name, "            return s;",
+            w.add("        if (::Serialization::WriteKind<%s>(s, *value)) {" % written_as(k).cpp_name,
+                  "            return s;",
                   "        }", "        break;")
         w.add("    default:", "        break;", "    }",
               "    TL_ASSERT_TEXT(false, %s);" % c_string(t.unknown), "    return s;", "}", "")

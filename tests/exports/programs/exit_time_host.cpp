@@ -23,7 +23,8 @@ namespace {
 // Never sent to: creating a proxy makes no call.
 class IdleChannel : public Binding::RequestChannel {
 public:
-    Common::Error Send(std::unique_ptr<Binding::Request>, std::unique_ptr<Binding::RequestJob>&) override {
+    Common::Error Send(std::unique_ptr<Binding::Request>,
+                       std::unique_ptr<Binding::RequestJob>&) override {
         std::abort();
     }
 };
